@@ -1,0 +1,44 @@
+# Orvanto front door. `make demo` and `make test` work from a fresh clone: they install what is missing first.
+BUILD     ?= build
+ASAN_BUILD ?= build-asan
+JOBS      ?= $(shell nproc 2>/dev/null || echo 2)
+PREFIX    ?= $(HOME)/.local
+
+# Debian packages the build, the tests and the tools need.
+DEPS := cmake g++ make pkg-config git libgtest-dev libgmock-dev libbenchmark-dev \
+        libsndfile1-dev libcairo2-dev libpng-dev zlib1g-dev clang-format
+
+SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
+
+.PHONY: all deps configure build demo test test-asan bench format clean
+
+all: build
+
+deps:
+	@missing=""; \
+	for p in $(DEPS); do \
+	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q "install ok installed" || missing="$$missing $$p"; \
+	done; \
+	if [ -n "$$missing" ]; then \
+	  echo "Installing:$$missing"; \
+	  $(SUDO) apt-get update -qq && \
+	  $(SUDO) env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends $$missing; \
+	fi
+
+configure: deps
+	@cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release >/dev/null
+
+build: configure
+	@cmake --build $(BUILD) -j$(JOBS)
+
+test: build
+	ctest --test-dir $(BUILD) --output-on-failure -j$(JOBS)
+
+bench: build
+	$(BUILD)/bench/orvanto-bench --benchmark_counters_tabular=true
+
+format:
+	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
+
+clean:
+	rm -rf $(BUILD) $(ASAN_BUILD) out

@@ -1,0 +1,22 @@
+#pragma once
+
+#include "effects/framework/AFEffect.h"
+#include "effects/framework/AFBPMChangeInterface.h"
+
+#include <array>
+
+// Catalogue entry whose sound has not landed yet: it carries its names, defaults, options and displays
+// and passes the audio through unchanged.
+class AFTriggerLooper : public AFEffect, public AFBPMChangeInterface {
+public:
+    AFTriggerLooper(uint32_t effectType, AFSystemInfo* systemInfo, uint32_t constructionFlag);
+
+    void setOption(int index, int32_t value) override;
+    int32_t getOption(int index) override;
+    void getOptionList(int index, AFWordList& list) override;
+    void formatParameter(int index, float value, char* text) override;
+    bool hasFlag() override { return false; }
+
+private:
+    std::array<int32_t, 4> options{};
+};

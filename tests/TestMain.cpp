@@ -1,0 +1,25 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <unistd.h>
+
+// Tests never touch the user's own settings or content: HOME and the XDG folders point at a fresh temporary
+// directory for the whole run.
+int main(int argc, char** argv) {
+    std::string pattern = (std::filesystem::temp_directory_path() / "orvanto-test-XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr) return 2;
+    const std::filesystem::path home = pattern;
+    std::filesystem::create_directories(home / ".config");
+    std::filesystem::create_directories(home / ".local/share");
+    setenv("HOME", home.c_str(), 1);
+    setenv("XDG_CONFIG_HOME", (home / ".config").c_str(), 1);
+    setenv("XDG_DATA_HOME", (home / ".local/share").c_str(), 1);
+
+    ::testing::InitGoogleTest(&argc, argv);
+    const int result = RUN_ALL_TESTS();
+    std::error_code ignored;
+    std::filesystem::remove_all(home, ignored);
+    return result;
+}
