@@ -1,0 +1,601 @@
+#include "engine/AFUniClient.h"
+
+#include "effects/framework/AFEffect.h"
+#include "effects/framework/TimeValueTables.h"
+#include "engine/AFDenormalGuard.h"
+#include "engine/AFRandom.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <thread>
+
+namespace {
+
+constexpr const char* kSlotRowNames[KnobEngine::kParameterCount] = {
+    "Parameter 1",     "Parameter 2",     "Parameter 3",     "Parameter 4",     "Dry Wet",
+    "Bypass",          "Param1 Knob Amt", "Param2 Knob Amt", "Param3 Knob Amt", "Param4 Knob Amt",
+    "DryWet Knob Amt", "Lfo Rate",        "Lfo Phase",       "Lfo Amount",      "EF Attack",
+    "EF Relese",       "EF Amount",       "Lfo2 Rate",       "Lfo2 Phase",      "Lfo2 Amount",
+    "Lfo Rate KA",     "Lfo Phase KA",    "Lfo Amount KA",   "EF Attack KA",    "EF Release KA",
+    "EF Amount KA",    "Lfo2 Rate KA",    "Lfo2 Phase KA",   "Lfo2 Amount KA"};
+
+constexpr int32_t kTimeFilter = 7682; // transport, ppq, tempo, bars, cycle
+constexpr int kNoBoundary = 10000000;
+constexpr int32_t kNoEvent = 1000000;
+
+// Event types of the queue.
+enum : int32_t {
+    kNoteOn = 200,
+    kNoteOff = 201,
+    kAllNotesOff = 202,
+    kController = 203,
+    kPitchBend = 204,
+    kProgramChange = 205,
+    kAftertouch = 206,
+};
+
+// A host may hand us NaN or infinity; one such sample would poison every recursive filter in the chain.
+void sanitize(float* buffer, int frames) noexcept {
+    for (int i = 0; i < frames; ++i)
+        if (!std::isfinite(buffer[i])) buffer[i] = 0.0f;
+}
+
+} // namespace
+
+AFUniClient::AFUniClient(AFHostCallback callback, void* user)
+    : AFPluginBase(callback, user, AFIdentity::kInitialPrograms, kHostParameters),
+      systemInfo(static_cast<float>(kSubBlock), &bpmListeners) {
+    // 1-2. Tables and flags. The note-value tables are built here, never on the audio thread.
+    TimeValueTables::instance();
+    masterMix = 1.0f;
+
+    // 4. Who hosts us: the maker's own host does not get the default preset.
+    char vendor[kHostTextSize] = {};
+    getHostVendorString(vendor);
+    ownHost = std::strcmp(vendor, AFIdentity::kVendor) == 0;
+
+    // 5. Global parameters.
+    for (auto& p : parameters)
+        p.store(0.0f, std::memory_order_relaxed);
+    for (auto& a : modulationAmounts)
+        a.store(0.0f, std::memory_order_relaxed);
+    parameters[kDryWet].store(1.0f, std::memory_order_relaxed);
+
+    // 6. Slots.
+    for (int s = 0; s < kSlots; ++s) {
+        const auto ss = static_cast<std::size_t>(s);
+        presetNames[ss] = "Default";
+        lastSentControls[ss] = 0.0f;
+        processingOrder[ss] = -1;
+        slots[ss] =
+            std::make_unique<KnobEngine>(&systemInfo, this, s, &parameters[ss * 29 + kSlotBlockStart],
+                                         &modulationAmounts[ss * KnobEngine::kAmountCount], &parameters[ss]);
+        for (int row = KnobEngine::kParam1KnobAmt; row <= KnobEngine::kDryWetKnobAmt; ++row)
+            parameters[kSlotBlockStart + 29 * s + row].store(0.5f, std::memory_order_relaxed);
+        parameters[static_cast<std::size_t>(kFxGainStart + s)].store(0.5f, std::memory_order_relaxed);
+    }
+    nameParameters();
+
+    // 7-8. Identity.
+    globalPresetName = "Global Preset";
+    setNoTail(true);
+    setUniqueId(AFIdentity::kUniqueId);
+    setNumInputs(AFIdentity::kInputs);
+    setNumOutputs(AFIdentity::kOutputs);
+    setCanProcessReplacing(true);
+    setProgramsAreChunks(true);
+
+    // 9. The control tick.
+    systemInfo.setControlInterval(kSubBlock);
+    systemInfo.setSampleRate(sampleRate);
+
+    // 12. The shared generator, from the clock.
+    AFRandom::seed(static_cast<int32_t>(std::chrono::system_clock::now().time_since_epoch().count() & 0xFF));
+}
+
+AFUniClient::~AFUniClient() = default;
+
+void AFUniClient::nameParameters() {
+    static constexpr const char* kGlobalNames[kSlotBlockStart] = {
+        "Control 1", "Control 2", "Control 3", "Control 4", "Control 5", "Control 6",
+        "Control 7", "Control 8", "Dictator",  "Dry/Wet",   "Randomize", "Reserved3"};
+    for (int i = 0; i < kSlotBlockStart; ++i)
+        parameterNames[static_cast<std::size_t>(i)] = kGlobalNames[i];
+    char text[kHostTextSize];
+    for (int s = 0; s < kSlots; ++s) {
+        for (int k = 0; k < KnobEngine::kParameterCount; ++k) {
+            std::snprintf(text, sizeof(text), "FX%d %s", s + 1, kSlotRowNames[k]);
+            parameterNames[static_cast<std::size_t>(kSlotBlockStart + 29 * s + k)] = text;
+        }
+        std::snprintf(text, sizeof(text), "FX%d FX Gain", s + 1);
+        parameterNames[static_cast<std::size_t>(kFxGainStart + s)] = text;
+    }
+}
+
+// ---- Host surface -----------------------------------------------------------------------------------------
+
+void AFUniClient::suspend() {}
+
+void AFUniClient::resume() {
+    wantEvents();
+}
+
+void AFUniClient::setSampleRate(float rate) {
+    AFPluginBase::setSampleRate(rate);
+    systemInfo.setSampleRate(rate);
+    if (blockSize > dryCapacity) ensureDryCapacity(blockSize);
+}
+
+void AFUniClient::setBlockSize(int32_t size) {
+    AFPluginBase::setBlockSize(size);
+    // Sized here, off the audio thread; the block loop only grows them for a host that breaks its promise.
+    if (size > dryCapacity) ensureDryCapacity(size);
+}
+
+void AFUniClient::ensureDryCapacity(int frames) {
+    dryLeft = std::make_unique<float[]>(static_cast<std::size_t>(frames));
+    dryRight = std::make_unique<float[]>(static_cast<std::size_t>(frames));
+    dryCapacity = frames;
+}
+
+intptr_t AFUniClient::vendorSpecific(int32_t, intptr_t, void*, float) {
+    return 0;
+}
+
+int32_t AFUniClient::getChunk(void** data, bool) {
+    *data = nullptr;
+    return 0;
+}
+
+int32_t AFUniClient::setChunk(void*, int32_t, bool) {
+    return 1;
+}
+
+// ---- Parameters -------------------------------------------------------------------------------------------
+
+float AFUniClient::getParameter(int32_t index) {
+    if (index < 0 || index >= kHostParameters) return 0.0f;
+    return parameters[static_cast<std::size_t>(index)].load(std::memory_order_relaxed);
+}
+
+float AFUniClient::getModulationAmount(int slot, int amount) const noexcept {
+    return modulationAmounts[static_cast<std::size_t>(slot * KnobEngine::kAmountCount + amount)].load(
+        std::memory_order_relaxed);
+}
+
+void AFUniClient::getParameterName(int32_t index, char* text) {
+    if (index < 0 || index >= kHostParameters) {
+        text[0] = '\0';
+        return;
+    }
+    std::snprintf(text, kHostTextSize, "%s", parameterNames[static_cast<std::size_t>(index)].c_str());
+}
+
+void AFUniClient::getParameterLabel(int32_t index, char* text) {
+    getParameterName(index, text);
+}
+
+void AFUniClient::getParameterDisplay(int32_t index, char* text) {
+    std::snprintf(text, kHostTextSize, "%3.2f ", static_cast<double>(getParameter(index)) * 100.0);
+}
+
+bool AFUniClient::getParameterProperties(int32_t index, AFParameterProperties* properties) {
+    if (index < 0 || index >= kHostParameters || properties == nullptr) return false;
+    const bool inSlot = index >= kSlotBlockStart && index < kFxGainStart;
+    properties->flags =
+        inSlot && (index - kSlotBlockStart) % 29 == KnobEngine::kBypass ? kVstParameterIsSwitch : 0;
+    std::snprintf(properties->label, sizeof(properties->label), "%s",
+                  parameterNames[static_cast<std::size_t>(index)].c_str());
+    properties->reserved = index == kDictator ? 3 : 0;
+    return false;
+}
+
+void AFUniClient::setParameterAutomated(int32_t index, float value) {
+    if (index < kHostParameters)
+        AFPluginBase::setParameterAutomated(index, value);
+    else
+        setParameter(index, value);
+}
+
+void AFUniClient::setParameter(int32_t index, float value) {
+    if (index < 0) return;
+    if (index >= kHostParameters) {
+        if (index >= kAmountStart && index < kAmountEnd) {
+            modulationAmounts[static_cast<std::size_t>(index - kAmountStart)].store(
+                value, std::memory_order_relaxed);
+            return;
+        }
+        if (index < kTriggerAllRows) return;
+        if (index == kTriggerAllRows) {
+            if (dictatorTriggers[kSlots] < 0.5f && value >= 0.5f)
+                for (int row = 0; row < kSlots; ++row)
+                    randomiseDictatorRow(row);
+            dictatorTriggers[kSlots] = value;
+        } else if (index < kTriggerAllRows + 8) {
+            // Row 7 has no trigger of its own: the last index stops at row 6.
+            const auto row = static_cast<std::size_t>(index - kTriggerAllRows - 1);
+            if (dictatorTriggers[row] < 0.5f && value >= 0.5f) randomiseDictatorRow(static_cast<int>(row));
+            dictatorTriggers[row] = value;
+        }
+        // Play the new rows at once, even though the Dictator has not moved.
+        const float saved = parameters[kDictator].load(std::memory_order_relaxed);
+        parameters[kDictator].store(0.0f, std::memory_order_relaxed);
+        setParameter(kDictator, saved);
+        return;
+    }
+
+    const auto i = static_cast<std::size_t>(index);
+    const float old = parameters[i].load(std::memory_order_relaxed);
+    parameters[i].store(value, std::memory_order_relaxed);
+
+    if (index >= kFxGainStart) {
+        slots[i - kFxGainStart]->setGain(value < 0.5f ? value + 0.5f : value + value);
+        return;
+    }
+    if (index >= kSlotBlockStart) {
+        const int slot = (index - kSlotBlockStart) / 29;
+        const int row = (index - kSlotBlockStart) % 29;
+        auto& engine = *slots[static_cast<std::size_t>(slot)];
+        engine.parameterChanged(row);
+        if (row >= KnobEngine::kLfoRateKA) engine.setModulatorKnobAmount(row - KnobEngine::kLfoRateKA, value);
+        return;
+    }
+    if (index == kDictator) {
+        if (old != value) applyDictator(value);
+        return;
+    }
+    if (index < kSlots) {
+        if (old == value) return;
+        slots[i]->controlMoved(value);
+        slots[i]->applyGate(value);
+        const float dictatorValue = parameters[kDictator].load(std::memory_order_relaxed);
+        if (dictatorRecord.load() && !batch.load() &&
+            dictatorValue > options.threshold.load(std::memory_order_relaxed))
+            dictator.record(index, dictatorValue, value);
+        return;
+    }
+    if (index == kRandomize && old < 0.5f && value >= 0.5f) randomizeRequest.store(true);
+}
+
+// ---- Dictator ---------------------------------------------------------------------------------------------
+
+void AFUniClient::randomiseDictatorRow(int row) {
+    dictator.randomise(row);
+    dictator.rebuild(row);
+}
+
+void AFUniClient::applyDictator(float value) {
+    const float threshold = options.threshold.load(std::memory_order_relaxed);
+    dictatorPosition.store(AFDictator::positionFor(value), std::memory_order_relaxed);
+    for (int r = 0; r < kSlots; ++r) {
+        const float control = dictator.controlValue(r, value, threshold);
+        // Straight into the table: the Dictator's own writes are neither recorded nor re-dispatched.
+        parameters[static_cast<std::size_t>(r)].store(control, std::memory_order_relaxed);
+        auto& slot = *slots[static_cast<std::size_t>(r)];
+        const float upper = options.offOnTop.load(std::memory_order_relaxed) ? 1.0f - threshold : 2.0f;
+        if (threshold < control && control < upper) slot.controlMoved(control);
+        slot.applyGate(control);
+    }
+}
+
+// ---- Slots ------------------------------------------------------------------------------------------------
+
+void AFUniClient::lockAudioThread() {
+    blocked.store(true);
+    while (inProcess.load())
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+void AFUniClient::unlockAudioThread() {
+    blocked.store(false);
+}
+
+void AFUniClient::setSlotEffect(int slot, int typeId) {
+    if (slot < 0 || slot >= kSlots) return;
+    slots[static_cast<std::size_t>(slot)]->setEffect(typeId);
+}
+
+void AFUniClient::setSlotOption(int slot, int option, int value) {
+    if (slot < 0 || slot >= kSlots || option < 0 || option > 3) return;
+    slots[static_cast<std::size_t>(slot)]->getEffect()->setOption(option, value);
+}
+
+AFEffect* AFUniClient::slotEffect(int slot) const {
+    if (slot < 0 || slot >= kSlots) return nullptr;
+    return slots[static_cast<std::size_t>(slot)]->getEffect();
+}
+
+void AFUniClient::setDynamicSignalFlow(bool on, bool holdAudio) {
+    if (holdAudio) lockAudioThread();
+    options.dynamicSigFlow.store(on);
+    processingOrder.fill(-1);
+    for (auto& slot : slots)
+        slot->restartThroughQuantiser();
+    if (holdAudio) unlockAudioThread();
+}
+
+void AFUniClient::removeFromOrder(int slot) noexcept {
+    for (int i = 0; i < kSlots; ++i) {
+        if (processingOrder[static_cast<std::size_t>(i)] != slot) continue;
+        for (int j = i + 1; j < kSlots; ++j)
+            processingOrder[static_cast<std::size_t>(j - 1)] = processingOrder[static_cast<std::size_t>(j)];
+        processingOrder[kSlots - 1] = -1;
+        return;
+    }
+}
+
+int AFUniClient::runQuantiser() noexcept {
+    int next = kNoBoundary;
+    for (auto& slot : slots) {
+        if (slot->getPending() != 1) continue;
+        const int samples = slot->samplesToGrid(position);
+        if (samples == 0)
+            slot->arm();
+        else
+            next = std::min(next, samples);
+    }
+    const bool dynamic = options.dynamicSigFlow.load(std::memory_order_relaxed);
+    for (auto& slot : slots) {
+        const int pending = slot->getPending();
+        if (pending == 0) continue;
+        if (slot->isArmed() && !slot->isRunning()) {
+            slot->start();
+            if (dynamic) {
+                const auto free = std::find(processingOrder.begin(), processingOrder.end(), -1);
+                if (free != processingOrder.end()) *free = slot->getIndex();
+            }
+        } else if (pending != -1) {
+            continue;
+        } else {
+            slot->stop();
+        }
+        slot->clearRequest();
+    }
+    return next;
+}
+
+void AFUniClient::runSlots(float* left, float* right, int frames) noexcept {
+    const bool dynamic = options.dynamicSigFlow.load(std::memory_order_relaxed);
+    int i = 0;
+    while (i < kSlots) {
+        const int s = dynamic ? processingOrder[static_cast<std::size_t>(i)] : i;
+        if (s < 0 || !slots[static_cast<std::size_t>(s)]->isRunning()) {
+            ++i;
+            continue;
+        }
+        const bool stillRunning = slots[static_cast<std::size_t>(s)]->process(left, right, frames);
+        if (stillRunning || !dynamic) ++i; // a removal shifted the next slot into place i
+    }
+}
+
+// ---- MIDI -------------------------------------------------------------------------------------------------
+
+int32_t AFUniClient::processEvents(AFEvents* events) {
+    if (events == nullptr || events->events == nullptr) return 0;
+    for (int32_t e = 0; e < events->numEvents; ++e) {
+        const AFMidiEvent& event = events->events[e];
+        if (event.type != kVstMidiType) continue;
+        const int status = event.midiData[0] & 0xF0;
+        const int channel = event.midiData[0] & 0x0F;
+        const int data1 = event.midiData[1] & 0x7F;
+        const int data2 = event.midiData[2] & 0x7F;
+        int32_t type = 0;
+        if (status == 0x90 && data2 == 0)
+            type = kNoteOff;
+        else if (status == 0x90)
+            type = kNoteOn;
+        else if (status == 0x80)
+            type = kNoteOff;
+        else if (status == 0xB0)
+            type = data1 == 123 && channel == 0 ? kAllNotesOff : kController;
+        else if (status == 0xE0)
+            type = kPitchBend;
+        else if (status == 0xC0 && !options.ignorePrgChange.load(std::memory_order_relaxed))
+            type = kProgramChange;
+        else if (status == 0xD0)
+            type = kAftertouch;
+        if (type == 0) continue;
+        eventQueue.insert(std::max(event.deltaFrames, 0), type, data1, data2);
+    }
+    return 1;
+}
+
+void AFUniClient::handleDueEvents() noexcept {
+    while (!eventQueue.empty() && eventQueue.front().delay < 1) {
+        const AFEventQueue::Record record = eventQueue.front();
+        eventQueue.popFront();
+        handleEvent(record);
+    }
+}
+
+void AFUniClient::handleEvent(const AFEventQueue::Record& record) noexcept {
+    switch (record.type) {
+    case kController:
+        ccValues[static_cast<std::size_t>(record.data1 & 0x7F)] =
+            static_cast<float>(record.data2) * 0.007874016f;
+        break;
+    case kPitchBend:
+        systemInfo.pitchBend = record.data2 > 63 ? static_cast<float>(record.data2 - 64) * 0.015873017f
+                                                 : static_cast<float>(record.data2 - 64) * 0.015625f;
+        break;
+    case kProgramChange:
+        systemInfo.lastProgramChange = record.data1;
+        programChangeRequest.store(true, std::memory_order_relaxed);
+        break;
+    default:
+        break;
+    }
+}
+
+void AFUniClient::addOutEvent(int delta, int number, int value, int channel) noexcept {
+    if (midiOutCount >= kMidiOutCapacity) return;
+    AFMidiEvent event{};
+    event.deltaFrames = delta;
+    const auto v = static_cast<uint8_t>(value & 0x7F);
+    const auto ch = static_cast<uint8_t>(channel & 0x0F);
+    if (number >= 0 && number <= 127) {
+        event.midiData[0] = static_cast<uint8_t>(0xB0 | ch), event.midiData[1] = static_cast<uint8_t>(number),
+        event.midiData[2] = v;
+    } else if (number == 128) {
+        event.midiData[0] = static_cast<uint8_t>(0xD0 | ch), event.midiData[1] = v, event.midiData[2] = 0x7F;
+    } else if (number == 129) {
+        event.midiData[0] = static_cast<uint8_t>(0xC0 | ch), event.midiData[1] = v, event.midiData[2] = v;
+    } else if (number == 130) {
+        event.midiData[0] = static_cast<uint8_t>(0xE0 | ch), event.midiData[1] = 0, event.midiData[2] = v;
+    } else {
+        return;
+    }
+    midiOut[static_cast<std::size_t>(midiOutCount++)] = event;
+}
+
+void AFUniClient::sendMidiOut() noexcept {
+    if (options.midiOut.load(std::memory_order_relaxed)) {
+        for (int i = 0; i < kSlots; ++i) {
+            const float value = parameters[static_cast<std::size_t>(i)].load(std::memory_order_relaxed);
+            if (value == lastSentControls[static_cast<std::size_t>(i)]) continue;
+            lastSentControls[static_cast<std::size_t>(i)] = value;
+            addOutEvent(0, i + 1, static_cast<int>(value * 127.0f), 0);
+        }
+    }
+    if (midiOutCount > 0) {
+        AFEvents block{midiOutCount, midiOut.data()};
+        sendEventsToHost(&block);
+        midiOutCount = 0;
+    }
+}
+
+// ---- The block loop ---------------------------------------------------------------------------------------
+
+void AFUniClient::applyMasterMix(float* left, float* right, int n) noexcept {
+    const float wanted = parameters[kDryWet].load(std::memory_order_relaxed);
+    int done = 0;
+    if (masterMix != wanted) {
+        const int length = static_cast<int>(systemInfo.rateRatio * 64.0);
+        if (length > 0) {
+            const float step = (wanted - masterMix) / static_cast<float>(length);
+            const int m = std::min(n, length);
+            for (int i = 0; i < m; ++i) {
+                masterMix += step;
+                left[i] = (left[i] - dryLeft[static_cast<std::size_t>(i)]) * masterMix +
+                          dryLeft[static_cast<std::size_t>(i)];
+                right[i] = (right[i] - dryRight[static_cast<std::size_t>(i)]) * masterMix +
+                           dryRight[static_cast<std::size_t>(i)];
+            }
+            done = m;
+            if (m == length) masterMix = wanted;
+        } else {
+            masterMix = wanted;
+        }
+    }
+    if (masterMix == 1.0f) return;
+    const float mix = masterMix;
+    for (int i = done; i < n; ++i) {
+        left[i] =
+            (left[i] - dryLeft[static_cast<std::size_t>(i)]) * mix + dryLeft[static_cast<std::size_t>(i)];
+        right[i] =
+            (right[i] - dryRight[static_cast<std::size_t>(i)]) * mix + dryRight[static_cast<std::size_t>(i)];
+    }
+}
+
+void AFUniClient::processReplacing(float** inputs, float** outputs, int32_t sampleFrames) {
+    if (blocked.load()) return;
+    inProcess.store(true);
+    if (blocked.load()) { // a lock taken between the two loads wins
+        inProcess.store(false);
+        return;
+    }
+    const AFDenormalGuard denormals;
+    const int n = std::max(sampleFrames, 0);
+    float* outL = outputs[0];
+    float* outR = outputs[1];
+
+    // 1. The outputs become the signal path.
+    if (inputs[0] != outL) std::copy_n(inputs[0], n, outL);
+    if (inputs[1] != nullptr && outR != nullptr && inputs[1] != outR) std::copy_n(inputs[1], n, outR);
+    sanitize(outL, n);
+    sanitize(outR, n);
+
+    // 2. Dry copies of the input.
+    if (n > dryCapacity) ensureDryCapacity(n);
+    std::copy_n(outL, n, dryLeft.get());
+    std::copy_n(outR, n, dryRight.get());
+
+    // 3. Transport.
+    const AFTimeInfo* time = getTimeInfo(kTimeFilter);
+    double increment = 0.0;
+    bool loopWrap = false;
+    float wrapPoint = 0.0f;
+    double localTempo = systemInfo.bpm;
+    if (time != nullptr) {
+        localTempo = time->tempo < 45.0 ? 45.0 : time->tempo;
+        const bool playing = (time->flags & kVstTransportPlaying) != 0 && time->ppqPos >= 0.0;
+        if (!playing) {
+            position = 0.0;
+            if (systemInfo.transportRunning != 0.0f) {
+                systemInfo.transportRunning = 0.0f;
+                if (options.syncedHostStop.load(std::memory_order_relaxed)) {
+                    const bool wasBatch = batch.exchange(true);
+                    for (int i = 0; i <= kDictator; ++i)
+                        setParameter(i, 0.0f);
+                    batch.store(wasBatch);
+                }
+            }
+        } else {
+            const double ppq = time->ppqPos;
+            const bool loop =
+                (time->flags & kVstCyclePosValid) != 0 && (time->flags & kVstTransportCycleActive) != 0;
+            const bool justWrapped = loop && ppq > time->cycleEndPos && ppq - time->cycleEndPos < 0.15;
+            if (std::fabs(position - ppq) > 0.5 && !justWrapped) position = ppq;
+            if (n > 0) {
+                const double nominal = (n / static_cast<double>(systemInfo.samplesPerBeat)) / n;
+                const double target = ppq + n * nominal;
+                if (justWrapped) {
+                    increment = nominal;
+                } else {
+                    increment = (target - position) / n;
+                    if (loop && time->cycleEndPos <= target && time->cycleEndPos > ppq) {
+                        loopWrap = true;
+                        wrapPoint = static_cast<float>(time->cycleEndPos);
+                    }
+                }
+            }
+            if (systemInfo.transportRunning == 0.0f) systemInfo.transportRunning = 1.0f;
+        }
+    }
+    if (localTempo != systemInfo.bpm) {
+        systemInfo.setTempo(time->tempo);
+        bpmListeners.notifyAll();
+    }
+    systemInfo.ppqStep = increment;
+    systemInfo.ppqPosition = static_cast<float>(position);
+
+    // 4. Due events, then the sub-blocks.
+    handleDueEvents();
+    int next = runQuantiser();
+    int chunk = std::min({n, eventQueue.headDelay(kNoEvent), next});
+    int remaining = n;
+    float* left = outL;
+    float* right = outR;
+    while (remaining > 0) {
+        if (chunk > kSubBlock && remaining > kSubBlock) chunk = kSubBlock;
+        runSlots(left, right, chunk);
+        remaining -= chunk;
+        position += chunk * increment;
+        if (loopWrap && position >= wrapPoint) position = time->cycleStartPos;
+        systemInfo.ppqPosition = static_cast<float>(position);
+        left += chunk;
+        right += chunk;
+        if (!eventQueue.empty()) eventQueue.front().delay -= chunk;
+        handleDueEvents();
+        next = runQuantiser();
+        chunk = std::min({eventQueue.headDelay(kNoEvent), remaining, next});
+    }
+
+    // 5. Master Dry/Wet and MIDI out.
+    applyMasterMix(outL, outR, n);
+    sendMidiOut();
+    inProcess.store(false);
+}
