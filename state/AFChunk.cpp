@@ -1,0 +1,269 @@
+#include "state/AFChunk.h"
+
+#include "engine/AFMessageSink.h"
+#include "host/AFPluginTypes.h"
+
+#include <atomic>
+#include <bit>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <unistd.h>
+
+namespace {
+
+std::atomic<int32_t> sharedContentVersion{0};
+
+uint32_t floatBits(float v) {
+    return std::bit_cast<uint32_t>(v);
+}
+float bitsFloat(uint32_t w) {
+    return std::bit_cast<float>(w);
+}
+
+uint32_t loadLittle(const uint8_t* p) {
+    return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 |
+           static_cast<uint32_t>(p[2]) << 16 | static_cast<uint32_t>(p[3]) << 24;
+}
+
+void storeLittle(uint8_t* p, uint32_t w) {
+    p[0] = static_cast<uint8_t>(w), p[1] = static_cast<uint8_t>(w >> 8), p[2] = static_cast<uint8_t>(w >> 16),
+    p[3] = static_cast<uint8_t>(w >> 24);
+}
+
+} // namespace
+
+AFChunk::~AFChunk() = default;
+
+int32_t AFChunk::contentVersion() {
+    return sharedContentVersion.load();
+}
+
+void AFChunk::setContentVersion(int32_t value) {
+    sharedContentVersion.store(value);
+}
+
+uint32_t AFChunk::nextWord() {
+    if (position < 0 || static_cast<std::size_t>(position) >= words.size()) {
+        overrun = true;
+        ++position;
+        return 0;
+    }
+    return words[static_cast<std::size_t>(position++)];
+}
+
+void AFChunk::putWord(uint32_t value) {
+    if (!counting && position >= 0 && static_cast<std::size_t>(position) < words.size())
+        words[static_cast<std::size_t>(position)] = value;
+    ++position;
+}
+
+void AFChunk::writeFloat(float value) {
+    putWord(floatBits(value));
+}
+void AFChunk::readFloat(float& into) {
+    into = bitsFloat(nextWord());
+}
+float AFChunk::readFloat() {
+    return bitsFloat(nextWord());
+}
+void AFChunk::stepBack() {
+    --position;
+}
+
+void AFChunk::readFloats(float* into4) {
+    for (int i = 0; i < 4; ++i)
+        into4[i] = bitsFloat(nextWord());
+}
+
+void AFChunk::readFloatsValue(float* into4) {
+    std::memset(into4, 0, 4 * sizeof(float));
+    readFloats(into4);
+}
+
+void AFChunk::writeInt(int32_t value) {
+    putWord(static_cast<uint32_t>(value));
+}
+void AFChunk::readInt(int32_t& into) {
+    into = static_cast<int32_t>(nextWord());
+}
+int32_t AFChunk::readInt() {
+    return static_cast<int32_t>(nextWord());
+}
+
+void AFChunk::writeString(const char* text) {
+    const std::size_t length = text != nullptr ? std::strlen(text) : 0;
+    writeInt(static_cast<int32_t>(length));
+    const std::size_t textWords = (length + 3) / 4;
+    for (std::size_t w = 0; w < textWords; ++w) {
+        uint8_t bytes[4] = {0, 0, 0, 0};
+        for (std::size_t b = 0; b < 4 && w * 4 + b < length; ++b)
+            bytes[b] = static_cast<uint8_t>(text[w * 4 + b]);
+        putWord(loadLittle(bytes));
+    }
+}
+
+std::string AFChunk::readString() {
+    const int32_t length = readInt();
+    if (length <= 0) return {};
+    // A hostile length never reads beyond the words that are there.
+    const std::size_t available = position >= 0 && static_cast<std::size_t>(position) < words.size()
+                                      ? (words.size() - position) * 4
+                                      : 0;
+    const std::size_t wanted = static_cast<std::size_t>(length);
+    std::string text;
+    text.reserve(std::min(wanted, available));
+    const std::size_t textWords = (wanted + 3) / 4;
+    for (std::size_t w = 0; w < textWords; ++w) {
+        if (w * 4 >= available) {
+            overrun = true;
+            position += static_cast<int32_t>(textWords - w);
+            break;
+        }
+        uint8_t bytes[4];
+        storeLittle(bytes, nextWord());
+        for (std::size_t b = 0; b < 4 && w * 4 + b < wanted; ++b)
+            text.push_back(static_cast<char>(bytes[b]));
+    }
+    const auto end = text.find('\0');
+    if (end != std::string::npos) text.resize(end);
+    return text;
+}
+
+void AFChunk::writeBytes(const void* data, int32_t byteCount) {
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    for (int32_t w = 0; w < byteCount / 4; ++w)
+        putWord(loadLittle(bytes + 4 * w));
+}
+
+void AFChunk::readBytes(void* into, int32_t byteCount) {
+    auto* bytes = static_cast<uint8_t*>(into);
+    for (int32_t w = 0; w < byteCount / 4; ++w)
+        storeLittle(bytes + 4 * w, nextWord());
+}
+
+void AFChunk::writeHeader() {
+    if (counting) {
+        position += kHeaderWords;
+        version = contentVersion();
+        return;
+    }
+    const int32_t total = position;
+    position = 0;
+    writeInt(total);
+    writeInt(contentVersion());
+    writeFloat(tempo);
+    writeFloat(sampleRate);
+    writeInt(kMagic);
+    sizeInWords = static_cast<uint32_t>(total);
+}
+
+bool AFChunk::readHeader(bool silent) {
+    position = 0;
+    overrun = false;
+    sizeInWords = static_cast<uint32_t>(readInt());
+    version = readInt();
+    tempo = readFloat();
+    sampleRate = readFloat();
+    magic = readInt();
+    if (magic != kMagic || sizeInWords < kHeaderWords || sizeInWords > kMaxWords) {
+        if (!silent) {
+            char text[128];
+            std::snprintf(text, sizeof(text), "\t This is no valid %s format!", AFIdentity::kProduct);
+            AFMessageSink::report(text);
+        }
+        return false;
+    }
+    return true;
+}
+
+void AFChunk::rewindToWrite() {
+    counting = true;
+    position = 0;
+    overrun = false;
+}
+
+void AFChunk::allocateCounted() {
+    counting = false;
+    words.assign(static_cast<std::size_t>(position > 0 ? position : 0), 0u);
+}
+
+void AFChunk::copyFrom(const AFChunk& other) {
+    if (&other == this) return;
+    words.assign(other.sizeInWords, 0u);
+    for (std::size_t i = 0; i < words.size(); ++i)
+        words[i] = other.word(i);
+    sizeInWords = other.sizeInWords;
+    magic = other.magic, version = other.version, tempo = other.tempo, sampleRate = other.sampleRate;
+    position = 0;
+    overrun = false;
+}
+
+std::vector<uint8_t> AFChunk::toBytes() const {
+    std::vector<uint8_t> bytes(static_cast<std::size_t>(sizeInWords) * 4, 0);
+    for (std::size_t i = 0; i < sizeInWords; ++i)
+        storeLittle(&bytes[i * 4], word(i));
+    return bytes;
+}
+
+bool AFChunk::loadBytes(const void* data, std::size_t byteCount, bool silent) {
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    uint8_t head[kHeaderWords * 4] = {};
+    if (bytes != nullptr) std::memcpy(head, bytes, std::min(byteCount, sizeof(head)));
+    words.assign(kHeaderWords, 0u);
+    for (int i = 0; i < kHeaderWords; ++i)
+        words[static_cast<std::size_t>(i)] = loadLittle(head + 4 * i);
+    if (!readHeader(silent)) {
+        words.clear();
+        sizeInWords = 0;
+        return false;
+    }
+    // The header's size decides how much is read; a shorter image leaves zeros behind it.
+    words.assign(sizeInWords, 0u);
+    const std::size_t usable = std::min(byteCount / 4, static_cast<std::size_t>(sizeInWords));
+    for (std::size_t i = 0; i < usable; ++i)
+        words[i] = loadLittle(bytes + 4 * i);
+    position = kHeaderWords;
+    return true;
+}
+
+bool AFChunk::readFile(const std::string& path, bool silent) {
+    if (path.size() < 2) return false;
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return false;
+    uint8_t head[kHeaderWords * 4] = {};
+    in.read(reinterpret_cast<char*>(head), sizeof(head));
+    uint32_t size = loadLittle(head);
+    if (loadLittle(head + 16) != static_cast<uint32_t>(kMagic) || size > kMaxWords) size = kHeaderWords;
+    std::vector<uint8_t> bytes(static_cast<std::size_t>(size) * 4, 0);
+    std::memcpy(bytes.data(), head, std::min(bytes.size(), sizeof(head)));
+    if (bytes.size() > sizeof(head))
+        in.read(reinterpret_cast<char*>(bytes.data() + sizeof(head)),
+                static_cast<std::streamsize>(bytes.size() - sizeof(head)));
+    return loadBytes(bytes.data(), bytes.size(), silent);
+}
+
+bool AFChunk::writeFile(const std::string& path) const {
+    if (path.size() < 2) return false;
+    const std::string temporary = path + ".tmp-" + std::to_string(::getpid());
+    {
+        std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
+        if (!out) return false;
+        const auto bytes = toBytes();
+        out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+        out.flush();
+        if (!out) {
+            out.close();
+            std::error_code ignored;
+            std::filesystem::remove(temporary, ignored);
+            return false;
+        }
+    }
+    std::error_code error;
+    std::filesystem::rename(temporary, path, error);
+    if (!error) return true;
+    std::error_code ignored;
+    std::filesystem::remove(temporary, ignored);
+    return false;
+}
