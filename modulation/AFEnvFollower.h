@@ -24,7 +24,7 @@ public:
 
     // Audio thread, once per control tick.
     double value() const noexcept { return level; }
-    // Any thread; read-outs for tests.
+    // Audio thread; read-outs of the coefficients.
     double getAttackCoefficient() const noexcept { return coefficients[0]; }
     double getReleaseCoefficient() const noexcept { return coefficients[1]; }
 

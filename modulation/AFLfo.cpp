@@ -217,7 +217,10 @@ void AFLfo::calculateRate(float value) noexcept {
 }
 
 void AFLfo::applyPendingRateDivide() noexcept {
-    if (!rateDividePending.exchange(false, std::memory_order_relaxed)) return;
+    // A plain load keeps the common tick free of a read-modify-write; the flag is released after the store of
+    // the new divide, so the recalculation sees it.
+    if (!rateDividePending.load(std::memory_order_relaxed)) return;
+    if (!rateDividePending.exchange(false, std::memory_order_acquire)) return;
     if (lastRateMode >= 0) calculateRate(lastRateValue);
 }
 
@@ -298,7 +301,7 @@ void AFLfo::setTriggerMode(int32_t mode) noexcept {
 
 void AFLfo::setRateDivide(float value) noexcept {
     rateDivide.store(clampUnit(value), std::memory_order_relaxed);
-    rateDividePending.store(true, std::memory_order_relaxed);
+    rateDividePending.store(true, std::memory_order_release);
 }
 
 void AFLfo::setStep(int index, float value) noexcept {

@@ -69,7 +69,7 @@ public:
     // Any thread: the waveform menu word, "" outside the menu.
     static const char* waveformName(int index) noexcept;
 
-    // Any thread; read-outs for the editor and tests.
+    // Audio thread; read-outs of the running state.
     double getIncrement() const noexcept { return increment; }
     double getPhase() const noexcept { return phase; }
     float getStepPosition() const noexcept { return stepPosition; }
