@@ -9,11 +9,11 @@
 
 namespace {
 
-struct EnvFixture : ::testing::Test {
+struct AFEnvFollowerTest : ::testing::Test {
     AFBpmListenerList listeners;
     AFSystemInfo system{64.0f, &listeners};
 
-    EnvFixture() { system.setControlInterval(64); }
+    AFEnvFollowerTest() { system.setControlInterval(64); }
 };
 
 // 0.01 to the power 1/n, n the samples to 1% at the whole-number sample rate, with the float 0.01 widened.
@@ -25,7 +25,7 @@ double coefficientFor(float sampleRate, float v) {
 
 } // namespace
 
-TEST_F(EnvFixture, NameAndDefaults) {
+TEST_F(AFEnvFollowerTest, NameAndDefaults) {
     AFEnvFollower env(&system);
     EXPECT_STREQ(env.getName(), "Envelope Follower");
     EXPECT_EQ(env.getParameterCount(), 2);
@@ -37,7 +37,7 @@ TEST_F(EnvFixture, NameAndDefaults) {
     EXPECT_TRUE(env.restart());
 }
 
-TEST_F(EnvFixture, CoefficientsFollowTheSampleRate) {
+TEST_F(AFEnvFollowerTest, CoefficientsFollowTheSampleRate) {
     for (float sr : {44100.0f, 48000.0f, 96000.0f}) {
         system.setSampleRate(sr);
         AFEnvFollower env(&system);
@@ -50,7 +50,7 @@ TEST_F(EnvFixture, CoefficientsFollowTheSampleRate) {
     }
 }
 
-TEST_F(EnvFixture, NewSampleRateTakesEffectAtTheNextSetParameter) {
+TEST_F(AFEnvFollowerTest, NewSampleRateTakesEffectAtTheNextSetParameter) {
     AFEnvFollower env(&system);
     system.setSampleRate(96000.0f);
     EXPECT_EQ(env.getAttackCoefficient(), coefficientFor(44100.0f, 0.25f));
@@ -58,7 +58,7 @@ TEST_F(EnvFixture, NewSampleRateTakesEffectAtTheNextSetParameter) {
     EXPECT_EQ(env.getAttackCoefficient(), coefficientFor(96000.0f, 0.25f));
 }
 
-TEST_F(EnvFixture, ZeroTimeJumpsStraightToTheInput) {
+TEST_F(AFEnvFollowerTest, ZeroTimeJumpsStraightToTheInput) {
     AFEnvFollower env(&system);
     env.setParameter(0, 0.0f);
     EXPECT_EQ(env.getAttackCoefficient(), 0.0);
@@ -71,7 +71,7 @@ TEST_F(EnvFixture, ZeroTimeJumpsStraightToTheInput) {
     EXPECT_EQ(env.value(), 0.0);
 }
 
-TEST_F(EnvFixture, DetectorReadsEveryFourthLeftSample) {
+TEST_F(AFEnvFollowerTest, DetectorReadsEveryFourthLeftSample) {
     AFEnvFollower env(&system);
     std::array<float, 64> left{};
     std::array<float, 64> right{};
@@ -106,7 +106,7 @@ TEST_F(EnvFixture, DetectorReadsEveryFourthLeftSample) {
     EXPECT_DOUBLE_EQ(env.value(), (once - x) * a + x);
 }
 
-TEST_F(EnvFixture, SampleEqualToLevelHoldsIt) {
+TEST_F(AFEnvFollowerTest, SampleEqualToLevelHoldsIt) {
     AFEnvFollower env(&system);
     env.setParameter(0, 0.0f);
     std::array<float, 8> in{};
@@ -115,7 +115,7 @@ TEST_F(EnvFixture, SampleEqualToLevelHoldsIt) {
     EXPECT_EQ(env.value(), 0.25);
 }
 
-TEST_F(EnvFixture, SilenceDecaysWithoutReachingZero) {
+TEST_F(AFEnvFollowerTest, SilenceDecaysWithoutReachingZero) {
     AFEnvFollower env(&system);
     env.setParameter(0, 0.0f);
     std::array<float, 64> in{};
@@ -133,7 +133,7 @@ TEST_F(EnvFixture, SilenceDecaysWithoutReachingZero) {
     EXPECT_GT(env.value(), 0.0);
 }
 
-TEST_F(EnvFixture, ProcessDetectsLikeAnalyzeAndLeavesAudio) {
+TEST_F(AFEnvFollowerTest, ProcessDetectsLikeAnalyzeAndLeavesAudio) {
     AFEnvFollower viaAnalyze(&system);
     AFEnvFollower viaProcess(&system);
     std::array<float, 64> left{};
@@ -153,7 +153,7 @@ TEST_F(EnvFixture, ProcessDetectsLikeAnalyzeAndLeavesAudio) {
     EXPECT_EQ(right, rightCopy);
 }
 
-TEST_F(EnvFixture, ResetKeepsLevelAndCoefficients) {
+TEST_F(AFEnvFollowerTest, ResetKeepsLevelAndCoefficients) {
     AFEnvFollower env(&system);
     std::array<float, 4> in{0.6f, 0.0f, 0.0f, 0.0f};
     env.analyze(in.data(), in.data(), 4);
@@ -164,7 +164,7 @@ TEST_F(EnvFixture, ResetKeepsLevelAndCoefficients) {
     EXPECT_EQ(env.getAttackCoefficient(), a);
 }
 
-TEST_F(EnvFixture, DisplayTexts) {
+TEST_F(AFEnvFollowerTest, DisplayTexts) {
     AFEnvFollower env(&system);
     char text[kEffectTextSize];
     const std::pair<float, const char*> times[] = {
@@ -183,7 +183,7 @@ TEST_F(EnvFixture, DisplayTexts) {
     }
 }
 
-TEST_F(EnvFixture, ParametersBeyondTwoAreIgnored) {
+TEST_F(AFEnvFollowerTest, ParametersBeyondTwoAreIgnored) {
     AFEnvFollower env(&system);
     env.setParameter(2, 0.9f);
     env.setParameter(-1, 0.9f);
