@@ -1,6 +1,7 @@
 #include "TestHost.h"
 
 #include "effects/framework/EffectFactory.h"
+#include "modulation/AFLfo.h"
 
 #include <gtest/gtest.h>
 
@@ -103,8 +104,18 @@ TEST(RealtimeSafety, TenThousandBlocksAllocateNothing) {
 
     for (int round = 0; round < 10; ++round) {
         // Effect swaps allocate by design and happen off the audio thread, between rounds.
-        for (int s = 0; s < 8; ++s)
+        for (int s = 0; s < 8; ++s) {
             client.setSlotEffect(s, types[static_cast<std::size_t>(typeCursor++) % types.size()]);
+            // Every waveform, rate mode and trigger mode comes round in the LFOs.
+            for (int which = 0; which < 2; ++which) {
+                AFLfo* lfo = client.getSlot(s).getLfo(which);
+                lfo->setWaveform((round * 8 + s + which) % 14);
+                lfo->setParameterMode(0, (round + s) % 3);
+                lfo->setTriggerMode((round + which) % 3);
+                lfo->setQuantizeSteps(static_cast<int32_t>(dice.next(5)));
+                lfo->setRateDivide(dice.unit());
+            }
+        }
 
         counting.store(true);
         for (int block = 0; block < 1000; ++block) {
