@@ -238,15 +238,15 @@ TEST_F(RenderCli, ListEffectsPrintsTheCatalogue) {
 
 TEST_F(RenderCli, ListParametersShowsValuesAfterTheOptions) {
     const Outcome r = run({"--list-parameters", "--set", "Control 1=0.25", "--set", "FX2 Parameter 3=0.125",
-                           "--ramp", "Dictator=0.5:1@0:4", "--ramp", "Control 2=0.9:0.9@1:1"});
+                           "--ramp", "FX3 Dry Wet=0.3:1@0:4", "--ramp", "Control 2=0.9:0.9@1:1"});
     ASSERT_EQ(r.status, 0) << r.err;
     const auto rows = lines(r.out);
     ASSERT_EQ(rows.size(), 252u);
     for (int i = 0; i < 252; ++i)
         EXPECT_EQ(split(rows[static_cast<std::size_t>(i)], '\t').size(), 3u) << i;
     EXPECT_EQ(rows[0], "0\tControl 1\t0.250000");
-    EXPECT_EQ(rows[1], "1\tControl 2\t0.000000"); // a step at 1 s is not due at time 0
-    EXPECT_EQ(rows[8], "8\tDictator\t0.500000");
+    EXPECT_EQ(rows[1], "1\tControl 2\t0.000000");              // a step at 1 s is not due at time 0
+    EXPECT_EQ(rows[12 + 58 + 4], "74\tFX3 Dry Wet\t0.300000"); // a ramp starting at 0 is due at 0
     EXPECT_EQ(rows[9], "9\tDry/Wet\t1.000000");
     EXPECT_EQ(rows[12 + 29 + 2], "43\tFX2 Parameter 3\t0.125000");
     EXPECT_EQ(rows[251], "251\tFX8 FX Gain\t0.500000");
