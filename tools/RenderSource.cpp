@@ -1,6 +1,10 @@
 #include "tools/RenderSource.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 
 namespace {
 
@@ -14,10 +18,14 @@ RenderSource::~RenderSource() {
 }
 
 bool RenderSource::openFile(const std::string& path, std::string& error) {
+    if (access(path.c_str(), R_OK) != 0) {
+        error = "cannot read '" + path + "': " + std::strerror(errno);
+        return false;
+    }
     SF_INFO info{};
     file = sf_open(path.c_str(), SFM_READ, &info);
     if (file == nullptr) {
-        error = "cannot read '" + path + "': " + sf_strerror(nullptr);
+        error = "cannot read '" + path + "' as audio: " + sf_strerror(nullptr);
         return false;
     }
     if (info.channels < 1 || info.channels > 2) {
