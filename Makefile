@@ -6,11 +6,11 @@ PREFIX    ?= $(HOME)/.local
 
 # Debian packages the build, the tests and the tools need.
 DEPS := cmake g++ make pkg-config git libgtest-dev libgmock-dev libbenchmark-dev \
-        libsndfile1-dev libcairo2-dev libpng-dev zlib1g-dev clang-format
+        libsndfile1-dev libcairo2-dev libfontconfig-dev libpng-dev zlib1g-dev clang-format
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: all deps configure build demo test test-asan bench format clean
+.PHONY: all deps configure build demo test bench format clean
 
 all: build
 
@@ -33,6 +33,15 @@ build: configure
 
 test: build
 	ctest --test-dir $(BUILD) --output-on-failure -j$(JOBS)
+
+# The demo scene: Stutter in slot 1 (quantised to 1/8 by its defaults), its Control ramping up and down,
+# LFO 1 sweeping its Size through the modulation amount at index 261.
+demo: build
+	@mkdir -p out
+	$(BUILD)/tools/orvanto-render -o out/demo.wav --plot out/demo.png --seconds 16 --tempo 120 --seed 1 \
+	  --effect 1=Stutter --ramp "Control 1=0:1@1:7" --ramp "Control 1=1:0@9:15" \
+	  --set 261=1 --set "FX1 Lfo Amount=0.6" --set "FX1 Lfo Rate=0.5"
+	@echo "Rendered out/demo.wav and out/demo.png"
 
 bench: build
 	$(BUILD)/bench/orvanto-bench --benchmark_counters_tabular=true

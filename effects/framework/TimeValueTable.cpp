@@ -11,8 +11,8 @@ TimeValueTable::TimeValueTable(std::vector<Entry> rows)
 int TimeValueTable::indexFor(float v) const noexcept {
     const double raw = static_cast<double>(countInt - 1) * static_cast<double>(v) + 0.5;
     if (!(raw >= 0.0)) return 0;
-    const int index = static_cast<int>(raw);
-    return index >= countInt ? countInt - 1 : index;
+    if (raw >= static_cast<double>(countInt)) return countInt - 1;
+    return static_cast<int>(raw);
 }
 
 uint32_t TimeValueTable::intervalSamples(const AFSystemInfo& system, float v) const noexcept {
