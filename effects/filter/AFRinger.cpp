@@ -1,42 +1,212 @@
 #include "effects/filter/AFRinger.h"
 
+#include "effects/filter/WaveTables.h"
+#include "effects/framework/AFSystemInfo.h"
+
+#include <cmath>
 #include <cstdio>
 
 namespace {
 
-constexpr const char* kOption0[] = {"Hi", "Lo"};
+constexpr const char* kRangeWords[] = {"Hi", "Lo"};
 
-std::span<const char* const> optionWords(int index) {
-    switch (index) {
-    case 0:
-        return kOption0;
-    default:
-        return {};
-    }
+// Keeps the filter states clear of denormals.
+constexpr double kAntiDenormal = 1.000000013351432e-10;
+
+// Upper bound of the carrier's fundamental: "Lo" reaches 303 Hz, "Hi" 262 Hz. A ramp run past its tick is
+// held here so the phases always wrap with one subtraction.
+constexpr double kMaxFrequency = 320.0;
+
+enum Shape { kSaw = 0, kTri = 1, kSquare = 2, kSine = 3 };
+
+float unit(float v) noexcept {
+    return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
+}
+
+float readShape(const float* wave, const float* delta, float phase) noexcept {
+    const float p = phase * 1023.5f;
+    const int i = static_cast<int>(p);
+    return wave[i] + (p - static_cast<float>(i)) * delta[i];
+}
+
+float limit(float y, float& envelope, float release) noexcept {
+    const float a = std::fabs(y);
+    const float k = a > envelope ? AFRinger::kLimiterAttack : release;
+    envelope = (envelope - a) * k + a;
+    return envelope > 1.0f ? y / envelope : y;
 }
 
 } // namespace
 
-AFRinger::AFRinger(uint32_t type, AFSystemInfo* system, uint32_t flag) : AFEffect(type, 4, system, flag) {
-    setName("AFRinger");
-    defineParameter(0, "Pitch", 0.0f);
-    defineParameter(1, "VCA", 0.0f);
-    defineParameter(2, "Amt", 0.0f);
-    defineParameter(3, "Waveform", 0.0f);
+AFRinger::AFRinger(uint32_t type, AFSystemInfo* system, uint32_t flag)
+    : AFEffect(type, 4, system, flag), frequency(system), partialLevel(system), cutoff(system),
+      rectify(system), resonance(system), filterL(1.0, kFilterDamping, StateVariableHP::Output::Low),
+      filterR(1.0, kFilterDamping, StateVariableHP::Output::Low) {
+    setName("Ringmodulator");
+    defineParameter(0, "Pitch", 0.5f);
+    defineParameter(1, "VCA", 0.5f);
+    defineParameter(2, "Amt", 0.5f);
+    defineParameter(3, "Waveform", 0.5f);
+
+    const WaveTables& tables = WaveTables::instance();
+    constexpr Shape order[kShapeCount] = {kSine, kTri, kSquare, kSaw, kSaw};
+    for (int s = 0; s < kShapeCount; ++s) {
+        shapes[static_cast<std::size_t>(s)] = tables.wave(order[s]);
+        shapeDeltas[static_cast<std::size_t>(s)] = tables.delta(order[s]);
+    }
+    for (int i = 0; i < 4; ++i)
+        apply(i, parameterValues[static_cast<std::size_t>(i)]);
+    updateRate();
+    reset();
+    partialLevel.jump();
+}
+
+void AFRinger::apply(int index, float value) noexcept {
+    const float v = unit(value);
+    switch (index) {
+    case 0:
+        if (lowRange) {
+            frequency.setTarget(v * 300.0 + 3.0);
+        } else {
+            const float n = v * 84.0f + 12.0f;
+            const int row = static_cast<int>(n);
+            const AFSystemInfo::Pair& entry = systemInfo->noteLadder[static_cast<std::size_t>(row)];
+            frequency.setTarget(entry.value + (n - static_cast<float>(row)) * entry.delta);
+        }
+        break;
+    case 1:
+        rectify.setTarget(v);
+        break;
+    case 2:
+        partialLevel.setTarget(v);
+        break;
+    case 3: {
+        const float w2 = v * v;
+        resonance.setTarget(w2);
+        cutoff.setTarget((1.0f - w2 * w2) * 0.92f + 0.08f);
+        float m = v * 5.0f;
+        if (m > 3.0f) m = 3.0f;
+        shapeIndex = static_cast<int>(m);
+        shapeFraction = m - static_cast<float>(shapeIndex);
+        break;
+    }
+    default:
+        break;
+    }
+}
+
+void AFRinger::setParameter(int index, float value) {
+    if (index < 0 || index >= parameterCount) return;
+    AFEffect::setParameter(index, value);
+    apply(index, value);
 }
 
 void AFRinger::setOption(int index, int32_t value) {
-    const auto words = optionWords(index);
-    if (words.empty()) return;
-    options[static_cast<std::size_t>(index)] = clampOption(value, words);
+    if (index != 0) return;
+    lowRange = value != 0;
+    rangeOption = clampOption(value, kRangeWords);
+    apply(0, parameterValues[0]);
 }
 
 int32_t AFRinger::getOption(int index) {
-    return optionWords(index).empty() ? 0 : options[static_cast<std::size_t>(index)];
+    return index == 0 ? rangeOption : 0;
 }
 
-void AFRinger::getOptionList(int index, AFWordList& list) { appendWords(list, optionWords(index)); }
+void AFRinger::getOptionList(int index, AFWordList& list) {
+    if (index == 0) appendWords(list, kRangeWords);
+}
 
-void AFRinger::formatParameter(int, float value, char* text) {
-    std::snprintf(text, kEffectTextSize, "%3.2f", static_cast<double>(value) * 100.0);
+void AFRinger::updateRate() noexcept {
+    if (systemInfo->sampleRate == limiterRate) return;
+    limiterRate = systemInfo->sampleRate;
+    inverseRate = 1.0 / static_cast<double>(limiterRate);
+    releaseCoefficient =
+        static_cast<float>(std::exp(-1.0 / (kLimiterReleaseSeconds * static_cast<double>(limiterRate))));
+}
+
+void AFRinger::reset() {
+    phase1 = 0.0f;
+    phase2 = 0.0f;
+    phase3 = 0.0f;
+    filterL.reset();
+    filterR.reset();
+    envelopeL = 0.0f;
+    envelopeR = 0.0f;
+    cutoff.jump();
+    resonance.jump();
+    frequency.jump();
+    rectify.jump();
+    filterL.f = cutoff.getCurrent();
+    filterR.f = cutoff.getCurrent();
+}
+
+int32_t AFRinger::activate() {
+    updateRate();
+    reset();
+    partialLevel.jump();
+    return 1;
+}
+
+void AFRinger::controlTick() noexcept {
+    updateRate();
+    frequency.controlTick();
+    partialLevel.controlTick();
+    cutoff.controlTick();
+    rectify.controlTick();
+    resonance.controlTick();
+}
+
+void AFRinger::process(float* left, float* right, int count) noexcept {
+    const auto lower = static_cast<std::size_t>(shapeIndex);
+    const float* waveA = shapes[lower];
+    const float* deltaA = shapeDeltas[lower];
+    const float* waveB = shapes[lower + 1];
+    const float* deltaB = shapeDeltas[lower + 1];
+    const float mf = shapeFraction;
+    const float release = releaseCoefficient;
+    const double rate = inverseRate;
+
+    auto partial = [&](float phase) noexcept {
+        const float a = readShape(waveA, deltaA, phase);
+        const float b = readShape(waveB, deltaB, phase);
+        return a + (b - a) * mf;
+    };
+
+    for (int n = 0; n < count; ++n) {
+        double f = frequency.advance();
+        f = f < 0.0 ? 0.0 : (f > kMaxFrequency ? kMaxFrequency : f);
+        const auto step = static_cast<float>(f * rate);
+        phase1 += step;
+        if (phase1 >= 1.0f) phase1 -= 1.0f;
+        phase2 += step * 2.0f;
+        if (phase2 >= 1.0f) phase2 -= 1.0f;
+        phase3 += step * 3.0f;
+        if (phase3 >= 1.0f) phase3 -= 1.0f;
+
+        const auto level = static_cast<float>(partialLevel.advance());
+        const double signal = partial(phase1) + level * (partial(phase2) + partial(phase3));
+
+        // A ramp run past its tick must not push the filter out of its stable range.
+        const double c = cutoff.advance();
+        if (c <= 1.0 && c > 0.0) {
+            filterL.f = c;
+            filterR.f = c;
+        }
+        const auto mL = static_cast<float>(filterL.process(signal, kAntiDenormal));
+        const auto mR = static_cast<float>(filterR.process(signal, kAntiDenormal));
+
+        const auto r = static_cast<float>(rectify.advance());
+        const float xL = left[n];
+        const float xR = right[n];
+        const float ringL = xL * mL;
+        const float ringR = xR * mR;
+        left[n] = limit(ringL + (xL * std::fabs(mL) - ringL) * r, envelopeL, release);
+        right[n] = limit(ringR + (xR * std::fabs(mR) - ringR) * r, envelopeR, release);
+    }
+}
+
+void AFRinger::formatParameter(int index, float value, char* text) {
+    const double v = static_cast<double>(value);
+    const double shown = index == 0 && !lowRange ? v * 84.0 + 12.0 : v * 100.0;
+    std::snprintf(text, kEffectTextSize, "%3.2f", shown);
 }
