@@ -8,6 +8,7 @@
 
 namespace {
 
+// Any value but 0 selects "Lo", so the stored option is always one of the two words.
 constexpr const char* kRangeWords[] = {"Hi", "Lo"};
 
 // Keeps the filter states clear of denormals.
@@ -104,7 +105,7 @@ void AFRinger::setParameter(int index, float value) {
 void AFRinger::setOption(int index, int32_t value) {
     if (index != 0) return;
     lowRange = value != 0;
-    rangeOption = clampOption(value, kRangeWords);
+    rangeOption = lowRange ? 1 : 0;
     apply(0, parameterValues[0]);
 }
 
@@ -174,7 +175,7 @@ void AFRinger::process(float* left, float* right, int count) noexcept {
 
     for (int n = 0; n < count; ++n) {
         double f = frequency.advance();
-        f = f < 0.0 ? 0.0 : (f > kMaxFrequency ? kMaxFrequency : f);
+        f = f > 0.0 ? (f < kMaxFrequency ? f : kMaxFrequency) : 0.0;
         const auto step = static_cast<float>(f * rate);
         phase1 += step;
         if (phase1 >= 1.0f) phase1 -= 1.0f;

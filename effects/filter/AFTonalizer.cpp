@@ -229,7 +229,7 @@ void AFTonalizer::process(float* left, float* right, int count) noexcept {
         const auto frac = static_cast<float>(p - static_cast<double>(i));
         return buf[i] + (buf[j] - buf[i]) * frac;
     };
-    auto clampDelay = [maxDelay](double d) noexcept { return d < 1.0 ? 1.0 : (d > maxDelay ? maxDelay : d); };
+    auto clampDelay = [maxDelay](double d) noexcept { return d > 1.0 ? (d < maxDelay ? d : maxDelay) : 1.0; };
 
     for (int n = 0; n < count; ++n) {
         const auto level = static_cast<float>(feedback.advance());
