@@ -3,6 +3,7 @@
 #include "effects/filter/WaveTables.h"
 #include "effects/framework/AFSystemInfo.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -30,19 +31,23 @@ float readShape(const float* wave, const float* delta, float phase) noexcept {
     return wave[i] + (p - static_cast<float>(i)) * delta[i];
 }
 
+// Below full scale the division is by 1 and leaves y exact.
 float limit(float y, float& envelope, float release) noexcept {
     const float a = std::fabs(y);
     const float k = a > envelope ? AFRinger::kLimiterAttack : release;
     envelope = (envelope - a) * k + a;
-    return envelope > 1.0f ? y / envelope : y;
+    return y / std::max(envelope, 1.0f);
+}
+
+float wrap(float phase) noexcept {
+    return phase >= 1.0f ? phase - 1.0f : phase;
 }
 
 } // namespace
 
 AFRinger::AFRinger(uint32_t type, AFSystemInfo* system, uint32_t flag)
     : AFEffect(type, 4, system, flag), frequency(system), partialLevel(system), cutoff(system),
-      rectify(system), resonance(system), filterL(1.0, kFilterDamping, StateVariableHP::Output::Low),
-      filterR(1.0, kFilterDamping, StateVariableHP::Output::Low) {
+      rectify(system), resonance(system), filter(1.0, kFilterDamping, StateVariableHP::Output::Low) {
     setName("Ringmodulator");
     defineParameter(0, "Pitch", 0.5f);
     defineParameter(1, "VCA", 0.5f);
@@ -58,6 +63,7 @@ AFRinger::AFRinger(uint32_t type, AFSystemInfo* system, uint32_t flag)
     for (int i = 0; i < 4; ++i)
         apply(i, parameterValues[static_cast<std::size_t>(i)]);
     updateRate();
+    updateMorph();
     reset();
     partialLevel.jump();
 }
@@ -129,20 +135,35 @@ void AFRinger::reset() {
     phase1 = 0.0f;
     phase2 = 0.0f;
     phase3 = 0.0f;
-    filterL.reset();
-    filterR.reset();
+    filter.reset();
     envelopeL = 0.0f;
     envelopeR = 0.0f;
     cutoff.jump();
     resonance.jump();
     frequency.jump();
     rectify.jump();
-    filterL.f = cutoff.getCurrent();
-    filterR.f = cutoff.getCurrent();
+    filter.f = cutoff.getCurrent();
+}
+
+void AFRinger::updateMorph() noexcept {
+    if (shapeIndex == morphIndex && shapeFraction == morphFraction) return;
+    morphIndex = shapeIndex;
+    morphFraction = shapeFraction;
+    const auto lower = static_cast<std::size_t>(shapeIndex);
+    const float* waveA = shapes[lower];
+    const float* deltaA = shapeDeltas[lower];
+    const float* waveB = shapes[lower + 1];
+    const float* deltaB = shapeDeltas[lower + 1];
+    const float mf = shapeFraction;
+    for (std::size_t i = 0; i < morphWave.size(); ++i) {
+        morphWave[i] = waveA[i] + (waveB[i] - waveA[i]) * mf;
+        morphDelta[i] = deltaA[i] + (deltaB[i] - deltaA[i]) * mf;
+    }
 }
 
 int32_t AFRinger::activate() {
     updateRate();
+    updateMorph();
     reset();
     partialLevel.jump();
     return 1;
@@ -150,6 +171,7 @@ int32_t AFRinger::activate() {
 
 void AFRinger::controlTick() noexcept {
     updateRate();
+    updateMorph();
     frequency.controlTick();
     partialLevel.controlTick();
     cutoff.controlTick();
@@ -158,52 +180,56 @@ void AFRinger::controlTick() noexcept {
 }
 
 void AFRinger::process(float* left, float* right, int count) noexcept {
-    const auto lower = static_cast<std::size_t>(shapeIndex);
-    const float* waveA = shapes[lower];
-    const float* deltaA = shapeDeltas[lower];
-    const float* waveB = shapes[lower + 1];
-    const float* deltaB = shapeDeltas[lower + 1];
-    const float mf = shapeFraction;
+    const float* wave = morphWave.data();
+    const float* delta = morphDelta.data();
     const float release = releaseCoefficient;
     const double rate = inverseRate;
 
-    auto partial = [&](float phase) noexcept {
-        const float a = readShape(waveA, deltaA, phase);
-        const float b = readShape(waveB, deltaB, phase);
-        return a + (b - a) * mf;
-    };
+    // Work on local copies: the output stores could alias members and would force every state through memory.
+    ParamRamp freq = frequency;
+    ParamRamp level = partialLevel;
+    ParamRamp corner = cutoff;
+    ParamRamp rect = rectify;
+    StateVariableHP carrier = filter;
+    float ph1 = phase1, ph2 = phase2, ph3 = phase3;
+    float envL = envelopeL, envR = envelopeR;
 
     for (int n = 0; n < count; ++n) {
-        double f = frequency.advance();
-        f = f > 0.0 ? (f < kMaxFrequency ? f : kMaxFrequency) : 0.0;
+        const double f = std::min(std::max(0.0, freq.advance()), kMaxFrequency);
         const auto step = static_cast<float>(f * rate);
-        phase1 += step;
-        if (phase1 >= 1.0f) phase1 -= 1.0f;
-        phase2 += step * 2.0f;
-        if (phase2 >= 1.0f) phase2 -= 1.0f;
-        phase3 += step * 3.0f;
-        if (phase3 >= 1.0f) phase3 -= 1.0f;
+        ph1 = wrap(ph1 + step);
+        ph2 = wrap(ph2 + step * 2.0f);
+        ph3 = wrap(ph3 + step * 3.0f);
 
-        const auto level = static_cast<float>(partialLevel.advance());
-        const double signal = partial(phase1) + level * (partial(phase2) + partial(phase3));
+        const auto l = static_cast<float>(level.advance());
+        const double signal =
+            readShape(wave, delta, ph1) + l * (readShape(wave, delta, ph2) + readShape(wave, delta, ph3));
 
         // A ramp run past its tick must not push the filter out of its stable range.
-        const double c = cutoff.advance();
-        if (c <= 1.0 && c > 0.0) {
-            filterL.f = c;
-            filterR.f = c;
-        }
-        const auto mL = static_cast<float>(filterL.process(signal, kAntiDenormal));
-        const auto mR = static_cast<float>(filterR.process(signal, kAntiDenormal));
+        const double c = corner.advance();
+        carrier.f = c <= 1.0 && c > 0.0 ? c : carrier.f;
+        const auto m = static_cast<float>(carrier.process(signal, kAntiDenormal));
+        const float magnitude = std::fabs(m);
 
-        const auto r = static_cast<float>(rectify.advance());
+        const auto r = static_cast<float>(rect.advance());
         const float xL = left[n];
         const float xR = right[n];
-        const float ringL = xL * mL;
-        const float ringR = xR * mR;
-        left[n] = limit(ringL + (xL * std::fabs(mL) - ringL) * r, envelopeL, release);
-        right[n] = limit(ringR + (xR * std::fabs(mR) - ringR) * r, envelopeR, release);
+        const float ringL = xL * m;
+        const float ringR = xR * m;
+        left[n] = limit(ringL + (xL * magnitude - ringL) * r, envL, release);
+        right[n] = limit(ringR + (xR * magnitude - ringR) * r, envR, release);
     }
+
+    frequency = freq;
+    partialLevel = level;
+    cutoff = corner;
+    rectify = rect;
+    filter = carrier;
+    phase1 = ph1;
+    phase2 = ph2;
+    phase3 = ph3;
+    envelopeL = envL;
+    envelopeR = envR;
 }
 
 void AFRinger::formatParameter(int index, float value, char* text) {

@@ -46,6 +46,7 @@ public:
 private:
     void apply(int index, float value) noexcept;
     void updateRate() noexcept;
+    void updateMorph() noexcept;
 
     ParamRamp frequency;
     ParamRamp partialLevel;
@@ -58,8 +59,14 @@ private:
     float phase3 = 0.0f;
     std::array<const float*, kShapeCount> shapes{};
     std::array<const float*, kShapeCount> shapeDeltas{};
-    StateVariableHP filterL;
-    StateVariableHP filterR;
+    // The two neighbouring shapes crossfaded once per change of "Waveform", so a partial costs one read.
+    alignas(16) std::array<float, 1024> morphWave{};
+    alignas(16) std::array<float, 1024> morphDelta{};
+    int morphIndex = -1;
+    float morphFraction = -1.0f;
+    // Both channels' filters would see the same carrier with the same coefficients and so always hold equal
+    // states: one filter serves both channels.
+    StateVariableHP filter;
     float envelopeL = 0.0f;
     float envelopeR = 0.0f;
     bool lowRange = false;

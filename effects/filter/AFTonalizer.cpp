@@ -215,16 +215,26 @@ void AFTonalizer::process(float* left, float* right, int count) noexcept {
     float* const bufL = lineL.data();
     float* const bufR = lineR.data();
     const int length = lineLength;
+    const auto span = static_cast<double>(length);
     const double maxDelay = static_cast<double>(length - 2);
     const float sign = feedbackSign == 1 ? -1.0f : 1.0f;
     const bool sweep = holdMode == kSweep;
+    const float rate = holdRate;
+    const float step = sweepStep;
+
+    // Local copies: the line stores could alias members and would force every state through memory.
+    ParamRamp fbRamp = feedback;
+    ParamRamp rampL = delayL;
+    ParamRamp rampR = delayR;
+    float gate = holdGate;
+    float phase = sweepPhase;
     int w = writeIndex;
 
     auto read = [&](const float* buf, double delay) noexcept {
         double p = static_cast<double>(w) - delay;
-        if (p < 0.0) p += static_cast<double>(length);
+        p = p < 0.0 ? p + span : p;
         int i = static_cast<int>(p);
-        if (i >= length) i -= length;
+        i = i < length ? i : i - length;
         const int j = i + 1 == length ? 0 : i + 1;
         const auto frac = static_cast<float>(p - static_cast<double>(i));
         return buf[i] + (buf[j] - buf[i]) * frac;
@@ -232,22 +242,20 @@ void AFTonalizer::process(float* left, float* right, int count) noexcept {
     auto clampDelay = [maxDelay](double d) noexcept { return d > 1.0 ? (d < maxDelay ? d : maxDelay) : 1.0; };
 
     for (int n = 0; n < count; ++n) {
-        const auto level = static_cast<float>(feedback.advance());
+        const auto level = static_cast<float>(fbRamp.advance());
         const float fb = level * sign;
-        const double dL = clampDelay(delayL.advance());
-        const double dR = clampDelay(delayR.advance());
+        const double dL = clampDelay(rampL.advance());
+        const double dR = clampDelay(rampR.advance());
 
-        float gate = holdGate + holdRate;
-        gate = gate < 0.0f ? 0.0f : (gate > 1.0f ? 1.0f : gate);
-        holdGate = gate;
-        if (gate <= 0.0f) sweepPhase = 0.5f;
-
+        gate = std::min(std::max(gate + rate, 0.0f), 1.0f);
         float gain = 1.5f - std::fabs(level);
-        if (sweep && gate > 0.0f) {
-            sweepPhase += sweepStep;
-            if (sweepPhase >= 1.0f) sweepPhase -= 1.0f;
-            float q = sweepPhase - 0.25f;
-            if (q < 0.0f) q += 1.0f;
+        if (gate <= 0.0f) {
+            phase = 0.5f;
+        } else if (sweep) {
+            phase += step;
+            phase = phase >= 1.0f ? phase - 1.0f : phase;
+            float q = phase - 0.25f;
+            q = q < 0.0f ? q + 1.0f : q;
             const float p = q * static_cast<float>(WaveTables::kSize);
             const int i = static_cast<int>(p) & WaveTables::kMask;
             const float s = 0.5f + 0.5f * (sine[i] + (p - static_cast<float>(i)) * sineDelta[i]);
@@ -262,8 +270,14 @@ void AFTonalizer::process(float* left, float* right, int count) noexcept {
         bufR[w] = (rR - yR) * gate + yR;
         left[n] = rL * gain;
         right[n] = rR * gain;
-        if (++w == length) w = 0;
+        w = w + 1 == length ? 0 : w + 1;
     }
+
+    feedback = fbRamp;
+    delayL = rampL;
+    delayR = rampR;
+    holdGate = gate;
+    sweepPhase = phase;
     writeIndex = w;
 }
 
