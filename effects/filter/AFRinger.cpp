@@ -31,12 +31,15 @@ float readShape(const float* wave, const float* delta, float phase) noexcept {
     return wave[i] + (p - static_cast<float>(i)) * delta[i];
 }
 
+// Left and right travel together through the ring stage and the limiter.
+using Stereo = float __attribute__((vector_size(16)));
+
 // Below full scale the division is by 1 and leaves y exact.
-float limit(float y, float& envelope, float release) noexcept {
-    const float a = std::fabs(y);
-    const float k = a > envelope ? AFRinger::kLimiterAttack : release;
+Stereo limit(Stereo y, Stereo& envelope, Stereo release) noexcept {
+    const Stereo a = y < 0.0f ? -y : y;
+    const Stereo k = a > envelope ? Stereo{} + AFRinger::kLimiterAttack : release;
     envelope = (envelope - a) * k + a;
-    return y / std::max(envelope, 1.0f);
+    return y / (envelope > 1.0f ? envelope : Stereo{} + 1.0f);
 }
 
 float wrap(float phase) noexcept {
@@ -182,7 +185,6 @@ void AFRinger::controlTick() noexcept {
 void AFRinger::process(float* left, float* right, int count) noexcept {
     const float* wave = morphWave.data();
     const float* delta = morphDelta.data();
-    const float release = releaseCoefficient;
     const double rate = inverseRate;
 
     // Work on local copies: the output stores could alias members and would force every state through memory.
@@ -192,7 +194,8 @@ void AFRinger::process(float* left, float* right, int count) noexcept {
     ParamRamp rect = rectify;
     StateVariableHP carrier = filter;
     float ph1 = phase1, ph2 = phase2, ph3 = phase3;
-    float envL = envelopeL, envR = envelopeR;
+    Stereo env{envelopeL, envelopeR, 0.0f, 0.0f};
+    const Stereo release = Stereo{} + releaseCoefficient;
 
     for (int n = 0; n < count; ++n) {
         const double f = std::min(std::max(0.0, freq.advance()), kMaxFrequency);
@@ -208,16 +211,16 @@ void AFRinger::process(float* left, float* right, int count) noexcept {
         // A ramp run past its tick must not push the filter out of its stable range.
         const double c = corner.advance();
         carrier.f = c <= 1.0 && c > 0.0 ? c : carrier.f;
-        const auto m = static_cast<float>(carrier.process(signal, kAntiDenormal));
+        carrier.process(signal, kAntiDenormal);
+        const auto m = static_cast<float>(carrier.low);
         const float magnitude = std::fabs(m);
 
         const auto r = static_cast<float>(rect.advance());
-        const float xL = left[n];
-        const float xR = right[n];
-        const float ringL = xL * m;
-        const float ringR = xR * m;
-        left[n] = limit(ringL + (xL * magnitude - ringL) * r, envL, release);
-        right[n] = limit(ringR + (xR * magnitude - ringR) * r, envR, release);
+        const Stereo x{left[n], right[n], 0.0f, 0.0f};
+        const Stereo ring = x * m;
+        const Stereo y = limit(ring + (x * magnitude - ring) * r, env, release);
+        left[n] = y[0];
+        right[n] = y[1];
     }
 
     frequency = freq;
@@ -228,8 +231,8 @@ void AFRinger::process(float* left, float* right, int count) noexcept {
     phase1 = ph1;
     phase2 = ph2;
     phase3 = ph3;
-    envelopeL = envL;
-    envelopeR = envR;
+    envelopeL = env[0];
+    envelopeR = env[1];
 }
 
 void AFRinger::formatParameter(int index, float value, char* text) {

@@ -35,14 +35,13 @@ public:
     // GUI thread.
     void formatParameter(int index, float value, char* text) override;
 
+    enum HoldMode : int32_t { kFlat = 0, kSweep = 1, kRootnote = 2 };
+
+private:
     // Note number of a side (the note table's index) for knob value v, scale and transposition in semitones.
     static float noteFor(float v, int32_t scale, int transposition) noexcept;
     // Transposition in semitones, 0..11, that the fourth knob selects in "Rootnote".
     static int rootFor(float v) noexcept;
-
-    enum HoldMode : int32_t { kFlat = 0, kSweep = 1, kRootnote = 2 };
-
-private:
     // Comb delay in samples for a note, at the current rate.
     double delayFor(float note) const noexcept;
     int transposition() const noexcept;
