@@ -123,9 +123,9 @@ double measuredHz(const std::vector<float>& y, float rate) {
 
 } // namespace
 
-TEST_F(RingerFixture, VcaZeroIsThePureRingProductAndOneModulatesByTheMagnitude) {
+TEST_F(RingerFixture, VcaCrossfadesThePureRingProductIntoModulationByTheMagnitude) {
     const float rate = system.sampleRate;
-    for (float vca : {0.0f, 1.0f}) {
+    for (float vca : {0.0f, 0.5f, 1.0f}) {
         for (float waveform : {0.0f, 0.1f, 0.3f, 0.47f, 0.6f, 0.8f, 1.0f}) {
             const std::array<float, 4> params{0.9f, vca, 0.7f, waveform};
             auto fx = make(params);
@@ -140,7 +140,7 @@ TEST_F(RingerFixture, VcaZeroIsThePureRingProductAndOneModulatesByTheMagnitude) 
             CarrierReference ref{ladderHz(system, 0.9f * 84.0f + 12.0f), 0.7f, waveform, rate};
             for (std::size_t n = 0; n < l.size(); ++n) {
                 const float m = ref.next();
-                const float shaped = vca == 0.0f ? m : std::fabs(m);
+                const float shaped = m + (std::fabs(m) - m) * vca;
                 ASSERT_NEAR(l[n], inL[n] * shaped, 2e-5f)
                     << "vca " << vca << " wave " << waveform << " @" << n;
                 ASSERT_NEAR(r[n], inR[n] * shaped, 2e-5f)

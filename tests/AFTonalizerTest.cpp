@@ -281,6 +281,29 @@ TEST_F(TonalizerFixture, SweepPulsesTheFrozenSoundOncePerBeat) {
         ASSERT_NEAR(hl[n], 0.8 * ((s - 1.0) * gate + 1.0), 2e-3) << n;
         ASSERT_EQ(hl[n], hr[n]);
     }
+    // Releasing the hold shuts the gate and rewinds the sweep: holding again starts the same pulse afresh.
+    std::vector<float> rl(6400, 0.4f), rr(6400, 0.4f);
+    run(*fx, fill, rl.data(), rr.data(), rl.size());
+    std::vector<float> again(hl.size(), 0.4f), againR(hl.size(), 0.4f);
+    run(*fx, hold, again.data(), againR.data(), again.size());
+    for (std::size_t n = 0; n < again.size(); n += 97)
+        ASSERT_NEAR(again[n], hl[n], 2e-3) << n;
+}
+
+TEST_F(TonalizerFixture, RateChangeRetunesTheCombs) {
+    const Params params{0.7f, 0.7f, 0.2f, 0.0f};
+    auto fx = make(params);
+    std::vector<float> l(64, 0.3f), r(64, 0.3f);
+    run(*fx, params, l.data(), r.data(), l.size());
+    system.setSampleRate(96000.0f);
+    const double d = period(0.7f * 60.0f + 24.0f);
+    const auto count = static_cast<std::size_t>(2.0 * d + 64.0);
+    std::vector<float> cl(count, 0.0f), cr(count, 0.0f);
+    cl[0] = 1.0f;
+    run(*fx, params, cl.data(), cr.data(), count);
+    // The lines start empty at the new rate, so only the click comes back, one new period later.
+    EXPECT_NEAR(centroid(cl, d), d, 2e-3);
+    EXPECT_EQ(cl[5], 0.0f);
 }
 
 TEST_F(TonalizerFixture, HostileInputStaysInRangeAndFinite) {
