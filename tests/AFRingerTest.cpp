@@ -282,4 +282,16 @@ TEST_F(RingerFixture, OutputIsDeterministicAndActivateRestartsIt) {
     run(*a, params, lc, rc);
     EXPECT_EQ(la, lc);
     EXPECT_EQ(ra, rc);
+
+    // A call longer than a slot's piece is worked through exactly as the same samples in pieces.
+    a->activate();
+    b->activate();
+    a->controlTick();
+    b->controlTick();
+    auto ld = in, rd = in, le = in, re = in;
+    a->process(ld.data(), rd.data(), 150);
+    for (int done = 0; done < 150; done += 50)
+        b->process(le.data() + done, re.data() + done, 50);
+    EXPECT_EQ(ld, le);
+    EXPECT_EQ(rd, re);
 }

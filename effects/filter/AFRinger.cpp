@@ -183,20 +183,23 @@ void AFRinger::controlTick() noexcept {
 }
 
 void AFRinger::process(float* left, float* right, int count) noexcept {
+    for (int done = 0; done < count; done += kMaxBlock)
+        processPiece(left + done, right + done, std::min(count - done, kMaxBlock));
+}
+
+void AFRinger::processPiece(float* left, float* right, int count) noexcept {
     const float* wave = morphWave.data();
     const float* delta = morphDelta.data();
     const double rate = inverseRate;
 
-    // Work on local copies: the output stores could alias members and would force every state through memory.
+    // Two passes, each light enough to keep its state in registers: the carrier first, then both channels.
+    // They work on local copies, since the output stores could alias members.
+    std::array<float, kMaxBlock> carrierOut;
     ParamRamp freq = frequency;
     ParamRamp level = partialLevel;
     ParamRamp corner = cutoff;
-    ParamRamp rect = rectify;
     StateVariableHP carrier = filter;
     float ph1 = phase1, ph2 = phase2, ph3 = phase3;
-    Stereo env{envelopeL, envelopeR, 0.0f, 0.0f};
-    const Stereo release = Stereo{} + releaseCoefficient;
-
     for (int n = 0; n < count; ++n) {
         const double f = std::min(std::max(0.0, freq.advance()), kMaxFrequency);
         const auto step = static_cast<float>(f * rate);
@@ -212,25 +215,29 @@ void AFRinger::process(float* left, float* right, int count) noexcept {
         const double c = corner.advance();
         carrier.f = c <= 1.0 && c > 0.0 ? c : carrier.f;
         carrier.process(signal, kAntiDenormal);
-        const auto m = static_cast<float>(carrier.low);
-        const float magnitude = std::fabs(m);
-
-        const auto r = static_cast<float>(rect.advance());
-        const Stereo x{left[n], right[n], 0.0f, 0.0f};
-        const Stereo ring = x * m;
-        const Stereo y = limit(ring + (x * magnitude - ring) * r, env, release);
-        left[n] = y[0];
-        right[n] = y[1];
+        carrierOut[static_cast<std::size_t>(n)] = static_cast<float>(carrier.low);
     }
-
     frequency = freq;
     partialLevel = level;
     cutoff = corner;
-    rectify = rect;
     filter = carrier;
     phase1 = ph1;
     phase2 = ph2;
     phase3 = ph3;
+
+    ParamRamp rect = rectify;
+    Stereo env{envelopeL, envelopeR, 0.0f, 0.0f};
+    const Stereo release = Stereo{} + releaseCoefficient;
+    for (int n = 0; n < count; ++n) {
+        const float m = carrierOut[static_cast<std::size_t>(n)];
+        const auto r = static_cast<float>(rect.advance());
+        const Stereo x{left[n], right[n], 0.0f, 0.0f};
+        const Stereo ring = x * m;
+        const Stereo y = limit(ring + (x * std::fabs(m) - ring) * r, env, release);
+        left[n] = y[0];
+        right[n] = y[1];
+    }
+    rectify = rect;
     envelopeL = env[0];
     envelopeR = env[1];
 }

@@ -42,11 +42,15 @@ public:
     // Peak limiter: instant attack (no overshoot above full scale), 60 ms release.
     static constexpr float kLimiterAttack = 0.0f;
     static constexpr double kLimiterReleaseSeconds = 0.06;
+    // Longest piece the slot hands to process; longer calls are worked through in pieces of this size.
+    static constexpr int kMaxBlock = 64;
 
 private:
     void apply(int index, float value) noexcept;
     void updateRate() noexcept;
     void updateMorph() noexcept;
+    // At most kMaxBlock samples, the size of the carrier scratch.
+    void processPiece(float* left, float* right, int count) noexcept;
 
     ParamRamp frequency;
     ParamRamp partialLevel;
