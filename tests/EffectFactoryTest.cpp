@@ -1,7 +1,7 @@
+#include "effects/framework/EffectFactory.h"
 #include "effects/framework/AFBpmListenerList.h"
 #include "effects/framework/AFEffect.h"
 #include "effects/framework/AFSystemInfo.h"
-#include "effects/framework/EffectFactory.h"
 
 #include <gtest/gtest.h>
 
@@ -18,7 +18,8 @@ struct FactoryFixture : ::testing::Test {
 } // namespace
 
 TEST_F(FactoryFixture, IdsWithoutClassGiveNull) {
-    for (int id : {0, 6, 10, 15, 29, 30, -1, -100}) EXPECT_EQ(EffectFactory::create(&system, id), nullptr) << id;
+    for (int id : {0, 6, 10, 15, 29, 30, -1, -100})
+        EXPECT_EQ(EffectFactory::create(&system, id), nullptr) << id;
 }
 
 TEST_F(FactoryFixture, EveryOtherIdBuildsItsTypeWithFourParameters) {
@@ -38,14 +39,16 @@ TEST_F(FactoryFixture, EveryOtherIdBuildsItsTypeWithFourParameters) {
 }
 
 TEST_F(FactoryFixture, MenuOrderReadsAsCatalogued) {
-    const char* expected[] = {"Pattern Delay", "Reverse Delay", "Pitch Delay",   "Flanger",       "Phaser",
-                              "Tonalizer",     "Reverb",        "FreezeVerb",    "Ringmodulator", "Vocodizer",
-                              "Levelizer",     "Guitar Amp",    "Looper",        "Pitch Looper",  "Pan Looper",
-                              "Reactor",       "Slicearranger", "Granulizer",    "Stutter",       "Vinylizer",
-                              "Filter",        "Filter Pattern", "Vowel Filter", "Spectralizer"};
-    for (int i = 0; i < EffectFactory::kMenuCount; ++i) EXPECT_STREQ(EffectFactory::menuEffectName(i), expected[i]);
+    const char* expected[] = {
+        "Pattern Delay", "Reverse Delay", "Pitch Delay",   "Flanger",        "Phaser",        "Tonalizer",
+        "Reverb",        "FreezeVerb",    "Ringmodulator", "Vocodizer",      "Levelizer",     "Guitar Amp",
+        "Looper",        "Pitch Looper",  "Pan Looper",    "Reactor",        "Slicearranger", "Granulizer",
+        "Stutter",       "Vinylizer",     "Filter",        "Filter Pattern", "Vowel Filter",  "Spectralizer"};
+    for (int i = 0; i < EffectFactory::kMenuCount; ++i)
+        EXPECT_STREQ(EffectFactory::menuEffectName(i), expected[i]);
     EXPECT_EQ(EffectFactory::menuTypeId(24), -1);
-    for (int id : {0, 6, 10, 15, 28}) EXPECT_EQ(EffectFactory::menuPosition(id), -1);
+    for (int id : {0, 6, 10, 15, 28})
+        EXPECT_EQ(EffectFactory::menuPosition(id), -1);
     EXPECT_STREQ(EffectFactory::effectName(EffectFactory::kFirstSlotEffect), "Slicearranger");
 }
 

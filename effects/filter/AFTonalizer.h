@@ -1,22 +1,68 @@
 #pragma once
 
-#include "effects/framework/AFEffect.h"
 #include "effects/framework/AFBPMChangeInterface.h"
+#include "effects/framework/AFEffect.h"
+#include "effects/framework/ParamRamp.h"
 
 #include <array>
+#include <vector>
 
-// Catalogue entry whose sound has not landed yet: it carries its names, defaults, options and displays
-// and passes the audio through unchanged.
+// Pitched resonator: one feedback comb per channel, tuned to a note that can be held to a scale grid. "Hold"
+// freezes what the combs contain; in "Sweep" the frozen sound pulses once per beat; in "Rootnote" the fourth
+// knob transposes both notes and their grids instead.
 class AFTonalizer : public AFEffect, public AFBPMChangeInterface {
 public:
     AFTonalizer(uint32_t effectType, AFSystemInfo* systemInfo, uint32_t constructionFlag);
 
+    // Audio thread: in place, count <= 64.
+    void process(float* left, float* right, int count) noexcept override;
+    // Audio thread at a control tick, or any thread with the audio held off.
+    void setParameter(int index, float value) override;
+    // Any thread: scales, feedback sign, hold mode (renames the fourth knob).
     void setOption(int index, int32_t value) override;
+    // Any thread.
     int32_t getOption(int index) override;
+    // GUI thread or chunk save.
     void getOptionList(int index, AFWordList& list) override;
-    void formatParameter(int index, float value, char* text) override;
+    // Audio thread, from activate or on a rate change; also the constructor.
+    void reset() override;
+    // Audio thread, once per control tick before process.
+    void controlTick() noexcept override;
+    // Audio thread when the slot starts.
+    int32_t activate() override;
+    // Nobody in the running system.
     bool hasFlag() override { return false; }
+    // GUI thread.
+    void formatParameter(int index, float value, char* text) override;
+
+    enum HoldMode : int32_t { kFlat = 0, kSweep = 1, kRootnote = 2 };
 
 private:
-    std::array<int32_t, 4> options{};
+    // Note number of a side (the note table's index) for knob value v, scale and transposition in semitones.
+    static float noteFor(float v, int32_t scale, int transposition) noexcept;
+    // Transposition in semitones, 0..11, that the fourth knob selects in "Rootnote".
+    static int rootFor(float v) noexcept;
+    // Comb delay in samples for a note, at the current rate.
+    double delayFor(float note) const noexcept;
+    int transposition() const noexcept;
+    void updateLineLength() noexcept;
+
+    std::vector<float> lineL;
+    std::vector<float> lineR;
+    int writeIndex = 0;
+    int lineLength = 0;
+    float lineRate = 0.0f;
+    ParamRamp delayL;
+    ParamRamp delayR;
+    ParamRamp feedback;
+    float holdGate = 0.0f;
+    float holdRate = 0.0f;
+    float sweepPhase = 0.5f;
+    float sweepStep = 0.0f;
+    int32_t scaleL = 0;
+    int32_t scaleR = 0;
+    int32_t feedbackSign = 0;
+    int32_t holdMode = kFlat;
+    const float* sine = nullptr;
+    const float* sineDelta = nullptr;
 };
