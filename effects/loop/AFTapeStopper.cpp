@@ -43,6 +43,7 @@ uint32_t largestBuffer() {
     return static_cast<uint32_t>(std::lround(beat * 4.0)) + 1;
 }
 
+// Parameter values outside 0..1 (or not numbers) are held at the nearest end.
 float clampUnit(float value) noexcept {
     return std::isfinite(value) ? std::clamp(value, 0.0f, 1.0f) : 0.0f;
 }
@@ -76,7 +77,7 @@ uint32_t AFTapeStopper::cycleLengthFor(float value) const noexcept {
         return static_cast<uint32_t>(std::lround((longest - shortest) * clampUnit(value) + shortest));
     }
     const TimeValueTable& table = syncMode == kSyncDotted ? tables.offDottedTable : tables.offSyncTable;
-    return table.intervalSamples(*systemInfo, value);
+    return table.intervalSamples(*systemInfo, clampUnit(value));
 }
 
 void AFTapeStopper::setParameter(int index, float value) {
@@ -266,6 +267,6 @@ void AFTapeStopper::formatParameter(int index, float value, char* text) {
         TimeValueTables::formatTime(text, kEffectTextSize, static_cast<float>(ms));
     } else {
         const TimeValueTable& table = syncMode == kSyncDotted ? tables.offDottedTable : tables.offSyncTable;
-        std::snprintf(text, kEffectTextSize, "%s", table.valueName(value));
+        std::snprintf(text, kEffectTextSize, "%s", table.valueName(clampUnit(value)));
     }
 }

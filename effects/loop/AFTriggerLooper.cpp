@@ -43,6 +43,11 @@ int32_t toIndex(double position) noexcept {
     return static_cast<int32_t>(position);
 }
 
+// Table rows are picked from 0..1; anything outside picks the nearest end row.
+float tableValue(float value) noexcept {
+    return std::isfinite(value) ? std::clamp(value, 0.0f, 1.0f) : 0.0f;
+}
+
 uint32_t barAtSlowestTempo() {
     const double beat = static_cast<double>(
         static_cast<float>(AFSystemInfo::kMaxSampleRate / (AFSystemInfo::kMinTempo * 0.016666666666666666)));
@@ -76,9 +81,9 @@ double AFTriggerLooper::lengthFor(float value) const noexcept {
     switch (syncMode) {
     case kSync:
     case kSyncX:
-        return tables.syncTable.intervalSamplesExact(*systemInfo, value);
+        return tables.syncTable.intervalSamplesExact(*systemInfo, tableValue(value));
     case kSyncDotted:
-        return tables.syncDottedTable.intervalSamples(*systemInfo, value);
+        return tables.syncDottedTable.intervalSamples(*systemInfo, tableValue(value));
     case kFree:
         return (static_cast<double>(systemInfo->samplesPerBeat) - 88.0) * value + 88.0;
     default:
@@ -305,13 +310,13 @@ void AFTriggerLooper::formatParameter(int index, float value, char* text) {
     case 0: {
         const auto& tables = TimeValueTables::instance();
         if (syncMode == kSyncDotted) {
-            std::snprintf(text, kEffectTextSize, "%s", tables.syncDottedTable.valueName(value));
+            std::snprintf(text, kEffectTextSize, "%s", tables.syncDottedTable.valueName(tableValue(value)));
         } else if (syncMode == kFree) {
             const double samples = std::trunc(lengthFor(value));
             const double ms = std::trunc(samples / static_cast<double>(systemInfo->sampleRate) * 1000.0);
             TimeValueTables::formatTime(text, kEffectTextSize, static_cast<float>(ms));
         } else {
-            std::snprintf(text, kEffectTextSize, "%s", tables.syncTable.valueName(value));
+            std::snprintf(text, kEffectTextSize, "%s", tables.syncTable.valueName(tableValue(value)));
         }
         break;
     }
