@@ -81,12 +81,12 @@ struct ReferenceGranulizer {
         for (; j < n; ++j) {
             const double pos = v.position + v.offset;
             const auto i = static_cast<uint32_t>(pos);
-            const double f = pos - i;
-            const double w = (v.position - 0.0) * v.inverse * 255.0;
+            const auto f = static_cast<float>(pos - i);
+            const double w = (v.position - 0.0) * (v.inverse * 255.0);
             const auto wi = static_cast<uint32_t>(w);
-            const double g = v.window[wi] + (v.window[wi + 1] - v.window[wi]) * (w - wi);
-            l[j] = static_cast<float>((at(lb, i) + (at(lb, i + 1) - at(lb, i)) * f) * g);
-            r[j] = static_cast<float>((at(rb, i) + (at(rb, i + 1) - at(rb, i)) * f) * g);
+            const float g = v.window[wi] + (v.window[wi + 1] - v.window[wi]) * static_cast<float>(w - wi);
+            l[j] = (at(lb, i) + (at(lb, i + 1) - at(lb, i)) * f) * g;
+            r[j] = (at(rb, i) + (at(rb, i + 1) - at(rb, i)) * f) * g;
             v.position += v.step;
             if (v.position >= v.length || v.position < 0) {
                 v.active = false;

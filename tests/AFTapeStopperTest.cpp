@@ -126,8 +126,8 @@ struct ReferenceTape {
         }
         for (int i = 0; i < n; ++i) {
             const float x = l[i], y = r[i];
-            dol = static_cast<float>(0.998 * dol + (x - dil));
-            dor = static_cast<float>(0.998 * dor + (y - dir));
+            dol = 0.998f * dol + (x - dil);
+            dor = 0.998f * dor + (y - dir);
             dil = x;
             dir = y;
             l[i] = dol;

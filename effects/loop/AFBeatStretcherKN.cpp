@@ -279,14 +279,15 @@ int AFBeatStretcherKN::renderRun(GrainVoice& voice, float* left, float* right, i
     const double offset = voice.offset;
     const double step = voice.step;
     const double windowStart = voice.windowStart;
-    const double inverseSpan = voice.inverseSpan;
+    // Window position in table steps per sample of grain position.
+    const double scale = voice.inverseSpan * 255.0;
     const double end = voice.length;
     const uint32_t valid = validEnd;
     double position = voice.position;
     for (int j = 0; j < count; ++j) {
         const double p = position + offset;
         const auto i = static_cast<uint32_t>(p);
-        const double f = p - i;
+        const auto f = static_cast<float>(p - i);
         float l0;
         float l1;
         float r0;
@@ -302,11 +303,12 @@ int AFBeatStretcherKN::renderRun(GrainVoice& voice, float* left, float* right, i
             l1 = bufferLeft[i + 1];
             r1 = bufferRight[i + 1];
         }
-        const double w = (position - windowStart) * inverseSpan * 255.0;
+        const double w = (position - windowStart) * scale;
         const auto wi = static_cast<uint32_t>(w);
-        const double gain = window[wi] + (window[wi + 1] - window[wi]) * (w - wi);
-        const auto outLeft = static_cast<float>((l0 + (l1 - l0) * f) * gain);
-        const auto outRight = static_cast<float>((r0 + (r1 - r0) * f) * gain);
+        const auto wf = static_cast<float>(w - wi);
+        const float gain = window[wi] + (window[wi + 1] - window[wi]) * wf;
+        const float outLeft = (l0 + (l1 - l0) * f) * gain;
+        const float outRight = (r0 + (r1 - r0) * f) * gain;
         if constexpr (Add) {
             left[j] += outLeft;
             right[j] += outRight;

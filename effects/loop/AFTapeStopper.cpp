@@ -21,6 +21,7 @@ constexpr int kManual = 2;
 // Edge fades run over the last 64 samples of a span.
 constexpr double kFadeSamples = 64.0;
 constexpr double kFadeScale = 0.015625;
+constexpr float kDcPole = 0.998f;
 
 std::span<const char* const> optionWords(int index) {
     switch (index) {
@@ -155,46 +156,61 @@ void AFTapeStopper::process(float* left, float* right, int count) noexcept {
     const bool manual = playMode == kManual;
     const bool stopMode = playMode == kStop;
     const double lowest = stopMode ? 0.0 : -1.0;
+    const uint8_t risingAtFloor = stopMode ? 0 : 1;
     float* bufferLeft = leftBuffer.get();
     float* bufferRight = rightBuffer.get();
-    const double top = static_cast<double>(capacity);
+    const uint32_t size = capacity;
+    const double top = static_cast<double>(size);
+
+    // The state lives in locals for the loop and is stored back once.
+    uint32_t valid = validEnd;
+    uint32_t written = writePosition;
+    uint32_t cycle = cycleLength;
+    uint32_t played = cycleCount;
+    double head = readPosition;
+    double pace = speed;
+    uint8_t up = rising;
+    uint8_t first = firstCycle;
 
     for (int i = 0; i < count; ++i) {
-        if (writePosition < capacity) {
-            bufferLeft[writePosition] = left[i];
-            bufferRight[writePosition] = right[i];
-            ++writePosition;
-            validEnd = std::max(validEnd, writePosition);
+        if (written < size) {
+            bufferLeft[written] = left[i];
+            bufferRight[written] = right[i];
+            ++written;
+            valid = std::max(valid, written);
         }
         double gain = 1.0;
-        if (cycleLength == 0) {
-            if (wanted != 0 && cycleCount < 0xFFFFFFC0u) cycleLength = wanted;
-            if (top > readPosition) {
-                gain = endFade(readPosition, top);
+        if (cycle == 0) {
+            if (wanted != 0 && played < 0xFFFFFFC0u) cycle = wanted;
+            if (top > head) {
+                gain = endFade(head, top);
             } else {
                 left[i] = 0.0f;
                 right[i] = 0.0f;
                 if (wanted != 0) {
-                    cycleCount = 0;
-                    speed = 1.0;
-                    writePosition = 0;
-                    rising = 0;
-                    readPosition = 0.0;
+                    played = 0;
+                    pace = 1.0;
+                    written = 0;
+                    up = 0;
+                    head = 0.0;
                 }
                 continue;
             }
         }
 
-        const auto index = static_cast<uint32_t>(readPosition);
-        const uint32_t next = index + 1 == capacity ? 0 : index + 1;
-        const double fraction = readPosition - static_cast<double>(index);
-        const float l0 = sampleAt(bufferLeft, index);
-        const float r0 = sampleAt(bufferRight, index);
-        const double outLeft = l0 + (sampleAt(bufferLeft, next) - l0) * fraction;
-        const double outRight = r0 + (sampleAt(bufferRight, next) - r0) * fraction;
+        // Reads past what was recorded (only after a tempo change) hear silence.
+        const auto index = static_cast<uint32_t>(head);
+        const uint32_t next = index + 1 == size ? 0 : index + 1;
+        const double fraction = head - static_cast<double>(index);
+        const float l0 = index < valid ? bufferLeft[index] : 0.0f;
+        const float r0 = index < valid ? bufferRight[index] : 0.0f;
+        const float l1 = next < valid ? bufferLeft[next] : 0.0f;
+        const float r1 = next < valid ? bufferRight[next] : 0.0f;
+        const double outLeft = l0 + (l1 - l0) * fraction;
+        const double outRight = r0 + (r1 - r0) * fraction;
 
-        const double slope = rising ? upSlope : downSlope;
-        const double s = speed;
+        const double slope = up ? upSlope : downSlope;
+        const double s = pace;
         double step;
         if (manual) {
             step = slowDown;
@@ -205,54 +221,70 @@ void AFTapeStopper::process(float* left, float* right, int count) noexcept {
         } else {
             step = s + 2.0 * (slope - 0.5) * (s * s * s - s);
         }
-        readPosition += step;
+        head += step;
 
-        speed += rising ? delta : -delta;
-        if (speed < lowest) {
-            speed = lowest;
-            rising = stopMode ? 0 : 1;
+        pace += up ? delta : -delta;
+        if (pace < lowest) {
+            pace = lowest;
+            up = risingAtFloor;
         }
-        if (speed > 1.0) rising = 0;
+        if (pace > 1.0) up = 0;
         // The deliberate bounces: off the end backward at a quarter speed, off the start forward.
-        if (readPosition >= top) {
-            rising = 0;
-            readPosition = top - 1.0;
-            speed = -0.25;
+        if (head >= top) {
+            up = 0;
+            head = top - 1.0;
+            pace = -0.25;
         }
-        if (readPosition < 0.0) {
-            readPosition = 0.0;
-            rising = 1;
-            speed = 0.25;
+        if (head < 0.0) {
+            head = 0.0;
+            up = 1;
+            pace = 0.25;
         }
 
-        double outGain = (cycleLength != 0 ? endFade(cycleCount, cycleLength) : 1.0) * gain;
-        if (cycleCount < 64 && firstCycle == 0) outGain *= cycleCount * kFadeScale;
+        double outGain = (cycle != 0 ? endFade(played, cycle) : 1.0) * gain;
+        if (played < 64 && first == 0) outGain *= played * kFadeScale;
         left[i] = static_cast<float>(outLeft * outGain);
         right[i] = static_cast<float>(outRight * outGain);
 
-        if (cycleLength != 0 && ++cycleCount >= cycleLength) {
-            speed = 1.0;
-            readPosition = 0.0;
-            cycleLength = wanted;
-            cycleCount = 0;
-            writePosition = 0;
-            rising = 0;
-            firstCycle = 0;
+        if (cycle != 0 && ++played >= cycle) {
+            pace = 1.0;
+            head = 0.0;
+            cycle = wanted;
+            played = 0;
+            written = 0;
+            up = 0;
+            first = 0;
         }
     }
 
+    validEnd = valid;
+    writePosition = written;
+    cycleLength = cycle;
+    cycleCount = played;
+    readPosition = head;
+    speed = pace;
+    rising = up;
+    firstCycle = first;
+
+    // DC blocker, both channels in one pass so their recursions overlap.
+    float inLeft = dcInLeft;
+    float inRight = dcInRight;
+    float outLeft = dcOutLeft;
+    float outRight = dcOutRight;
     for (int i = 0; i < count; ++i) {
         const float x = left[i];
-        dcOutLeft = static_cast<float>(0.998 * dcOutLeft + (x - dcInLeft));
-        dcInLeft = x;
-        left[i] = dcOutLeft;
+        const float y = right[i];
+        outLeft = kDcPole * outLeft + (x - inLeft);
+        outRight = kDcPole * outRight + (y - inRight);
+        inLeft = x;
+        inRight = y;
+        left[i] = outLeft;
+        right[i] = outRight;
     }
-    for (int i = 0; i < count; ++i) {
-        const float x = right[i];
-        dcOutRight = static_cast<float>(0.998 * dcOutRight + (x - dcInRight));
-        dcInRight = x;
-        right[i] = dcOutRight;
-    }
+    dcInLeft = inLeft;
+    dcInRight = inRight;
+    dcOutLeft = outLeft;
+    dcOutRight = outRight;
 }
 
 void AFTapeStopper::formatParameter(int index, float value, char* text) {

@@ -50,10 +50,6 @@ public:
     static const uint32_t kMaxBufferLength;
 
 private:
-    float sampleAt(const float* buffer, uint32_t index) const noexcept {
-        return index < validEnd ? buffer[index] : 0.0f;
-    }
-
     std::unique_ptr<float[]> leftBuffer;
     std::unique_ptr<float[]> rightBuffer;
     uint32_t capacity = 0;
