@@ -230,7 +230,8 @@ TEST(AFBeatStretcherKN, MatchesReferenceAcrossWindowsDirectionsPitchesAndTempoCh
             slot::drive(granulizer, input, [&](int t, auto& p) { script(granulizer, a.system, t, p); });
         const auto want =
             slot::drive(reference, input, [&](int t, auto& p) { script(reference, b.system, t, p); });
-        EXPECT_EQ(slot::maxDifference(got, want), 0.0) << c.rate << " " << c.bpm << " window " << c.window;
+        // Float rounding may differ by an ulp between builds; a wrong grain start or window is far larger.
+        EXPECT_LT(slot::maxDifference(got, want), 1e-6) << c.rate << " " << c.bpm << " window " << c.window;
     }
 }
 
