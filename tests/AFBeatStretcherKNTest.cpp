@@ -230,8 +230,9 @@ TEST(AFBeatStretcherKN, MatchesReferenceAcrossWindowsDirectionsPitchesAndTempoCh
             slot::drive(granulizer, input, [&](int t, auto& p) { script(granulizer, a.system, t, p); });
         const auto want =
             slot::drive(reference, input, [&](int t, auto& p) { script(reference, b.system, t, p); });
-        // Float rounding may differ by an ulp between builds; a wrong grain start or window is far larger.
-        EXPECT_LT(slot::maxDifference(got, want), 1e-6) << c.rate << " " << c.bpm << " window " << c.window;
+        // Window gains may be stepped rather than looked up, a few ulps apart; a wrong grain start or window
+        // is far larger.
+        EXPECT_LT(slot::maxDifference(got, want), 1e-5) << c.rate << " " << c.bpm << " window " << c.window;
     }
 }
 
@@ -283,7 +284,9 @@ TEST(AFBeatStretcherKN, TenVoicesAtMostAndABusyVoiceRefusesItsStart) {
         if (firstOffset < 0.0 && g.voiceActive(0)) firstOffset = g.voiceOffset(0);
         if (firstOffset >= 0.0 && !g.voiceActive(0)) break;
         // The eleventh start, near block 87, finds voice 0 still sounding and is dropped.
-        if (firstOffset >= 0.0) EXPECT_EQ(g.voiceOffset(0), firstOffset) << b;
+        if (firstOffset >= 0.0) {
+            EXPECT_EQ(g.voiceOffset(0), firstOffset) << b;
+        }
     }
     EXPECT_EQ(most, 10);
     EXPECT_EQ(firstOffset, 7 * 32.0); // started in block 8; Amount 0.5 moves 32 samples a block
@@ -348,6 +351,7 @@ TEST(AFBeatStretcherKN, DisplaysAndNames) {
     EXPECT_EQ(text(g, 3, 0.5f), "0");
     EXPECT_EQ(text(g, 3, 1.0f), "12");
     EXPECT_EQ(text(g, 3, 0.0f), "-12");
+    EXPECT_EQ(text(g, 4, 0.5f), "unknown parameter called in AFBeatStretcherKN");
     char name[kEffectTextSize];
     g.setOption(0, 1);
     g.getParameterName(0, name);

@@ -78,9 +78,9 @@ struct ReferenceTape {
             }
             const auto k = static_cast<std::size_t>(readPos);
             const std::size_t k1 = k + 1 == cap ? 0 : k + 1;
-            const double f = readPos - static_cast<double>(k);
-            const double outL = at(lb, k) + (at(lb, k1) - at(lb, k)) * f;
-            const double outR = at(rb, k) + (at(rb, k1) - at(rb, k)) * f;
+            const auto f = static_cast<float>(readPos - static_cast<double>(k));
+            const float outL = at(lb, k) + (at(lb, k1) - at(lb, k)) * f;
+            const float outR = at(rb, k) + (at(rb, k1) - at(rb, k)) * f;
             const double slope = rising ? p[3] : p[2];
             const double s = speed;
             double step;
@@ -112,8 +112,8 @@ struct ReferenceTape {
             }
             double g = (cycleLength != 0 ? fade(cycleCount, cycleLength) : 1.0) * gain;
             if (cycleCount < 64 && firstCycle == 0) g *= cycleCount * 0.015625;
-            l[i] = static_cast<float>(outL * g);
-            r[i] = static_cast<float>(outR * g);
+            l[i] = outL * static_cast<float>(g);
+            r[i] = outR * static_cast<float>(g);
             if (cycleLength != 0 && ++cycleCount == cycleLength) {
                 speed = 1;
                 readPos = 0;

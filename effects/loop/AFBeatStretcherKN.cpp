@@ -330,6 +330,50 @@ int AFBeatStretcherKN::renderRun(GrainVoice& voice, float* left, float* right, i
 }
 
 template <bool Add>
+void AFBeatStretcherKN::renderSegments(GrainVoice& voice, float* left, float* right, int count) noexcept {
+    // Inside one table segment the window is linear in the grain position, so its gain advances by a fixed
+    // amount per sample; only the segment changes cost a table read.
+    const float* bufferLeft = leftBuffer.get();
+    const float* bufferRight = rightBuffer.get();
+    const float* window = voice.window;
+    const double offset = voice.offset;
+    const double step = voice.step;
+    const double scale = voice.inverseSpan * 255.0;
+    const double tableStep = step * scale;
+    double position = voice.position;
+    for (int j = 0; j < count;) {
+        const double w = (position - voice.windowStart) * scale;
+        const auto wi = static_cast<uint32_t>(w);
+        const double slope = static_cast<double>(window[wi + 1]) - window[wi];
+        double gain = window[wi] + slope * (w - wi);
+        const double gainStep = slope * tableStep;
+        const double room =
+            tableStep > 0.0 ? std::ceil((wi + 1 - w) / tableStep) : std::floor((w - wi) / -tableStep) + 1;
+        const int end = room < count - j ? j + static_cast<int>(room) : count;
+        for (; j < end; ++j) {
+            const double p = position + offset;
+            const auto i = static_cast<uint32_t>(p);
+            const auto f = static_cast<float>(p - i);
+            const float l0 = bufferLeft[i];
+            const float r0 = bufferRight[i];
+            const auto g = static_cast<float>(gain);
+            const float outLeft = (l0 + (bufferLeft[i + 1] - l0) * f) * g;
+            const float outRight = (r0 + (bufferRight[i + 1] - r0) * f) * g;
+            if constexpr (Add) {
+                left[j] += outLeft;
+                right[j] += outRight;
+            } else {
+                left[j] = outLeft;
+                right[j] = outRight;
+            }
+            gain += gainStep;
+            position += step;
+        }
+    }
+    voice.position = position;
+}
+
+template <bool Add>
 void AFBeatStretcherKN::render(GrainVoice& voice, float* left, float* right, int count) noexcept {
     // Fast path: the voice cannot end inside this block and every read lies in the take.
     const double last = voice.position + voice.step * count;
@@ -338,7 +382,11 @@ void AFBeatStretcherKN::render(GrainVoice& voice, float* left, float* right, int
     const bool fast = last >= 0.0 && last < static_cast<double>(voice.length) && lowest >= 0.0 &&
                       highest + 2.0 < static_cast<double>(validEnd);
     if (fast) {
-        renderRun<Add, false>(voice, left, right, count);
+        // Slowly moving windows take the segment loop; fast ones gain nothing from it.
+        if (std::fabs(voice.step * voice.inverseSpan * 255.0) < 0.25)
+            renderSegments<Add>(voice, left, right, count);
+        else
+            renderRun<Add, false>(voice, left, right, count);
         if (voice.position >= voice.length || voice.position < 0.0) voice.active = false;
         return;
     }
@@ -411,8 +459,11 @@ void AFBeatStretcherKN::formatParameter(int index, float value, char* text) {
         std::snprintf(text, kEffectTextSize, "%d",
                       static_cast<int>(std::lround(12.0 * std::log2(ratioFor(v)))));
         break;
-    default:
+    case 0:
         std::snprintf(text, kEffectTextSize, "%3.2f", static_cast<double>(value) * 100.0);
+        break;
+    default:
+        std::snprintf(text, kEffectTextSize, "%s", "unknown parameter called in AFBeatStretcherKN");
         break;
     }
 }

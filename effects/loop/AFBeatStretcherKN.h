@@ -84,6 +84,8 @@ private:
     void setWindows(int table) noexcept;
     template <bool Add>
     void render(GrainVoice& voice, float* left, float* right, int count) noexcept;
+    template <bool Add>
+    void renderSegments(GrainVoice& voice, float* left, float* right, int count) noexcept;
     template <bool Add, bool Checked>
     int renderRun(GrainVoice& voice, float* left, float* right, int count) noexcept;
 

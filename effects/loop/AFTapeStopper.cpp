@@ -19,7 +19,7 @@ constexpr int kStop = 0;
 constexpr int kManual = 2;
 
 // Edge fades run over the last 64 samples of a span.
-constexpr double kFadeSamples = 64.0;
+constexpr uint32_t kFadeSamples = 64;
 constexpr double kFadeScale = 0.015625;
 constexpr float kDcPole = 0.998f;
 
@@ -201,13 +201,13 @@ void AFTapeStopper::process(float* left, float* right, int count) noexcept {
         // Reads past what was recorded (only after a tempo change) hear silence.
         const auto index = static_cast<uint32_t>(head);
         const uint32_t next = index + 1 == size ? 0 : index + 1;
-        const double fraction = head - static_cast<double>(index);
+        const auto fraction = static_cast<float>(head - static_cast<double>(index));
         const float l0 = index < valid ? bufferLeft[index] : 0.0f;
         const float r0 = index < valid ? bufferRight[index] : 0.0f;
         const float l1 = next < valid ? bufferLeft[next] : 0.0f;
         const float r1 = next < valid ? bufferRight[next] : 0.0f;
-        const double outLeft = l0 + (l1 - l0) * fraction;
-        const double outRight = r0 + (r1 - r0) * fraction;
+        const float outLeft = l0 + (l1 - l0) * fraction;
+        const float outRight = r0 + (r1 - r0) * fraction;
 
         const double slope = up ? upSlope : downSlope;
         const double s = pace;
@@ -241,10 +241,13 @@ void AFTapeStopper::process(float* left, float* right, int count) noexcept {
             pace = 0.25;
         }
 
-        double outGain = (cycle != 0 ? endFade(played, cycle) : 1.0) * gain;
-        if (played < 64 && first == 0) outGain *= played * kFadeScale;
-        left[i] = static_cast<float>(outLeft * outGain);
-        right[i] = static_cast<float>(outRight * outGain);
+        // The end fade of the cycle: its last 64 samples fall to zero.
+        double outGain = gain;
+        if (cycle != 0 && played + kFadeSamples >= cycle) outGain *= (cycle - played) * kFadeScale;
+        if (played < kFadeSamples && first == 0) outGain *= played * kFadeScale;
+        const auto g = static_cast<float>(outGain);
+        left[i] = outLeft * g;
+        right[i] = outRight * g;
 
         if (cycle != 0 && ++played >= cycle) {
             pace = 1.0;
