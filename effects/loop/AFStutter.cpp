@@ -1,45 +1,397 @@
 #include "effects/loop/AFStutter.h"
 
+#include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/TimeValueTables.h"
+
+#include <cmath>
 #include <cstdio>
+#include <span>
 
 namespace {
 
-constexpr const char* kOption0[] = {"Sync", "SyncT", "Free", "Sync X", "Sync TP", "Sync PPQ"};
-constexpr const char* kOption1[] = {"Normal", "Rhythm 1", "Shuffle", "Swing Soft", "Swing Hard"};
+constexpr const char* kSyncWords[] = {"Sync", "SyncT", "Free", "Sync X", "Sync TP", "Sync PPQ"};
+constexpr const char* kSwingWords[] = {"Normal", "Rhythm 1", "Shuffle", "Swing Soft", "Swing Hard"};
+
+// Below this many samples the gate length no longer follows "Decay".
+constexpr float kGatePivot = 128.0f;
+// The smoothing of the musical-position gains.
+constexpr double kPpqSmoothNew = 0.1;
+constexpr double kPpqSmoothOld = 0.8999999761581421;
 
 std::span<const char* const> optionWords(int index) {
     switch (index) {
     case 0:
-        return kOption0;
+        return kSyncWords;
     case 1:
-        return kOption1;
+        return kSwingWords;
     default:
         return {};
     }
 }
 
+// A knob value kept inside 0..1; NaN reads as 0. Modulation may push the slot's values past the ends.
+double unit(float value) {
+    if (!(value > 0.0f)) return 0.0;
+    return value < 1.0f ? static_cast<double>(value) : 1.0;
+}
+
+// "Free" period in whole samples: 500 ms at 0 down to 3 ms at 1.
+float freeSamples(float value, float samplesPerMillisecond) {
+    const auto v = static_cast<float>(unit(value));
+    return std::trunc(((1.0f - v) * 497.0f + 3.0f) * samplesPerMillisecond);
+}
+
+// sin(pi x) for x in 0..1, as the cosine series around the midpoint. Its error stays below 1e-10, far under
+// what a float sample resolves, and it costs a few multiply-adds instead of a library call per sample.
+inline double halfSine(double x) {
+    const double u = (x - 0.5) * 3.14159265358979323846;
+    const double u2 = u * u;
+    return 1.0 +
+           u2 * (-1.0 / 2.0 +
+                 u2 * (1.0 / 24.0 + u2 * (-1.0 / 720.0 +
+                                          u2 * (1.0 / 40320.0 + u2 * (-1.0 / 3628800.0 +
+                                                                      u2 * (1.0 / 479001600.0 +
+                                                                            u2 * (-1.0 / 87178291200.0)))))));
+}
+
 } // namespace
 
-AFStutter::AFStutter(uint32_t type, AFSystemInfo* system, uint32_t flag) : AFEffect(type, 4, system, flag) {
+AFStutter::AFStutter(uint32_t type, AFSystemInfo* system, uint32_t flag)
+    : AFEffect(type, 4, system, flag), shapeRamp(system), balanceRamp(system) {
     setName("AFStutter");
     defineParameter(0, "Size", 0.5f);
     defineParameter(1, "Decay", 1.0f);
     defineParameter(2, "Shape", 0.0f);
     defineParameter(3, "Pan", 0.3f);
+    gateFraction = static_cast<float>(unit(parameterValues[1]) * 0.85 + 0.15);
+    shapeRamp.setTarget(0.0);
+    balanceRamp.setTarget(0.699999988079071);
+}
+
+double AFStutter::envelope(double x, double s) noexcept {
+    // The thresholds that pick a blend and the offsets inside each blend differ slightly; both are kept.
+    if (s < 0.33333333333) {
+        const double m = 1.0 - x;
+        const double a = m <= 0.95 ? m * 1.05263 : 1.0 - (m - 0.95) * 20.0;
+        return a + (halfSine(x) - a) * s * 3.0;
+    }
+    const double edges = x < 0.05 ? x * 20.0 : (x <= 0.95 ? 1.0 : 1.0 - (x - 0.95) * 20.0);
+    if (s >= 0.6666666666) {
+        const double rise = x <= 0.95 ? x * 1.05263 : 1.0 - (x - 0.95) * 20.0;
+        return edges + (rise - edges) * (s - 0.6665999889373779) * 3.0;
+    }
+    const double sine = halfSine(x);
+    return sine + (edges - sine) * (s - 0.33329999446868896) * 3.0;
+}
+
+float AFStutter::periodFor(int32_t mode) const noexcept {
+    const auto& tables = TimeValueTables::instance();
+    const float v = parameterValues[0];
+    switch (mode) {
+    case kSync:
+    case kSyncX:
+        return static_cast<float>(tables.syncTable.intervalSamplesExact(*systemInfo, v));
+    case kSyncTriplet:
+        return static_cast<float>(tables.syncTripletTable.intervalSamplesExact(*systemInfo, v));
+    case kFree:
+        return freeSamples(v, systemInfo->samplesPerMillisecond);
+    case kSyncDotted:
+        return static_cast<float>(tables.syncDottedTable.intervalSamples(*systemInfo, v));
+    default:
+        return 0.0f;
+    }
+}
+
+float AFStutter::swung(float base, int32_t mode, int32_t step) noexcept {
+    const bool first = step == 0;
+    switch (mode) {
+    case kRhythm1:
+        return first ? base : static_cast<float>(base * 0.5);
+    case kShuffle:
+        return static_cast<float>(first ? base - base * 0.5 : base * 1.5);
+    case kSwingSoft:
+        return static_cast<float>(first ? base * 0.8 : base * 1.2);
+    case kSwingHard:
+        return static_cast<float>(first ? base * 0.66666666 : base * 1.33333333);
+    default:
+        return base;
+    }
+}
+
+void AFStutter::advanceSwing(int32_t mode) noexcept {
+    switch (mode) {
+    case kRhythm1:
+        // Two halves, then one whole.
+        if (++swingStep >= 3) swingStep = 0;
+        break;
+    case kShuffle:
+    case kSwingSoft:
+    case kSwingHard:
+        // A plain toggle, so that a step left at 2 by "Rhythm 1" still alternates after a mode change.
+        swingStep = swingStep == 0 ? 1 : 0;
+        break;
+    default:
+        break;
+    }
+    period = swung(basePeriod, mode, swingStep);
+}
+
+void AFStutter::updateGateLength() noexcept {
+    // Pivots at 128 samples: shorter periods get a gate longer than themselves and never close.
+    const float length = (period - kGatePivot) * gateFraction + kGatePivot;
+    gateLength = length >= 1.0f ? static_cast<uint32_t>(length) : 0u;
+    gateLengthInverse = 1.0f / static_cast<float>(gateLength);
+}
+
+void AFStutter::setParameter(int index, float value) {
+    AFEffect::setParameter(index, value);
+    switch (index) {
+    case 1:
+        gateFraction = static_cast<float>(unit(value) * 0.85 + 0.15);
+        break;
+    case 2:
+        shapeRamp.setTarget(unit(value));
+        break;
+    case 3:
+        balanceRamp.setTarget(1.0 - unit(value));
+        break;
+    default:
+        break;
+    }
 }
 
 void AFStutter::setOption(int index, int32_t value) {
-    const auto words = optionWords(index);
-    if (words.empty()) return;
-    options[static_cast<std::size_t>(index)] = clampOption(value, words);
+    switch (index) {
+    case 0:
+        syncMode = clampOption(value, kSyncWords);
+        setParameter(0, parameterValues[0]);
+        break;
+    case 1:
+        swingMode = clampOption(value, kSwingWords);
+        break;
+    default:
+        break;
+    }
 }
 
 int32_t AFStutter::getOption(int index) {
-    return optionWords(index).empty() ? 0 : options[static_cast<std::size_t>(index)];
+    switch (index) {
+    case 0:
+        return syncMode;
+    case 1:
+        return swingMode;
+    default:
+        return 0;
+    }
 }
 
-void AFStutter::getOptionList(int index, AFWordList& list) { appendWords(list, optionWords(index)); }
+void AFStutter::getOptionList(int index, AFWordList& list) {
+    appendWords(list, optionWords(index));
+}
 
-void AFStutter::formatParameter(int, float value, char* text) {
-    std::snprintf(text, kEffectTextSize, "%3.2f", static_cast<double>(value) * 100.0);
+void AFStutter::controlTick() noexcept {
+    shapeRamp.controlTick();
+    balanceRamp.controlTick();
+}
+
+int32_t AFStutter::activate() {
+    periodPosition = 0.0f;
+    gatePosition = 0;
+    sideFlag = false;
+    swingStep = 1;
+    basePeriod = periodFor(syncMode);
+    period = swung(basePeriod, swingMode, swingStep);
+    updateGateLength();
+    shapeRamp.jump();
+    balanceRamp.jump();
+    gridTicks = 0;
+    gridAccumulator = 0.0;
+    smoothedLeft = 1.0;
+    smoothedRight = 1.0;
+    return 1;
+}
+
+void AFStutter::process(float* left, float* right, int count) noexcept {
+    if (count <= 0) return;
+    const int32_t mode = syncMode;
+    if (mode == kSyncPpq)
+        processPpq(left, right, count);
+    else
+        processGate(left, right, count, mode);
+}
+
+void AFStutter::processGate(float* left, float* right, int count, int32_t mode) noexcept {
+    const double grid = static_cast<double>(systemInfo->samplesPerBeat) * 0.03125;
+
+    if (gatePosition + static_cast<uint32_t>(count) < gateLength) {
+        // The whole call stays inside the gate: no period or gate tests per sample.
+        float* plain = sideFlag ? right : left;
+        float* balanced = sideFlag ? left : right;
+        for (int i = 0; i < count; ++i) {
+            const float x = static_cast<float>(gatePosition + static_cast<uint32_t>(i)) * gateLengthInverse;
+            const double e = envelope(x, shapeRamp.advance());
+            const double balance = balanceRamp.advance();
+            plain[i] = static_cast<float>(plain[i] * e);
+            balanced[i] = static_cast<float>(balanced[i] * (balance * e));
+        }
+        gatePosition += static_cast<uint32_t>(count);
+        periodPosition += static_cast<float>(count);
+        gridAccumulator += count;
+        while (gridAccumulator >= grid) {
+            ++gridTicks;
+            gridAccumulator -= grid;
+        }
+        return;
+    }
+
+    // Size and tempo only change between calls, so one lookup serves the whole call.
+    const float lookup = periodFor(mode);
+    const int32_t swing = swingMode;
+    float closedPeriod = swung(lookup, swing, swingStep);
+    for (int i = 0; i < count; ++i) {
+        ++gatePosition;
+        if (gatePosition < gateLength) {
+            const float x = static_cast<float>(gatePosition) * gateLengthInverse;
+            const double e = envelope(x, shapeRamp.advance());
+            const double gained = balanceRamp.advance() * e;
+            left[i] = static_cast<float>(left[i] * (sideFlag ? gained : e));
+            right[i] = static_cast<float>(right[i] * (sideFlag ? e : gained));
+        } else {
+            left[i] = 0.0f;
+            right[i] = 0.0f;
+            // A "Size" move is heard at once while the gate is closed; "Sync X" keeps to its grid instead.
+            if (mode != kSyncX) period = closedPeriod;
+        }
+        gridAccumulator += 1.0;
+        if (gridAccumulator >= grid) {
+            ++gridTicks;
+            gridAccumulator -= grid;
+        }
+        periodPosition += 1.0f;
+        if (period <= periodPosition) {
+            startPeriod(lookup, mode, swing, grid);
+            closedPeriod = swung(lookup, swing, swingStep);
+        }
+    }
+}
+
+void AFStutter::startPeriod(float lookup, int32_t mode, int32_t swing, double grid) noexcept {
+    periodPosition -= period;
+    sideFlag = !sideFlag;
+    gatePosition = 0;
+    if (lookup != basePeriod && adopts(lookup, mode, swing, grid)) {
+        basePeriod = lookup;
+        period = lookup;
+        periodPosition = static_cast<float>(gridAccumulator);
+        swingStep = swing == kRhythm1 ? 2 : 0;
+    }
+    period = basePeriod;
+    advanceSwing(swing);
+    updateGateLength();
+    shapeRamp.jump();
+}
+
+bool AFStutter::adopts(float lookup, int32_t mode, int32_t swing, double grid) const noexcept {
+    if (mode != kSyncX) return true;
+    // "Sync X": a shorter value waits only for the swing pair to finish; a longer one waits for a grid
+    // boundary of twice its length, counted from activation.
+    if (lookup <= basePeriod) return swing < kShuffle || swingStep != 0;
+    const auto ticks = static_cast<uint32_t>((lookup + lookup) / grid);
+    return ticks == 0 || gridTicks % ticks == 0;
+}
+
+void AFStutter::processPpq(float* left, float* right, int count) noexcept {
+    const uint32_t interval =
+        TimeValueTables::instance().syncDottedTable.intervalSamples(*systemInfo, parameterValues[0]);
+    const double inverse = 1.0 / static_cast<double>(interval > 0 ? interval : 1u);
+    const double samplesPerBeat = systemInfo->samplesPerBeat;
+    const double step = (static_cast<double>(count) / samplesPerBeat) / static_cast<double>(count);
+    double p = systemInfo->ppqPosition;
+    // A position no host sends would overflow the period count; read it as the song start.
+    if (!(std::fabs(p) < 1.0e9)) p = 0.0;
+    const double scale = samplesPerBeat * inverse;
+    const double gateScale = (1.0 - static_cast<double>(gateFraction)) * 4.0 + 1.0;
+    const int32_t swing = swingMode;
+
+    for (int i = 0; i < count; ++i) {
+        const double phase = scale * p;
+        // Floor rather than truncation keeps the pattern running through a negative pre-roll position.
+        const double whole = std::floor(phase);
+        double f = phase - whole;
+        bool odd = (static_cast<int64_t>(whole) & 1) != 0;
+        switch (swing) {
+        case kRhythm1:
+            // The 0.2 scale is kept: the gate only ever reaches a fifth of its envelope here.
+            if (!odd) f = f < 0.5 ? f * 0.2 : (f - 0.5) * 0.2;
+            break;
+        case kShuffle:
+            if (!odd) {
+                f *= 0.666;
+            } else if (f < 0.5) {
+                f = 0.666 + f * 0.666;
+                odd = false;
+            } else {
+                f = (f - 0.5) * 0.2;
+            }
+            break;
+        case kSwingSoft:
+            if (!odd) {
+                f *= 0.83;
+            } else if (f < 0.2) {
+                f = f * 0.8500000000000001 + 0.83;
+                odd = false;
+            } else {
+                f = (f - 0.2) * 1.25;
+            }
+            break;
+        case kSwingHard:
+            if (!odd) {
+                f *= 0.75;
+            } else if (f < 0.33329999446868896) {
+                f = 0.75 + f * 0.75;
+                odd = false;
+            } else {
+                f = (f - 0.33333298563957214) * 1.5;
+            }
+            break;
+        default:
+            break;
+        }
+        const double y = gateScale * f;
+        const double e = y <= 1.0 ? envelope(y, shapeRamp.advance()) : 0.0;
+        const double gained = balanceRamp.advance() * e;
+        smoothedLeft = (odd ? gained : e) * kPpqSmoothNew + smoothedLeft * kPpqSmoothOld;
+        smoothedRight = (odd ? e : gained) * kPpqSmoothNew + smoothedRight * kPpqSmoothOld;
+        left[i] = static_cast<float>(left[i] * smoothedLeft);
+        right[i] = static_cast<float>(right[i] * smoothedRight);
+        p += step;
+    }
+}
+
+void AFStutter::formatParameter(int index, float value, char* text) {
+    if (index == 0) {
+        const auto& tables = TimeValueTables::instance();
+        switch (syncMode) {
+        case kSync:
+        case kSyncX:
+            std::snprintf(text, kEffectTextSize, "%s", tables.syncTable.valueName(value));
+            return;
+        case kSyncTriplet:
+            std::snprintf(text, kEffectTextSize, "%s", tables.syncTripletTable.valueName(value));
+            return;
+        case kFree: {
+            const float perMs = systemInfo->samplesPerMillisecond;
+            TimeValueTables::formatTime(text, kEffectTextSize, freeSamples(value, perMs) / perMs);
+            return;
+        }
+        default:
+            std::snprintf(text, kEffectTextSize, "%s", tables.syncDottedTable.valueName(value));
+            return;
+        }
+    }
+    if (index >= 1 && index <= 3) {
+        std::snprintf(text, kEffectTextSize, "%3.2f", static_cast<double>(value) * 100.0);
+        return;
+    }
+    AFEffect::formatParameter(index, value, text);
 }
