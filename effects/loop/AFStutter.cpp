@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <span>
 
 namespace {
@@ -17,6 +18,8 @@ constexpr float kGatePivot = 128.0f;
 // The smoothing of the musical-position gains.
 constexpr double kPpqSmoothNew = 0.1;
 constexpr double kPpqSmoothOld = 0.8999999761581421;
+// The slot never hands over more; longer calls are worked through in pieces of this size.
+constexpr int kMaxBlock = 64;
 
 std::span<const char* const> optionWords(int index) {
     switch (index) {
@@ -41,17 +44,65 @@ float freeSamples(float value, float samplesPerMillisecond) {
     return std::trunc(((1.0f - v) * 497.0f + 3.0f) * samplesPerMillisecond);
 }
 
-// sin(pi x) for x in 0..1, as the cosine series around the midpoint. Its error stays below 1e-10, far under
-// what a float sample resolves, and it costs a few multiply-adds instead of a library call per sample.
-inline double halfSine(double x) {
-    const double u = (x - 0.5) * 3.14159265358979323846;
-    const double u2 = u * u;
-    return 1.0 +
-           u2 * (-1.0 / 2.0 +
-                 u2 * (1.0 / 24.0 + u2 * (-1.0 / 720.0 +
-                                          u2 * (1.0 / 40320.0 + u2 * (-1.0 / 3628800.0 +
-                                                                      u2 * (1.0 / 479001600.0 +
-                                                                            u2 * (-1.0 / 87178291200.0)))))));
+// Four samples per operation. The envelope is written once as a template over float and FloatQuad: a lane
+// of a quad computes exactly what the single-sample form computes, so the block path and the per-sample path
+// agree to the bit.
+using FloatQuad = float __attribute__((vector_size(16)));
+using IntQuad = int32_t __attribute__((vector_size(16)));
+constexpr int kQuadLanes = 4;
+
+// sin(pi x) for x in 0..1, as the cosine series around the midpoint. Its error stays below a float's
+// resolution, and it costs a few multiply-adds instead of a library call per sample.
+template <typename T>
+T halfSine(T x) {
+    const T u = (x - 0.5f) * 3.14159265f;
+    const T u2 = u * u;
+    return 1.0f +
+           u2 * (-1.0f / 2.0f +
+                 u2 * (1.0f / 24.0f +
+                       u2 * (-1.0f / 720.0f + u2 * (1.0f / 40320.0f + u2 * (-1.0f / 3628800.0f +
+                                                                            u2 * (1.0f / 479001600.0f))))));
+}
+
+// Compared in float these thresholds split the float shape values exactly where the decimal values do.
+// They differ slightly from the offsets inside each blend, and both are kept.
+constexpr float kSineShape = 0.33333333333f;
+constexpr float kFlatShape = 0.6666666666f;
+constexpr float kSineOffset = 0.33329999446868896f;
+constexpr float kFlatOffset = 0.6665999889373779f;
+
+template <typename T>
+T shapeEnvelope(T x, T s) {
+    // Every blend is from + (to - from) x weight. All pieces are computed and then picked by selects, so a
+    // block runs straight even while the shape ramps.
+    const T sine = halfSine(x);
+    const T m = 1.0f - x;
+    const T one = T{} + 1.0f;
+    const T fadeOut = 1.0f - (x - 0.95f) * 20.0f;
+    const T fall = m <= 0.95f ? m * 1.05263f : 1.0f - (m - 0.95f) * 20.0f;
+    const T edges = x < 0.05f ? x * 20.0f : (x <= 0.95f ? one : fadeOut);
+    const T rise = x <= 0.95f ? x * 1.05263f : fadeOut;
+    const auto low = s < kSineShape;
+    const auto high = s >= kFlatShape;
+    const T from = low ? fall : (high ? edges : sine);
+    const T to = low ? sine : (high ? rise : edges);
+    const T weight = low ? s : (high ? s - kFlatOffset : s - kSineOffset);
+    return from + (to - from) * weight * 3.0f;
+}
+
+// The ramp's next n values, one step per sample. A settled ramp repeats its value without the add chain.
+// The spare lanes of the last quad get copies, so the ramp advances exactly n steps.
+void rampValues(ParamRamp& ramp, float* values, int n) {
+    if (ramp.getIncrement() == 0.0) {
+        const auto value = static_cast<float>(ramp.getCurrent());
+        for (int i = 0; i < n; ++i)
+            values[i] = value;
+    } else {
+        for (int i = 0; i < n; ++i)
+            values[i] = static_cast<float>(ramp.advance());
+    }
+    for (int i = n; i % kQuadLanes != 0; ++i)
+        values[i] = values[n - 1];
 }
 
 } // namespace
@@ -68,20 +119,8 @@ AFStutter::AFStutter(uint32_t type, AFSystemInfo* system, uint32_t flag)
     balanceRamp.setTarget(0.699999988079071);
 }
 
-double AFStutter::envelope(double x, double s) noexcept {
-    // The thresholds that pick a blend and the offsets inside each blend differ slightly; both are kept.
-    if (s < 0.33333333333) {
-        const double m = 1.0 - x;
-        const double a = m <= 0.95 ? m * 1.05263 : 1.0 - (m - 0.95) * 20.0;
-        return a + (halfSine(x) - a) * s * 3.0;
-    }
-    const double edges = x < 0.05 ? x * 20.0 : (x <= 0.95 ? 1.0 : 1.0 - (x - 0.95) * 20.0);
-    if (s >= 0.6666666666) {
-        const double rise = x <= 0.95 ? x * 1.05263 : 1.0 - (x - 0.95) * 20.0;
-        return edges + (rise - edges) * (s - 0.6665999889373779) * 3.0;
-    }
-    const double sine = halfSine(x);
-    return sine + (edges - sine) * (s - 0.33329999446868896) * 3.0;
+float AFStutter::envelope(float x, float s) noexcept {
+    return shapeEnvelope(x, s);
 }
 
 float AFStutter::periodFor(int32_t mode) const noexcept {
@@ -227,12 +266,27 @@ void AFStutter::processGate(float* left, float* right, int count, int32_t mode) 
         // The whole call stays inside the gate: no period or gate tests per sample.
         float* plain = sideFlag ? right : left;
         float* balanced = sideFlag ? left : right;
-        for (int i = 0; i < count; ++i) {
-            const float x = static_cast<float>(gatePosition + static_cast<uint32_t>(i)) * gateLengthInverse;
-            const double e = envelope(x, shapeRamp.advance());
-            const double balance = balanceRamp.advance();
-            plain[i] = static_cast<float>(plain[i] * e);
-            balanced[i] = static_cast<float>(balanced[i] * (balance * e));
+        const float inverse = gateLengthInverse;
+        float shapes[kMaxBlock];
+        float balances[kMaxBlock];
+        float envelopes[kMaxBlock];
+        for (int done = 0; done < count; done += kMaxBlock) {
+            const int n = count - done < kMaxBlock ? count - done : kMaxBlock;
+            rampValues(shapeRamp, shapes, n);
+            rampValues(balanceRamp, balances, n);
+            const auto start = static_cast<int32_t>(gatePosition) + done;
+            for (int i = 0; i < n; i += kQuadLanes) {
+                const IntQuad position = IntQuad{0, 1, 2, 3} + (start + i);
+                const FloatQuad x = __builtin_convertvector(position, FloatQuad) * inverse;
+                FloatQuad shape;
+                std::memcpy(&shape, shapes + i, sizeof shape);
+                const FloatQuad e = shapeEnvelope(x, shape);
+                std::memcpy(envelopes + i, &e, sizeof e);
+            }
+            for (int i = 0; i < n; ++i) {
+                plain[done + i] *= envelopes[i];
+                balanced[done + i] *= balances[i] * envelopes[i];
+            }
         }
         gatePosition += static_cast<uint32_t>(count);
         periodPosition += static_cast<float>(count);
@@ -244,35 +298,53 @@ void AFStutter::processGate(float* left, float* right, int count, int32_t mode) 
         return;
     }
 
-    // Size and tempo only change between calls, so one lookup serves the whole call.
+    // Size and tempo only change between calls, so one lookup serves the whole call. The running counters
+    // live in locals so the loop keeps them in registers; they go back to the members around a period start.
     const float lookup = periodFor(mode);
     const int32_t swing = swingMode;
     float closedPeriod = swung(lookup, swing, swingStep);
+    uint32_t gate = gatePosition;
+    float position = periodPosition;
+    double accumulator = gridAccumulator;
+    uint32_t ticks = gridTicks;
+    float current = period;
     for (int i = 0; i < count; ++i) {
-        ++gatePosition;
-        if (gatePosition < gateLength) {
-            const float x = static_cast<float>(gatePosition) * gateLengthInverse;
-            const double e = envelope(x, shapeRamp.advance());
-            const double gained = balanceRamp.advance() * e;
-            left[i] = static_cast<float>(left[i] * (sideFlag ? gained : e));
-            right[i] = static_cast<float>(right[i] * (sideFlag ? e : gained));
+        ++gate;
+        if (gate < gateLength) {
+            const float x = static_cast<float>(gate) * gateLengthInverse;
+            const float e = shapeEnvelope(x, static_cast<float>(shapeRamp.advance()));
+            const float gained = static_cast<float>(balanceRamp.advance()) * e;
+            left[i] *= sideFlag ? gained : e;
+            right[i] *= sideFlag ? e : gained;
         } else {
             left[i] = 0.0f;
             right[i] = 0.0f;
             // A "Size" move is heard at once while the gate is closed; "Sync X" keeps to its grid instead.
-            if (mode != kSyncX) period = closedPeriod;
+            if (mode != kSyncX) current = closedPeriod;
         }
-        gridAccumulator += 1.0;
-        if (gridAccumulator >= grid) {
-            ++gridTicks;
-            gridAccumulator -= grid;
+        accumulator += 1.0;
+        if (accumulator >= grid) {
+            ++ticks;
+            accumulator -= grid;
         }
-        periodPosition += 1.0f;
-        if (period <= periodPosition) {
+        position += 1.0f;
+        if (current <= position) {
+            periodPosition = position;
+            period = current;
+            gridAccumulator = accumulator;
+            gridTicks = ticks;
             startPeriod(lookup, mode, swing, grid);
+            gate = gatePosition;
+            position = periodPosition;
+            current = period;
             closedPeriod = swung(lookup, swing, swingStep);
         }
     }
+    gatePosition = gate;
+    periodPosition = position;
+    period = current;
+    gridAccumulator = accumulator;
+    gridTicks = ticks;
 }
 
 void AFStutter::startPeriod(float lookup, int32_t mode, int32_t swing, double grid) noexcept {
@@ -358,7 +430,8 @@ void AFStutter::processPpq(float* left, float* right, int count) noexcept {
             break;
         }
         const double y = gateScale * f;
-        const double e = y <= 1.0 ? envelope(y, shapeRamp.advance()) : 0.0;
+        const double e =
+            y <= 1.0 ? shapeEnvelope(static_cast<float>(y), static_cast<float>(shapeRamp.advance())) : 0.0;
         const double gained = balanceRamp.advance() * e;
         smoothedLeft = (odd ? gained : e) * kPpqSmoothNew + smoothedLeft * kPpqSmoothOld;
         smoothedRight = (odd ? e : gained) * kPpqSmoothNew + smoothedRight * kPpqSmoothOld;

@@ -40,7 +40,7 @@ public:
 
     // Gain envelope over one gate: x the position 0..1 in the gate, s the shape 0..1 blending a falling ramp,
     // a half sine, a flat top and a rising ramp. Any thread.
-    static double envelope(double x, double s) noexcept;
+    static float envelope(float x, float s) noexcept;
 
 private:
     float periodFor(int32_t mode) const noexcept;
