@@ -119,10 +119,6 @@ AFStutter::AFStutter(uint32_t type, AFSystemInfo* system, uint32_t flag)
     balanceRamp.setTarget(0.699999988079071);
 }
 
-float AFStutter::envelope(float x, float s) noexcept {
-    return shapeEnvelope(x, s);
-}
-
 float AFStutter::periodFor(int32_t mode) const noexcept {
     const auto& tables = TimeValueTables::instance();
     const float v = parameterValues[0];

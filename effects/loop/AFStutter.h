@@ -38,10 +38,6 @@ public:
     // GUI thread.
     void formatParameter(int index, float value, char* text) override;
 
-    // Gain envelope over one gate: x the position 0..1 in the gate, s the shape 0..1 blending a falling ramp,
-    // a half sine, a flat top and a rising ramp. Any thread.
-    static float envelope(float x, float s) noexcept;
-
 private:
     float periodFor(int32_t mode) const noexcept;
     static float swung(float base, int32_t mode, int32_t step) noexcept;
