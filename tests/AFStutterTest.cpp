@@ -348,6 +348,21 @@ TEST(AFStutterTiming, TempoChangeIsHeardInTheClosedStretch) {
               (std::vector<int64_t>{0, 8000, 16000, 24000, 32000}));
 }
 
+TEST(AFStutterTiming, AdoptedPeriodKeepsThePhaseOfTheGrid) {
+    // "Free" at 48 kHz: Size 0.5 gives 12072 samples, 0.25 gives 18036. Moved during the second period, the
+    // new length is heard in its shut stretch, so that period ends at 12072 + 18036 = 30108. There the length
+    // is adopted and the period position restarts from the 1/128 grid: 30108 lies 108 samples past a tick
+    // of 750, so the next period is 108 samples short.
+    Rig rig(48000.0f, 120.0, AFStutter::kFree);
+    rig.knobs = {0.5f, 0.5f, 0.0f, 0.0f};
+    rig.tickPhase = 5;
+    rig.start();
+    const Output before = rig.run(13000);
+    rig.knobs[0] = 0.25f;
+    EXPECT_EQ(heardStarts(joined(before, rig.run(50000 - 13000))),
+              (std::vector<int64_t>{0, 12072, 30108, 48036}));
+}
+
 TEST(AFStutterSyncX, LongerValueWaitsForItsGridMultiple) {
     // 1/16 = 6000 samples at 120 BPM and 48 kHz; the grid tick is 750 samples. Switching to 1/8 (12000) just
     // after 6400 needs k = 32 ticks: the period starts at ticks 16 and 24 pass, the one at 32 (24000) adopts.
@@ -394,6 +409,19 @@ TEST(AFStutterSyncX, ShorterValueUnderSwingWaitsForTheStepAfterTheLongHalf) {
     rig.knobs[0] = 0.5f;
     EXPECT_EQ(heardStarts(joined(before, rig.run(60000 - 19200))),
               (std::vector<int64_t>{0, 18000, 24000, 42000, 51000, 54000}));
+}
+
+TEST(AFStutterSyncX, AdoptedValueStartsRhythmOneOnItsWholePeriod) {
+    // "Rhythm 1" on 1/8 plays 6000, 6000, 12000. Moved to 1/16 just after 6400, the start at 12000 adopts it
+    // and the pattern restarts on the whole period: 6000, then 3000, 3000, 6000.
+    Rig rig(48000.0f, 120.0, AFStutter::kSyncX, AFStutter::kRhythm1);
+    rig.knobs = {0.33f, 0.5f, 0.0f, 0.0f};
+    rig.tickPhase = 5;
+    rig.start();
+    const Output before = rig.run(6400);
+    rig.knobs[0] = 0.5f;
+    EXPECT_EQ(heardStarts(joined(before, rig.run(44000 - 6400))),
+              (std::vector<int64_t>{0, 6000, 12000, 18000, 21000, 24000, 30000, 33000, 36000, 42000}));
 }
 
 TEST(AFStutterShape, EnvelopesMatchTheirFormulas) {
@@ -604,6 +632,37 @@ TEST(AFStutterPpq, JumpMovesTheGateAtOnce) {
     EXPECT_GT(left[0], shut);
     EXPECT_GT(left[63], 0.5f);
     EXPECT_LT(left[0], 0.5f); // softened, not a step
+}
+
+TEST(AFStutterPpq, PreRollAndAbsurdPositions) {
+    // A negative position keeps the pattern running: a quarter before the song start sounds like the
+    // same place of the pattern two beats later.
+    const auto heardFrom = [](double song) {
+        Rig rig(48000.0f, 120.0, AFStutter::kSyncPpq);
+        rig.knobs = {0.2f, 0.5f, 0.3f, 0.4f}; // "1\4"
+        rig.transport = true;
+        rig.songStart = song;
+        rig.start();
+        return rig.run(12000);
+    };
+    const Output preRoll = heardFrom(-0.25);
+    const Output later = heardFrom(1.75);
+    for (std::size_t n = 0; n < preRoll.left.size(); ++n) {
+        ASSERT_NEAR(preRoll.left[n], later.left[n], 1e-4) << n;
+        ASSERT_NEAR(preRoll.right[n], later.right[n], 1e-4) << n;
+    }
+    // A position no host sends reads as the song start.
+    const auto heardAt = [](float position) {
+        Rig rig(48000.0f, 120.0, AFStutter::kSyncPpq);
+        rig.knobs = {0.2f, 0.5f, 0.3f, 0.4f};
+        rig.start();
+        rig.system.ppqPosition = position;
+        return rig.run(640);
+    };
+    const Output absurd = heardAt(-1.0e30f);
+    const Output start = heardAt(0.0f);
+    EXPECT_EQ(absurd.left, start.left);
+    EXPECT_EQ(absurd.right, start.right);
 }
 
 TEST(AFStutterBehaviour, CountZeroChangesNothing) {
