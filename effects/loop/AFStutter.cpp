@@ -117,6 +117,8 @@ AFStutter::AFStutter(uint32_t type, AFSystemInfo* system, uint32_t flag)
     gateFraction = static_cast<float>(unit(parameterValues[1]) * 0.85 + 0.15);
     shapeRamp.setTarget(0.0);
     balanceRamp.setTarget(0.699999988079071);
+    // The note tables are built on first use; make sure that is not on the audio thread.
+    TimeValueTables::instance();
 }
 
 float AFStutter::periodFor(int32_t mode) const noexcept {
