@@ -615,25 +615,6 @@ TEST(AFStutterPpq, ClosedGateDecaysByTheSmoothingConstant) {
     }
 }
 
-TEST(AFStutterPpq, JumpMovesTheGateAtOnce) {
-    Rig rig(48000.0f, 120.0, AFStutter::kSyncPpq);
-    rig.knobs = {0.2f, 0.0f, 0.0f, 0.0f};
-    rig.start();
-    rig.system.ppqPosition = 0.5f; // shut
-    std::array<float, 64> left{}, right{};
-    left.fill(1.0f);
-    right.fill(1.0f);
-    rig.fx.process(left.data(), right.data(), 64);
-    const float shut = left[63];
-    rig.system.ppqPosition = 2.05f; // open, rising
-    left.fill(1.0f);
-    right.fill(1.0f);
-    rig.fx.process(left.data(), right.data(), 64);
-    EXPECT_GT(left[0], shut);
-    EXPECT_GT(left[63], 0.5f);
-    EXPECT_LT(left[0], 0.5f); // softened, not a step
-}
-
 TEST(AFStutterPpq, PreRollAndAbsurdPositions) {
     // A negative position keeps the pattern running: a quarter before the song start sounds like the
     // same place of the pattern two beats later.
