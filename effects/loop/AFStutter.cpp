@@ -71,23 +71,54 @@ constexpr float kFlatShape = 0.6666666666f;
 constexpr float kSineOffset = 0.33329999446868896f;
 constexpr float kFlatOffset = 0.6665999889373779f;
 
-template <typename T>
-T shapeEnvelope(T x, T s) {
-    // Every blend is from + (to - from) x weight. All pieces are computed and then picked by selects, so a
-    // block runs straight even while the shape ramps.
-    const T sine = halfSine(x);
-    const T m = 1.0f - x;
-    const T one = T{} + 1.0f;
+// Which pair of shapes a shape value blends. A settled shape keeps one pair for a whole block, so the block
+// computes only the pieces of that pair; a ramping shape picks the pair per sample.
+enum class Blend { kFallToSine, kSineToFlat, kFlatToRise, kPerSample };
+
+// Every blend is from + (to - from) x weight, with the same pieces whichever way the pair is chosen, so the
+// per-pair forms give exactly what the per-sample form gives.
+template <Blend B, typename T>
+[[gnu::always_inline]] inline T shapeEnvelope(T x, T s) {
     const T fadeOut = 1.0f - (x - 0.95f) * 20.0f;
-    const T fall = m <= 0.95f ? m * 1.05263f : 1.0f - (m - 0.95f) * 20.0f;
-    const T edges = x < 0.05f ? x * 20.0f : (x <= 0.95f ? one : fadeOut);
-    const T rise = x <= 0.95f ? x * 1.05263f : fadeOut;
-    const auto low = s < kSineShape;
-    const auto high = s >= kFlatShape;
-    const T from = low ? fall : (high ? edges : sine);
-    const T to = low ? sine : (high ? rise : edges);
-    const T weight = low ? s : (high ? s - kFlatOffset : s - kSineOffset);
-    return from + (to - from) * weight * 3.0f;
+    if constexpr (B == Blend::kFallToSine) {
+        const T m = 1.0f - x;
+        const T fall = m <= 0.95f ? m * 1.05263f : 1.0f - (m - 0.95f) * 20.0f;
+        return fall + (halfSine(x) - fall) * s * 3.0f;
+    } else {
+        const T one = T{} + 1.0f;
+        const T edges = x < 0.05f ? x * 20.0f : (x <= 0.95f ? one : fadeOut);
+        if constexpr (B == Blend::kSineToFlat) {
+            const T sine = halfSine(x);
+            return sine + (edges - sine) * (s - kSineOffset) * 3.0f;
+        } else if constexpr (B == Blend::kFlatToRise) {
+            const T rise = x <= 0.95f ? x * 1.05263f : fadeOut;
+            return edges + (rise - edges) * (s - kFlatOffset) * 3.0f;
+        } else {
+            const T sine = halfSine(x);
+            const T m = 1.0f - x;
+            const T fall = m <= 0.95f ? m * 1.05263f : 1.0f - (m - 0.95f) * 20.0f;
+            const T rise = x <= 0.95f ? x * 1.05263f : fadeOut;
+            const auto low = s < kSineShape;
+            const auto high = s >= kFlatShape;
+            const T from = low ? fall : (high ? edges : sine);
+            const T to = low ? sine : (high ? rise : edges);
+            const T weight = low ? s : (high ? s - kFlatOffset : s - kSineOffset);
+            return from + (to - from) * weight * 3.0f;
+        }
+    }
+}
+
+// Envelope of n in-gate samples from gate position start, four at a time.
+template <Blend B>
+void envelopeRun(float* envelopes, const float* shapes, int32_t start, float inverse, int n) {
+    for (int i = 0; i < n; i += kQuadLanes) {
+        const IntQuad position = IntQuad{0, 1, 2, 3} + (start + i);
+        const FloatQuad x = __builtin_convertvector(position, FloatQuad) * inverse;
+        FloatQuad shape;
+        std::memcpy(&shape, shapes + i, sizeof shape);
+        const FloatQuad e = shapeEnvelope<B>(x, shape);
+        std::memcpy(envelopes + i, &e, sizeof e);
+    }
 }
 
 // The ramp's next n values, one step per sample. A settled ramp repeats its value without the add chain.
@@ -273,14 +304,14 @@ void AFStutter::processGate(float* left, float* right, int count, int32_t mode) 
             rampValues(shapeRamp, shapes, n);
             rampValues(balanceRamp, balances, n);
             const auto start = static_cast<int32_t>(gatePosition) + done;
-            for (int i = 0; i < n; i += kQuadLanes) {
-                const IntQuad position = IntQuad{0, 1, 2, 3} + (start + i);
-                const FloatQuad x = __builtin_convertvector(position, FloatQuad) * inverse;
-                FloatQuad shape;
-                std::memcpy(&shape, shapes + i, sizeof shape);
-                const FloatQuad e = shapeEnvelope(x, shape);
-                std::memcpy(envelopes + i, &e, sizeof e);
-            }
+            if (shapeRamp.getIncrement() != 0.0)
+                envelopeRun<Blend::kPerSample>(envelopes, shapes, start, inverse, n);
+            else if (shapes[0] < kSineShape)
+                envelopeRun<Blend::kFallToSine>(envelopes, shapes, start, inverse, n);
+            else if (shapes[0] >= kFlatShape)
+                envelopeRun<Blend::kFlatToRise>(envelopes, shapes, start, inverse, n);
+            else
+                envelopeRun<Blend::kSineToFlat>(envelopes, shapes, start, inverse, n);
             for (int i = 0; i < n; ++i) {
                 plain[done + i] *= envelopes[i];
                 balanced[done + i] *= balances[i] * envelopes[i];
@@ -310,7 +341,7 @@ void AFStutter::processGate(float* left, float* right, int count, int32_t mode) 
         ++gate;
         if (gate < gateLength) {
             const float x = static_cast<float>(gate) * gateLengthInverse;
-            const float e = shapeEnvelope(x, static_cast<float>(shapeRamp.advance()));
+            const float e = shapeEnvelope<Blend::kPerSample>(x, static_cast<float>(shapeRamp.advance()));
             const float gained = static_cast<float>(balanceRamp.advance()) * e;
             left[i] *= sideFlag ? gained : e;
             right[i] *= sideFlag ? e : gained;
@@ -428,8 +459,9 @@ void AFStutter::processPpq(float* left, float* right, int count) noexcept {
             break;
         }
         const double y = gateScale * f;
-        const double e =
-            y <= 1.0 ? shapeEnvelope(static_cast<float>(y), static_cast<float>(shapeRamp.advance())) : 0.0;
+        const double e = y <= 1.0 ? shapeEnvelope<Blend::kPerSample>(static_cast<float>(y),
+                                                                     static_cast<float>(shapeRamp.advance()))
+                                  : 0.0;
         const double gained = balanceRamp.advance() * e;
         smoothedLeft = (odd ? gained : e) * kPpqSmoothNew + smoothedLeft * kPpqSmoothOld;
         smoothedRight = (odd ? e : gained) * kPpqSmoothNew + smoothedRight * kPpqSmoothOld;
