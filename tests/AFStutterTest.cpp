@@ -449,6 +449,22 @@ TEST(AFStutterShape, EnvelopesMatchTheirFormulas) {
     }
 }
 
+TEST(AFStutterShape, ShapeRampsThroughAllBlendsAcrossOneTick) {
+    // Shape 0 -> 1 at a tick: the next 64 samples blend with s = (n + 1) / 64, crossing both thresholds.
+    Rig rig(44100.0f, 120.0);
+    rig.knobs = {0.33f, 1.0f, 0.0f, 0.0f};
+    rig.start();
+    rig.run(640);
+    rig.knobs[2] = 1.0f;
+    const Output out = rig.run(128);
+    const float inverse = 1.0f / 11025.0f;
+    for (int n = 0; n < 128; ++n) {
+        const double shape = std::min(1.0, (n + 1) / 64.0);
+        const double expected = referenceEnvelope(static_cast<float>(640 + n) * inverse, shape);
+        EXPECT_NEAR(out.left[static_cast<std::size_t>(n)], expected, 3e-6) << n;
+    }
+}
+
 TEST(AFStutterShape, FourShapesAtTheirCorners) {
     // Spot values that tell the four shapes apart: falling ramp, half sine, flat top, rising ramp.
     struct Case {
