@@ -108,6 +108,27 @@ template <Blend B, typename T>
     }
 }
 
+// The pair a shape ramp blends until its next step: one fixed pair while it is settled.
+Blend blendFor(const ParamRamp& shape) {
+    if (shape.getIncrement() != 0.0) return Blend::kPerSample;
+    const auto s = static_cast<float>(shape.getCurrent());
+    return s < kSineShape ? Blend::kFallToSine : (s >= kFlatShape ? Blend::kFlatToRise : Blend::kSineToFlat);
+}
+
+// One sample's envelope with the pair chosen for the whole call.
+inline float shapeEnvelope(Blend blend, float x, float s) {
+    switch (blend) {
+    case Blend::kFallToSine:
+        return shapeEnvelope<Blend::kFallToSine>(x, s);
+    case Blend::kSineToFlat:
+        return shapeEnvelope<Blend::kSineToFlat>(x, s);
+    case Blend::kFlatToRise:
+        return shapeEnvelope<Blend::kFlatToRise>(x, s);
+    default:
+        return shapeEnvelope<Blend::kPerSample>(x, s);
+    }
+}
+
 // Envelope of n in-gate samples from gate position start, four at a time.
 template <Blend B>
 void envelopeRun(float* envelopes, const float* shapes, int32_t start, float inverse, int n) {
@@ -304,14 +325,20 @@ void AFStutter::processGate(float* left, float* right, int count, int32_t mode) 
             rampValues(shapeRamp, shapes, n);
             rampValues(balanceRamp, balances, n);
             const auto start = static_cast<int32_t>(gatePosition) + done;
-            if (shapeRamp.getIncrement() != 0.0)
-                envelopeRun<Blend::kPerSample>(envelopes, shapes, start, inverse, n);
-            else if (shapes[0] < kSineShape)
+            switch (blendFor(shapeRamp)) {
+            case Blend::kFallToSine:
                 envelopeRun<Blend::kFallToSine>(envelopes, shapes, start, inverse, n);
-            else if (shapes[0] >= kFlatShape)
-                envelopeRun<Blend::kFlatToRise>(envelopes, shapes, start, inverse, n);
-            else
+                break;
+            case Blend::kSineToFlat:
                 envelopeRun<Blend::kSineToFlat>(envelopes, shapes, start, inverse, n);
+                break;
+            case Blend::kFlatToRise:
+                envelopeRun<Blend::kFlatToRise>(envelopes, shapes, start, inverse, n);
+                break;
+            default:
+                envelopeRun<Blend::kPerSample>(envelopes, shapes, start, inverse, n);
+                break;
+            }
             for (int i = 0; i < n; ++i) {
                 plain[done + i] *= envelopes[i];
                 balanced[done + i] *= balances[i] * envelopes[i];
@@ -331,6 +358,7 @@ void AFStutter::processGate(float* left, float* right, int count, int32_t mode) 
     // live in locals so the loop keeps them in registers; they go back to the members around a period start.
     const float lookup = periodFor(mode);
     const int32_t swing = swingMode;
+    Blend blend = blendFor(shapeRamp);
     float closedPeriod = swung(lookup, swing, swingStep);
     uint32_t gate = gatePosition;
     float position = periodPosition;
@@ -341,7 +369,7 @@ void AFStutter::processGate(float* left, float* right, int count, int32_t mode) 
         ++gate;
         if (gate < gateLength) {
             const float x = static_cast<float>(gate) * gateLengthInverse;
-            const float e = shapeEnvelope<Blend::kPerSample>(x, static_cast<float>(shapeRamp.advance()));
+            const float e = shapeEnvelope(blend, x, static_cast<float>(shapeRamp.advance()));
             const float gained = static_cast<float>(balanceRamp.advance()) * e;
             left[i] *= sideFlag ? gained : e;
             right[i] *= sideFlag ? e : gained;
@@ -367,6 +395,7 @@ void AFStutter::processGate(float* left, float* right, int count, int32_t mode) 
             position = periodPosition;
             current = period;
             closedPeriod = swung(lookup, swing, swingStep);
+            blend = blendFor(shapeRamp);
         }
     }
     gatePosition = gate;
@@ -413,6 +442,7 @@ void AFStutter::processPpq(float* left, float* right, int count) noexcept {
     const double scale = samplesPerBeat * inverse;
     const double gateScale = (1.0 - static_cast<double>(gateFraction)) * 4.0 + 1.0;
     const int32_t swing = swingMode;
+    const Blend blend = blendFor(shapeRamp);
 
     for (int i = 0; i < count; ++i) {
         const double phase = scale * p;
@@ -459,9 +489,9 @@ void AFStutter::processPpq(float* left, float* right, int count) noexcept {
             break;
         }
         const double y = gateScale * f;
-        const double e = y <= 1.0 ? shapeEnvelope<Blend::kPerSample>(static_cast<float>(y),
-                                                                     static_cast<float>(shapeRamp.advance()))
-                                  : 0.0;
+        const double e =
+            y <= 1.0 ? shapeEnvelope(blend, static_cast<float>(y), static_cast<float>(shapeRamp.advance()))
+                     : 0.0;
         const double gained = balanceRamp.advance() * e;
         smoothedLeft = (odd ? gained : e) * kPpqSmoothNew + smoothedLeft * kPpqSmoothOld;
         smoothedRight = (odd ? e : gained) * kPpqSmoothNew + smoothedRight * kPpqSmoothOld;
