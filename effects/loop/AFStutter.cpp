@@ -75,16 +75,18 @@ constexpr float kFlatOffset = 0.6665999889373779f;
 // computes only the pieces of that pair; a ramping shape picks the pair per sample.
 enum class Blend { kFallToSine, kSineToFlat, kFlatToRise, kPerSample };
 
+// Gain over one gate, x the position 0..1 in it. The shape s blends four shapes: at 0 a falling ramp with a
+// 5% fade-in, at 1/3 a half sine, at 2/3 a flat top with 5% edges, at 1 a rising ramp with a 5% fade-out.
 // Every blend is from + (to - from) x weight, with the same pieces whichever way the pair is chosen, so the
 // per-pair forms give exactly what the per-sample form gives.
 template <Blend B, typename T>
 [[gnu::always_inline]] inline T shapeEnvelope(T x, T s) {
-    const T fadeOut = 1.0f - (x - 0.95f) * 20.0f;
     if constexpr (B == Blend::kFallToSine) {
         const T m = 1.0f - x;
         const T fall = m <= 0.95f ? m * 1.05263f : 1.0f - (m - 0.95f) * 20.0f;
         return fall + (halfSine(x) - fall) * s * 3.0f;
     } else {
+        const T fadeOut = 1.0f - (x - 0.95f) * 20.0f;
         const T one = T{} + 1.0f;
         const T edges = x < 0.05f ? x * 20.0f : (x <= 0.95f ? one : fadeOut);
         if constexpr (B == Blend::kSineToFlat) {
