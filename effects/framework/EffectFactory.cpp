@@ -56,7 +56,7 @@ constexpr std::array<Row, EffectFactory::kTypeCount> kCatalogue{{
     {"SpectralLooper", 4, nullptr, false},
     {"Tonalizer", 4, make<AFTonalizer>, true},
     {"Ringmodulator", 4, make<AFRinger>, true},
-    {"Stutter", 4, make<AFStutter>, false},
+    {"Stutter", 4, make<AFStutter>, true},
     {"Slice Looper", 4, nullptr, false},
     {"Pitch Delay", 4, make<AFPitchDelayT>, false},
     {"Pan Looper", 4, make<AFPanLooper>, false},
