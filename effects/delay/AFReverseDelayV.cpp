@@ -50,10 +50,11 @@ AFReverseDelayV::~AFReverseDelayV() {
 
 uint32_t AFReverseDelayV::intervalByMode(int32_t mode, float v) const noexcept {
     const auto& tables = TimeValueTables::instance();
-    if (mode == kSync) return tables.syncTable.intervalSamples(*systemInfo, v);
-    if (mode == kSyncDotted) return tables.syncDottedTable.intervalSamples(*systemInfo, v);
+    const float knob = unitClamp(v);
+    if (mode == kSync) return tables.syncTable.intervalSamples(*systemInfo, knob);
+    if (mode == kSyncDotted) return tables.syncDottedTable.intervalSamples(*systemInfo, knob);
     const float floor = systemInfo->rateRatio * 88.0f;
-    const float samples = (systemInfo->samplesPerBeat - floor) * unitClamp(v) + floor;
+    const float samples = (systemInfo->samplesPerBeat - floor) * knob + floor;
     return samples > 0.0f ? static_cast<uint32_t>(samples) : 0u;
 }
 
@@ -177,11 +178,11 @@ void AFReverseDelayV::formatParameter(int index, float value, char* text) {
         const int32_t mode = options[static_cast<std::size_t>(index)];
         const auto& tables = TimeValueTables::instance();
         if (mode == kSync) {
-            std::snprintf(text, kEffectTextSize, "%s", tables.syncTable.valueName(value));
+            std::snprintf(text, kEffectTextSize, "%s", tables.syncTable.valueName(unitClamp(value)));
             return;
         }
         if (mode == kSyncDotted) {
-            std::snprintf(text, kEffectTextSize, "%s", tables.syncDottedTable.valueName(value));
+            std::snprintf(text, kEffectTextSize, "%s", tables.syncDottedTable.valueName(unitClamp(value)));
             return;
         }
         if (value > 0.99f) {
