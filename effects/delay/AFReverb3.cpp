@@ -144,6 +144,61 @@ void AFReverb3::process(float* left, float* right, int count) noexcept {
     }
 }
 
+// The eight combs run side by side so that their one-pole recursions overlap; the block is cut wherever a
+// comb's ring wraps, so the inner loop needs no index test.
+void AFReverb3::runCombs(std::array<Comb, kCombs>& bank, const float* input, float* out, int count, float fb,
+                         float c1, float c2) noexcept {
+    for (int n = 0; n < count;) {
+        int run = count - n;
+        for (Comb& comb : bank) {
+            if (comb.index == comb.length - 1) comb.index = -1;
+            run = std::min(run, comb.length - 1 - comb.index);
+        }
+        float* ring[kCombs];
+        float store[kCombs];
+        for (int k = 0; k < kCombs; ++k) {
+            ring[k] = bank[k].buffer + bank[k].index + 1;
+            store[k] = bank[k].store;
+        }
+        for (int j = 0; j < run; ++j) {
+            const float x = input[n + j];
+            float sum = 0.0f;
+#pragma GCC unroll 8
+            for (int k = 0; k < kCombs; ++k) {
+                const float o = ring[k][j];
+                store[k] = o * c1 + store[k] * c2;
+                ring[k][j] = store[k] * fb + x;
+                sum += o;
+            }
+            out[n + j] = sum;
+        }
+        for (int k = 0; k < kCombs; ++k) {
+            bank[k].index += run;
+            bank[k].store = store[k];
+        }
+        n += run;
+    }
+}
+
+// An allpass is longer than a block, so no sample of a block reads what the same block wrote: between wraps
+// the loop has no recursion and vectorises.
+void AFReverb3::runAllpass(Allpass& allpass, float* out, int count) noexcept {
+    for (int n = 0; n < count;) {
+        if (allpass.index == allpass.length - 1) allpass.index = -1;
+        const int run = std::min(count - n, allpass.length - 1 - allpass.index);
+        float* __restrict ring = allpass.buffer + allpass.index + 1;
+        float* __restrict s = out + n;
+        for (int j = 0; j < run; ++j) {
+            const float o = ring[j];
+            const float v = s[j];
+            ring[j] = o * 0.5f + v;
+            s[j] = o - v;
+        }
+        allpass.index += run;
+        n += run;
+    }
+}
+
 void AFReverb3::processChunk(float* left, float* right, int count) noexcept {
     // Freeze closes the input and turns every comb into a lossless loop.
     const bool frozen = freeze > 0.5f;
@@ -158,36 +213,9 @@ void AFReverb3::processChunk(float* left, float* right, int count) noexcept {
 
     float wetOut[2][kChunk];
     for (int ch = 0; ch < 2; ++ch) {
-        float* out = wetOut[ch];
-        std::fill(out, out + count, 0.0f);
-        for (Comb& comb : combs[ch]) {
-            float* buffer = comb.buffer;
-            const int length = comb.length;
-            int i = comb.index;
-            float store = comb.store;
-            for (int n = 0; n < count; ++n) {
-                if (++i >= length) i = 0;
-                const float o = buffer[i];
-                store = o * c1 + store * c2;
-                buffer[i] = store * fb + input[n];
-                out[n] += o;
-            }
-            comb.index = i;
-            comb.store = store;
-        }
-        for (Allpass& allpass : allpasses[ch]) {
-            float* buffer = allpass.buffer;
-            const int length = allpass.length;
-            int i = allpass.index;
-            for (int n = 0; n < count; ++n) {
-                if (++i >= length) i = 0;
-                const float o = buffer[i];
-                const float s = out[n];
-                buffer[i] = o * 0.5f + s;
-                out[n] = o - s;
-            }
-            allpass.index = i;
-        }
+        runCombs(combs[ch], input, wetOut[ch], count, fb, c1, c2);
+        for (Allpass& allpass : allpasses[ch])
+            runAllpass(allpass, wetOut[ch], count);
     }
 
     for (int n = 0; n < count; ++n) {
