@@ -3,7 +3,9 @@
 #include "effects/framework/AFSystemInfo.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 
 namespace {
 
@@ -144,10 +146,43 @@ void AFReverb3::process(float* left, float* right, int count) noexcept {
     }
 }
 
-// The eight combs run side by side so that their one-pole recursions overlap; the block is cut wherever a
-// comb's ring wraps, so the inner loop needs no index test.
+namespace {
+
+// Four lanes of floats; lane arithmetic is the scalar arithmetic, so results match a one-by-one run exactly.
+using Lanes = float __attribute__((vector_size(16)));
+using LaneMask = int32_t __attribute__((vector_size(16)));
+
+Lanes loadLanes(const float* p) noexcept {
+    Lanes v;
+    std::memcpy(&v, p, sizeof(v));
+    return v;
+}
+
+void storeLanes(float* p, Lanes v) noexcept {
+    std::memcpy(p, &v, sizeof(v));
+}
+
+// Four combs by four samples: turns per-comb runs into per-sample rows and back.
+void transpose(Lanes& a, Lanes& b, Lanes& c, Lanes& d) noexcept {
+    const Lanes ab0 = __builtin_shuffle(a, b, LaneMask{0, 4, 1, 5});
+    const Lanes cd0 = __builtin_shuffle(c, d, LaneMask{0, 4, 1, 5});
+    const Lanes ab1 = __builtin_shuffle(a, b, LaneMask{2, 6, 3, 7});
+    const Lanes cd1 = __builtin_shuffle(c, d, LaneMask{2, 6, 3, 7});
+    a = __builtin_shuffle(ab0, cd0, LaneMask{0, 1, 4, 5});
+    b = __builtin_shuffle(ab0, cd0, LaneMask{2, 3, 6, 7});
+    c = __builtin_shuffle(ab1, cd1, LaneMask{0, 1, 4, 5});
+    d = __builtin_shuffle(ab1, cd1, LaneMask{2, 3, 6, 7});
+}
+
+} // namespace
+
+// The eight combs of a channel run as two groups of four lanes, four samples at a time; the block is cut
+// wherever a comb's ring wraps, so no inner loop tests an index.
 void AFReverb3::runCombs(std::array<Comb, kCombs>& bank, const float* input, float* out, int count, float fb,
                          float c1, float c2) noexcept {
+    const Lanes c1Lanes = {c1, c1, c1, c1};
+    const Lanes c2Lanes = {c2, c2, c2, c2};
+    const Lanes fbLanes = {fb, fb, fb, fb};
     for (int n = 0; n < count;) {
         int run = count - n;
         for (Comb& comb : bank) {
@@ -155,15 +190,51 @@ void AFReverb3::runCombs(std::array<Comb, kCombs>& bank, const float* input, flo
             run = std::min(run, comb.length - 1 - comb.index);
         }
         float* ring[kCombs];
-        float store[kCombs];
-        for (int k = 0; k < kCombs; ++k) {
+        for (int k = 0; k < kCombs; ++k)
             ring[k] = bank[k].buffer + bank[k].index + 1;
-            store[k] = bank[k].store;
+        Lanes storeLo = {bank[0].store, bank[1].store, bank[2].store, bank[3].store};
+        Lanes storeHi = {bank[4].store, bank[5].store, bank[6].store, bank[7].store};
+        int j = 0;
+        for (; j + 4 <= run; j += 4) {
+            Lanes lo[4];
+            Lanes hi[4];
+            for (int k = 0; k < 4; ++k) {
+                lo[k] = loadLanes(ring[k] + j);
+                hi[k] = loadLanes(ring[k + 4] + j);
+            }
+            Lanes sum = Lanes{} + lo[0];
+            sum += lo[1];
+            sum += lo[2];
+            sum += lo[3];
+            sum += hi[0];
+            sum += hi[1];
+            sum += hi[2];
+            sum += hi[3];
+            storeLanes(out + n + j, sum);
+            transpose(lo[0], lo[1], lo[2], lo[3]);
+            transpose(hi[0], hi[1], hi[2], hi[3]);
+            for (int m = 0; m < 4; ++m) {
+                const float x = input[n + j + m];
+                storeLo = lo[m] * c1Lanes + storeLo * c2Lanes;
+                lo[m] = storeLo * fbLanes + x;
+                storeHi = hi[m] * c1Lanes + storeHi * c2Lanes;
+                hi[m] = storeHi * fbLanes + x;
+            }
+            transpose(lo[0], lo[1], lo[2], lo[3]);
+            transpose(hi[0], hi[1], hi[2], hi[3]);
+            for (int k = 0; k < 4; ++k) {
+                storeLanes(ring[k] + j, lo[k]);
+                storeLanes(ring[k + 4] + j, hi[k]);
+            }
         }
-        for (int j = 0; j < run; ++j) {
+        float store[kCombs];
+        for (int k = 0; k < 4; ++k) {
+            store[k] = storeLo[k];
+            store[k + 4] = storeHi[k];
+        }
+        for (; j < run; ++j) {
             const float x = input[n + j];
             float sum = 0.0f;
-#pragma GCC unroll 8
             for (int k = 0; k < kCombs; ++k) {
                 const float o = ring[k][j];
                 store[k] = o * c1 + store[k] * c2;
@@ -218,14 +289,22 @@ void AFReverb3::processChunk(float* left, float* right, int count) noexcept {
             runAllpass(allpass, wetOut[ch], count);
     }
 
+    double mixL[kChunk];
+    double mixR[kChunk];
     for (int n = 0; n < count; ++n) {
         const double w = widthRamp.advance();
         const double wet1 = (w + 1.0) * 0.5 * kWet;
         const double wet2 = (1.0 - w) * 0.5 * kWet;
         const double outL = wetOut[0][n];
         const double outR = wetOut[1][n];
-        left[n] = static_cast<float>(highPassLeft.process(wet1 * outL + wet2 * outR, kFilterOffset));
-        right[n] = static_cast<float>(highPassRight.process(wet2 * outL + wet1 * outR, kFilterOffset));
+        mixL[n] = wet1 * outL + wet2 * outR;
+        mixR[n] = wet2 * outL + wet1 * outR;
+    }
+    StateVariableHP::processBlockPair(highPassLeft, mixL, mixL, highPassRight, mixR, mixR, count,
+                                      kFilterOffset);
+    for (int n = 0; n < count; ++n) {
+        left[n] = static_cast<float>(mixL[n]);
+        right[n] = static_cast<float>(mixR[n]);
     }
 }
 
