@@ -5,6 +5,11 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
+
+#if defined(__SSE__)
+#include <xmmintrin.h>
+#endif
 
 namespace {
 
@@ -17,10 +22,101 @@ float unitClamp(float v) noexcept {
     return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
 }
 
-// Truncation toward zero to a multiple of step. Quotients beyond exact integer range are already on the grid.
-double quantise(double x, double step, double inverse) noexcept {
-    const double q = x * inverse;
-    return std::fabs(q) < 4.5e15 ? static_cast<double>(static_cast<int64_t>(q)) * step : x;
+constexpr int kBlock = 64;
+
+// Four samples at a time; every lane does exactly what a single sample would.
+using Lanes = float __attribute__((vector_size(16)));
+using LaneMask = int32_t __attribute__((vector_size(16)));
+
+Lanes splat(float v) noexcept {
+    return Lanes{v, v, v, v};
+}
+
+Lanes magnitude(Lanes v) noexcept {
+    LaneMask bits;
+    std::memcpy(&bits, &v, sizeof(bits));
+    bits &= 0x7fffffff;
+    std::memcpy(&v, &bits, sizeof(v));
+    return v;
+}
+
+Lanes squareRoot(Lanes v) noexcept {
+#if defined(__SSE__)
+    return reinterpret_cast<Lanes>(_mm_sqrt_ps(reinterpret_cast<__m128>(v)));
+#else
+    for (int i = 0; i < 4; ++i)
+        v[i] = std::sqrt(v[i]);
+    return v;
+#endif
+}
+
+// Truncation toward zero to a multiple of step. A quotient of 2^23 or more has no fraction left to cut; the
+// clamp only keeps the conversion in range.
+Lanes quantise(Lanes x, Lanes step, Lanes inverse) noexcept {
+    const Lanes whole = splat(8388608.0f);
+    const Lanes q = x * inverse;
+    const Lanes bounded = q < -whole ? -whole : (q > whole ? whole : q);
+    const Lanes cut = __builtin_convertvector(__builtin_convertvector(bounded, LaneMask), Lanes) * step;
+    return magnitude(q) < whole ? cut : x;
+}
+
+template <int32_t Mode>
+Lanes crushLanes(Lanes x, Lanes step, Lanes inverse) noexcept {
+    if constexpr (Mode == kHi) {
+        // Quantised in the square-root domain: fine steps near silence, coarse ones near full scale.
+        const Lanes sign = x > splat(0.0f) ? splat(1.0f) : splat(-1.0f);
+        const Lanes q = quantise(squareRoot(magnitude(x)), step, inverse);
+        return sign * q * q;
+    } else if constexpr (Mode == kLow) {
+        // Quantised in the squared domain: coarse steps near silence, fine ones near full scale.
+        const Lanes sign = x > splat(0.0f) ? splat(1.0f) : splat(-1.0f);
+        return sign * squareRoot(quantise(x * x, step, inverse));
+    } else if constexpr (Mode == kClip) {
+        const Lanes gain = splat(20.0f) * step + splat(1.0f);
+        const Lanes q = quantise(x * gain, step, inverse);
+        return (q < splat(-1.0f) ? splat(-1.0f) : (q > splat(1.0f) ? splat(1.0f) : q)) / gain;
+    } else {
+        return quantise(x, step, inverse);
+    }
+}
+
+// Crushes four samples of both channels wherever the step is above zero.
+template <int32_t Mode>
+void crushGroup(float* left, float* right, const float* steps) noexcept {
+    Lanes l;
+    Lanes r;
+    Lanes step;
+    std::memcpy(&l, left, sizeof(l));
+    std::memcpy(&r, right, sizeof(r));
+    std::memcpy(&step, steps, sizeof(step));
+    const Lanes inverse = splat(1.0f) / step;
+    const LaneMask active = step > splat(0.0f);
+    l = active ? crushLanes<Mode>(l, step, inverse) : l;
+    r = active ? crushLanes<Mode>(r, step, inverse) : r;
+    std::memcpy(left, &l, sizeof(l));
+    std::memcpy(right, &r, sizeof(r));
+}
+
+// The last partial group runs padded with a zero step, which leaves its lanes as they were.
+template <int32_t Mode>
+void crushBlock(float* left, float* right, const float* steps, int count) noexcept {
+    int n = 0;
+    for (; n + 4 <= count; n += 4)
+        crushGroup<Mode>(left + n, right + n, steps + n);
+    if (n == count) return;
+    float l[4] = {};
+    float r[4] = {};
+    float step[4] = {};
+    for (int i = 0; n + i < count; ++i) {
+        l[i] = left[n + i];
+        r[i] = right[n + i];
+        step[i] = steps[n + i];
+    }
+    crushGroup<Mode>(l, r, step);
+    for (int i = 0; n + i < count; ++i) {
+        left[n + i] = l[i];
+        right[n + i] = r[i];
+    }
 }
 
 } // namespace
@@ -85,32 +181,10 @@ int32_t AFAmper::activate() {
     pan.jump();
     crush.jump();
     rate.jump();
-    holdL = 0.0;
-    holdR = 0.0;
+    holdL = 0.0f;
+    holdR = 0.0f;
     holdCount = 0;
     return 1;
-}
-
-double AFAmper::crushSample(double x, double step, double inverse) const noexcept {
-    switch (crushMode) {
-    case kHi: {
-        // Coarse steps near zero, fine ones near full scale: quantised in the square-root domain.
-        const double sign = x > 0.0 ? 1.0 : -1.0;
-        const double q = quantise(std::sqrt(std::fabs(x)), step, inverse);
-        return sign * q * q;
-    }
-    case kLow: {
-        // Fine steps near zero, coarse ones near full scale: quantised in the squared domain.
-        const double sign = x > 0.0 ? 1.0 : -1.0;
-        return sign * std::sqrt(quantise(x * x, step, inverse));
-    }
-    case kClip: {
-        const double gain = 20.0 * step + 1.0;
-        return std::clamp(quantise(x * gain, step, inverse), -1.0, 1.0) / gain;
-    }
-    default:
-        return quantise(x, step, inverse);
-    }
 }
 
 int32_t AFAmper::holdLength(double rateValue, double peak) const noexcept {
@@ -121,31 +195,54 @@ int32_t AFAmper::holdLength(double rateValue, double peak) const noexcept {
 }
 
 void AFAmper::process(float* left, float* right, int count) noexcept {
+    for (int done = 0; done < count; done += kBlock) {
+        processBlock(left + done, right + done, std::min(kBlock, count - done));
+    }
+}
+
+void AFAmper::processBlock(float* left, float* right, int count) noexcept {
+    float gainL[kBlock];
+    float gainR[kBlock];
+    float steps[kBlock];
+    double rates[kBlock];
+    bool crushing = false;
     for (int n = 0; n < count; ++n) {
         const double gain = volume.advance();
         const double p = pan.advance();
         const double c = crush.advance();
-        const double r = rate.advance();
-        double l = left[n];
-        double rr = right[n];
-        if (c > 0.0) {
-            const double inverse = 1.0 / c;
-            l = crushSample(l, c, inverse);
-            rr = crushSample(rr, c, inverse);
+        rates[n] = rate.advance();
+        gainL[n] = static_cast<float>(p > 0.5 ? gain * (1.0 - 2.0 * (p - 0.5)) : gain);
+        gainR[n] = static_cast<float>(p < 0.5 ? gain * (1.0 - 2.0 * (0.5 - p)) : gain);
+        steps[n] = static_cast<float>(c);
+        crushing |= c > 0.0;
+    }
+    if (crushing) {
+        switch (crushMode) {
+        case kHi:
+            crushBlock<kHi>(left, right, steps, count);
+            break;
+        case kLow:
+            crushBlock<kLow>(left, right, steps, count);
+            break;
+        case kClip:
+            crushBlock<kClip>(left, right, steps, count);
+            break;
+        default:
+            crushBlock<kNormal>(left, right, steps, count);
+            break;
         }
+    }
+    const float decay = holdMode == kHoldAbsurd ? kAbsurdDecay : 1.0f;
+    for (int n = 0; n < count; ++n) {
         if (--holdCount < 1) {
-            holdCount = holdLength(r, std::max(std::fabs(l), std::fabs(rr)));
-            holdL = l;
-            holdR = rr;
+            holdCount = holdLength(rates[n], std::max(std::fabs(left[n]), std::fabs(right[n])));
+            holdL = left[n];
+            holdR = right[n];
         }
-        const double leftGain = p > 0.5 ? 1.0 - 2.0 * (p - 0.5) : 1.0;
-        const double rightGain = p < 0.5 ? 1.0 - 2.0 * (0.5 - p) : 1.0;
-        left[n] = static_cast<float>(gain * leftGain * holdL);
-        right[n] = static_cast<float>(gain * rightGain * holdR);
-        if (holdMode == kHoldAbsurd) {
-            holdL *= kAbsurdDecay;
-            holdR *= kAbsurdDecay;
-        }
+        left[n] = gainL[n] * holdL;
+        right[n] = gainR[n] * holdR;
+        holdL *= decay;
+        holdR *= decay;
     }
 }
 

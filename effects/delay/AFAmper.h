@@ -35,18 +35,18 @@ public:
     // With "Dynamic" a full-scale sample shortens the hold to this fraction.
     static constexpr double kDynamicFloor = 0.25;
     // Per-sample decay of the held values with "Absurd".
-    static constexpr double kAbsurdDecay = 0.95;
+    static constexpr float kAbsurdDecay = 0.95f;
 
 private:
-    double crushSample(double x, double step, double inverse) const noexcept;
+    void processBlock(float* left, float* right, int count) noexcept;
     int32_t holdLength(double rateValue, double peak) const noexcept;
 
     ParamRamp volume;
     ParamRamp pan;
     ParamRamp crush;
     ParamRamp rate;
-    double holdL = 0.0;
-    double holdR = 0.0;
+    float holdL = 0.0f;
+    float holdR = 0.0f;
     int32_t holdCount = 0;
     int32_t crushMode = 0;
     int32_t holdMode = 0;
