@@ -187,9 +187,7 @@ int32_t AFAmper::activate() {
     return 1;
 }
 
-int32_t AFAmper::holdLength(double rateValue, double peak) const noexcept {
-    // The factor holds at 44.1 kHz and follows the rate, so a setting sounds alike at any rate.
-    double length = rateValue * kHoldFactor * static_cast<double>(systemInfo->rateRatio);
+int32_t AFAmper::holdLength(double length, double peak) const noexcept {
     if (holdMode == kHoldDynamic) length *= 1.0 - (1.0 - kDynamicFloor) * std::min(peak, 1.0);
     return length > 0.0 ? static_cast<int32_t>(std::min(length, 1e6) + 0.5) : 0;
 }
@@ -206,11 +204,13 @@ void AFAmper::processBlock(float* left, float* right, int count) noexcept {
     float steps[kBlock];
     double rates[kBlock];
     bool crushing = false;
+    double longestRate = 0.0;
     for (int n = 0; n < count; ++n) {
         const double gain = volume.advance();
         const double p = pan.advance();
         const double c = crush.advance();
         rates[n] = rate.advance();
+        longestRate = std::max(longestRate, rates[n]);
         gainL[n] = static_cast<float>(p > 0.5 ? gain * (1.0 - 2.0 * (p - 0.5)) : gain);
         gainR[n] = static_cast<float>(p < 0.5 ? gain * (1.0 - 2.0 * (0.5 - p)) : gain);
         steps[n] = static_cast<float>(c);
@@ -233,9 +233,22 @@ void AFAmper::processBlock(float* left, float* right, int count) noexcept {
         }
     }
     const float decay = holdMode == kHoldAbsurd ? kAbsurdDecay : 1.0f;
+    // The factor holds at 44.1 kHz and follows the rate, so a setting sounds alike at any rate.
+    const double scale = kHoldFactor * static_cast<double>(systemInfo->rateRatio);
+    if (holdCount <= 1 && longestRate * scale < 0.5) {
+        // Every sample would reload the hold: it passes the signal as it is.
+        holdL = left[count - 1] * decay;
+        holdR = right[count - 1] * decay;
+        holdCount = 0;
+        for (int n = 0; n < count; ++n) {
+            left[n] *= gainL[n];
+            right[n] *= gainR[n];
+        }
+        return;
+    }
     for (int n = 0; n < count; ++n) {
         if (--holdCount < 1) {
-            holdCount = holdLength(rates[n], std::max(std::fabs(left[n]), std::fabs(right[n])));
+            holdCount = holdLength(rates[n] * scale, std::max(std::fabs(left[n]), std::fabs(right[n])));
             holdL = left[n];
             holdR = right[n];
         }

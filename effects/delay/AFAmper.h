@@ -39,7 +39,8 @@ public:
 
 private:
     void processBlock(float* left, float* right, int count) noexcept;
-    int32_t holdLength(double rateValue, double peak) const noexcept;
+    // Samples until the next reload, from the hold length the rate asks for and the louder channel.
+    int32_t holdLength(double length, double peak) const noexcept;
 
     ParamRamp volume;
     ParamRamp pan;
