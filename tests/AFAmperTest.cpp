@@ -134,6 +134,20 @@ TEST_F(AFAmperFixture, SampleRateReductionHoldsEveryNthSample) {
     }
 }
 
+TEST_F(AFAmperFixture, AHoldInProgressRunsOutAfterTheRateDrops) {
+    auto driver = start(0.5f, 0.5f, 0.0f, 1.0f);
+    auto left = ramp(400, 0.001f, 0.1f);
+    auto right = left;
+    const auto in = left;
+    driver.run(left.data(), right.data(), 64);
+    driver.values[3] = 0.0f;
+    driver.run(left.data() + 64, right.data() + 64, 336);
+    for (std::size_t n = 0; n < 200; ++n)
+        ASSERT_EQ(left[n], in[0]) << n;
+    for (std::size_t n = 200; n < 400; ++n)
+        ASSERT_EQ(left[n], in[n]) << n;
+}
+
 TEST_F(AFAmperFixture, DynamicShortensTheHoldOnLoudSamplesAndAbsurdDecaysIt) {
     fx->setOption(3, 1);
     auto driver = start(0.5f, 0.5f, 0.0f, 0.5f);
