@@ -109,6 +109,7 @@ void AFReverb3::updateWidthDelta() noexcept {
     }
 }
 
+// Renewed every tick as well, so that a width set once lands on its target: a resting knob sends nothing.
 void AFReverb3::controlTick() noexcept {
     updateWidthDelta();
 }
