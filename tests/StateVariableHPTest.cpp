@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
@@ -33,33 +34,33 @@ TEST(StateVariableHPTest, FollowsItsThreeEquationsSampleBySample) {
     EXPECT_EQ(filter.f, 0.1);
 }
 
-TEST(StateVariableHPTest, BlockFormMatchesTheSampleFormForEveryOutput) {
+TEST(StateVariableHPTest, PairRunMatchesTheSampleFormForEveryOutput) {
+    using Output = StateVariableHP::Output;
     const auto x = testSignal(3000);
-    for (auto output :
-         {StateVariableHP::Output::High, StateVariableHP::Output::Band, StateVariableHP::Output::Low}) {
-        for (double f : {0.1, 0.0081, 0.6}) {
-            StateVariableHP single(f, 0.89, output);
-            StateVariableHP block(f, 0.89, output);
-            StateVariableHP pairA(f, 0.89, output);
-            StateVariableHP pairB(f, 0.89, output);
-            std::vector<double> y(x.size());
-            std::vector<double> ya(x.size());
-            std::vector<double> yb(x.size());
-            // Uneven runs, and one in place, as a caller would hand them over.
-            block.processBlock(x.data(), y.data(), 37, kOffset);
-            block.processBlock(x.data() + 37, y.data() + 37, static_cast<int>(x.size()) - 37, kOffset);
-            StateVariableHP::processBlockPair(pairA, x.data(), ya.data(), pairB, x.data(), yb.data(),
-                                              static_cast<int>(x.size()), kOffset);
-            for (std::size_t n = 0; n < x.size(); ++n) {
-                const double want = single.process(x[n], kOffset);
-                const double tolerance = 1e-12 * (1.0 + std::fabs(want));
-                ASSERT_NEAR(y[n], want, tolerance) << n << " f " << f;
-                ASSERT_EQ(ya[n], y[n]);
-                ASSERT_EQ(yb[n], y[n]);
+    const Output outputs[] = {Output::High, Output::Band, Output::Low};
+    for (int i = 0; i < 3; ++i) {
+        const Output firstOutput = outputs[i];
+        const Output secondOutput = outputs[(i + 1) % 3];
+        StateVariableHP singleA(0.1, 0.89, firstOutput);
+        StateVariableHP singleB(0.0081, 0.5, secondOutput);
+        StateVariableHP pairA(0.1, 0.89, firstOutput);
+        StateVariableHP pairB(0.0081, 0.5, secondOutput);
+        // Uneven runs, each handing its states back before the next starts.
+        for (std::size_t from = 0; from < x.size(); from += 37) {
+            StateVariableHP::PairRun run(pairA, pairB, kOffset);
+            for (std::size_t n = from; n < std::min(x.size(), from + 37); ++n) {
+                const double wantA = singleA.process(x[n], kOffset);
+                const double wantB = singleB.process(-x[n], kOffset);
+                const auto y = run.step(StateVariableHP::Pair{x[n], -x[n]});
+                ASSERT_NEAR(y[0], wantA, 1e-12 * (1.0 + std::fabs(wantA))) << n << " output " << i;
+                ASSERT_NEAR(y[1], wantB, 1e-12 * (1.0 + std::fabs(wantB))) << n << " output " << i;
             }
-            EXPECT_NEAR(block.low, single.low, 1e-12 * (1.0 + std::fabs(single.low)));
-            EXPECT_NEAR(block.band, single.band, 1e-12 * (1.0 + std::fabs(single.band)));
-            EXPECT_NEAR(block.high, single.high, 1e-12 * (1.0 + std::fabs(single.high)));
+            run.finish();
+        }
+        for (const auto& [got, want] : {std::pair{&pairA, &singleA}, std::pair{&pairB, &singleB}}) {
+            EXPECT_NEAR(got->low, want->low, 1e-12 * (1.0 + std::fabs(want->low)));
+            EXPECT_NEAR(got->band, want->band, 1e-12 * (1.0 + std::fabs(want->band)));
+            EXPECT_NEAR(got->high, want->high, 1e-12 * (1.0 + std::fabs(want->high)));
         }
     }
 }

@@ -290,23 +290,21 @@ void AFReverb3::processChunk(float* left, float* right, int count) noexcept {
             runAllpass(allpass, wetOut[ch], count);
     }
 
-    double mixL[kChunk];
-    double mixR[kChunk];
+    // Width, mix and both output filters in one pass, left and right in the two lanes of a pair.
+    using Pair = StateVariableHP::Pair;
+    StateVariableHP::PairRun highPass(highPassLeft, highPassRight, kFilterOffset);
     for (int n = 0; n < count; ++n) {
         const double w = widthRamp.advance();
         const double wet1 = (w + 1.0) * 0.5 * kWet;
         const double wet2 = (1.0 - w) * 0.5 * kWet;
         const double outL = wetOut[0][n];
         const double outR = wetOut[1][n];
-        mixL[n] = wet1 * outL + wet2 * outR;
-        mixR[n] = wet2 * outL + wet1 * outR;
+        const Pair y =
+            highPass.step(Pair{wet1, wet1} * Pair{outL, outR} + Pair{wet2, wet2} * Pair{outR, outL});
+        left[n] = static_cast<float>(y[0]);
+        right[n] = static_cast<float>(y[1]);
     }
-    StateVariableHP::processBlockPair(highPassLeft, mixL, mixL, highPassRight, mixR, mixR, count,
-                                      kFilterOffset);
-    for (int n = 0; n < count; ++n) {
-        left[n] = static_cast<float>(mixL[n]);
-        right[n] = static_cast<float>(mixR[n]);
-    }
+    highPass.finish();
 }
 
 void AFReverb3::formatParameter(int index, float value, char* text) {
