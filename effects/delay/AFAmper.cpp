@@ -205,16 +205,26 @@ void AFAmper::processBlock(float* left, float* right, int count) noexcept {
     double rates[kBlock];
     bool crushing = false;
     double longestRate = 0.0;
-    for (int n = 0; n < count; ++n) {
+    const bool resting = volume.getIncrement() == 0.0 && pan.getIncrement() == 0.0 &&
+                         crush.getIncrement() == 0.0 && rate.getIncrement() == 0.0;
+    // Resting ramps give the same values at every sample; only moving ones need the sample loop.
+    for (int n = 0; n < (resting ? 1 : count); ++n) {
         const double gain = volume.advance();
         const double p = pan.advance();
         const double c = crush.advance();
         rates[n] = rate.advance();
         longestRate = std::max(longestRate, rates[n]);
-        gainL[n] = static_cast<float>(p > 0.5 ? gain * (1.0 - 2.0 * (p - 0.5)) : gain);
-        gainR[n] = static_cast<float>(p < 0.5 ? gain * (1.0 - 2.0 * (0.5 - p)) : gain);
+        // Full level on the near side; the far side falls linearly to silence at the end of the travel.
+        gainL[n] = static_cast<float>(gain * std::min(1.0, 2.0 - 2.0 * p));
+        gainR[n] = static_cast<float>(gain * std::min(1.0, p + p));
         steps[n] = static_cast<float>(c);
         crushing |= c > 0.0;
+    }
+    if (resting) {
+        std::fill(gainL + 1, gainL + count, gainL[0]);
+        std::fill(gainR + 1, gainR + count, gainR[0]);
+        std::fill(steps + 1, steps + count, steps[0]);
+        std::fill(rates + 1, rates + count, rates[0]);
     }
     if (crushing) {
         switch (crushMode) {
@@ -246,17 +256,24 @@ void AFAmper::processBlock(float* left, float* right, int count) noexcept {
         }
         return;
     }
+    // Locals, so that the stores to the channels cannot be taken to touch the held values.
+    float heldL = holdL;
+    float heldR = holdR;
+    int32_t countdown = holdCount;
     for (int n = 0; n < count; ++n) {
-        if (--holdCount < 1) {
-            holdCount = holdLength(rates[n] * scale, std::max(std::fabs(left[n]), std::fabs(right[n])));
-            holdL = left[n];
-            holdR = right[n];
+        if (--countdown < 1) {
+            countdown = holdLength(rates[n] * scale, std::max(std::fabs(left[n]), std::fabs(right[n])));
+            heldL = left[n];
+            heldR = right[n];
         }
-        left[n] = gainL[n] * holdL;
-        right[n] = gainR[n] * holdR;
-        holdL *= decay;
-        holdR *= decay;
+        left[n] = gainL[n] * heldL;
+        right[n] = gainR[n] * heldR;
+        heldL *= decay;
+        heldR *= decay;
     }
+    holdL = heldL;
+    holdR = heldR;
+    holdCount = countdown;
 }
 
 void AFAmper::formatParameter(int index, float value, char* text) {
