@@ -118,26 +118,27 @@ int32_t AFReverseDelayV::activate() {
     return 1;
 }
 
-void AFReverseDelayV::startStretch(Side& side, uint32_t wanted) noexcept {
-    if (firstPass && wanted > writePosition) {
+inline void AFReverseDelayV::startStretch(Side& side, uint32_t wanted, uint32_t position, bool first,
+                                          float fade) noexcept {
+    if (first && wanted > position) {
         // Only what has been written so far can be played back.
-        side.stretch = static_cast<int32_t>(wanted - writePosition);
+        side.stretch = static_cast<int32_t>(wanted - position);
         side.readPosition = -1.0;
     } else {
         side.stretch = static_cast<int32_t>(wanted);
-        side.readPosition = static_cast<double>(writePosition);
+        side.readPosition = static_cast<double>(position);
     }
     side.remaining = side.stretch;
     const int32_t half = side.stretch / 2;
-    const float fade = unitClamp(parameterValues[3]);
     side.fadeLength = static_cast<int32_t>(static_cast<float>(half - 128) * fade + 64.0f);
 }
 
-float AFReverseDelayV::processSide(Side& side, float input, double feedback) noexcept {
-    if (side.readPosition < 0.0) side.readPosition += static_cast<double>(capacity);
-    const float* buffer = side.buffer;
+inline float AFReverseDelayV::processSide(Side& side, float input, double feedback, uint32_t position,
+                                          uint32_t size) noexcept {
+    if (side.readPosition < 0.0) side.readPosition += static_cast<double>(size);
+    float* buffer = side.buffer;
     const auto i = static_cast<uint32_t>(side.readPosition);
-    const uint32_t next = i + 1 < capacity ? i + 1 : 0;
+    const uint32_t next = i + 1 < size ? i + 1 : 0;
     const double t = side.readPosition - static_cast<double>(i);
     const auto x = static_cast<float>(buffer[i] + (buffer[next] - buffer[i]) * t);
 
@@ -152,25 +153,35 @@ float AFReverseDelayV::processSide(Side& side, float input, double feedback) noe
 
     // Inverted feedback, hard-limited to full scale.
     const auto written = static_cast<float>(static_cast<double>(y) * -feedback + static_cast<double>(input));
-    side.buffer[writePosition] = std::clamp(written, -1.0f, 1.0f);
+    buffer[position] = std::clamp(written, -1.0f, 1.0f);
     side.readPosition -= 1.0;
     return y;
 }
 
 void AFReverseDelayV::process(float* left, float* right, int count) noexcept {
-    Side& l = sides[0];
-    Side& r = sides[1];
+    // Local copies, so that the stores into the rings cannot be taken to touch the running state. "Fade"
+    // changes only at ticks, between calls.
+    Side l = sides[0];
+    Side r = sides[1];
+    uint32_t position = writePosition;
+    bool first = firstPass;
+    const uint32_t size = capacity;
+    const float fade = unitClamp(parameterValues[3]);
     for (int n = 0; n < count; ++n) {
         const double feedback = feedbackRamp.advance();
-        if (--l.remaining < 0) startStretch(l, lengthLeft);
-        left[n] = processSide(l, left[n], feedback);
-        if (--r.remaining < 0) startStretch(r, lengthRight);
-        right[n] = processSide(r, right[n], feedback);
-        if (++writePosition >= capacity) {
-            writePosition = 0;
-            firstPass = false;
+        if (--l.remaining < 0) startStretch(l, lengthLeft, position, first, fade);
+        left[n] = processSide(l, left[n], feedback, position, size);
+        if (--r.remaining < 0) startStretch(r, lengthRight, position, first, fade);
+        right[n] = processSide(r, right[n], feedback, position, size);
+        if (++position >= size) {
+            position = 0;
+            first = false;
         }
     }
+    sides[0] = l;
+    sides[1] = r;
+    writePosition = position;
+    firstPass = first;
 }
 
 void AFReverseDelayV::formatParameter(int index, float value, char* text) {

@@ -58,8 +58,11 @@ private:
     };
 
     uint32_t intervalByMode(int32_t mode, float v) const noexcept;
-    void startStretch(Side& side, uint32_t wanted) noexcept;
-    float processSide(Side& side, float input, double feedback) noexcept;
+    // Per-sample steps, on the caller's local copies of the running state.
+    [[gnu::always_inline]] static void startStretch(Side& side, uint32_t wanted, uint32_t position,
+                                                    bool first, float fade) noexcept;
+    [[gnu::always_inline]] static float processSide(Side& side, float input, double feedback,
+                                                    uint32_t position, uint32_t size) noexcept;
 
     std::vector<float> leftBuffer;
     std::vector<float> rightBuffer;
