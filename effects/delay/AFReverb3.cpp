@@ -1,5 +1,7 @@
 #include "effects/delay/AFReverb3.h"
 
+#include "effects/delay/StateVariableHPPair.h"
+
 #include "effects/framework/AFSystemInfo.h"
 
 #include <algorithm>
@@ -291,8 +293,8 @@ void AFReverb3::processChunk(float* left, float* right, int count) noexcept {
     }
 
     // Width, mix and both output filters in one pass, left and right in the two lanes of a pair.
-    using Pair = StateVariableHP::Pair;
-    StateVariableHP::PairRun highPass(highPassLeft, highPassRight, kFilterOffset);
+    using Pair = StateVariableHPPair::Pair;
+    StateVariableHPPair highPass(highPassLeft, highPassRight, kFilterOffset);
     for (int n = 0; n < count; ++n) {
         const double w = widthRamp.advance();
         const double wet1 = (w + 1.0) * 0.5 * kWet;

@@ -25,37 +25,6 @@ public:
         return high;
     }
 
-    // Two doubles, one per filter of a pair.
-    using Pair = double __attribute__((vector_size(16)));
-    using PairMask = long long __attribute__((vector_size(16)));
-
-    // Audio thread: a run of samples through two filters side by side, in lanes. It is the filter of process
-    // rewritten as a two-state update, so that each sample's recursion is one multiply-add deep instead of
-    // four. It works on copies of the states and hands them back on finish.
-    class PairRun {
-    public:
-        PairRun(StateVariableHP& first, StateVariableHP& second, double e) noexcept;
-        Pair step(Pair x) noexcept {
-            high = (x + offset) - (damp * band + low);
-            const Pair nextBand =
-                (bandFromBand * band + bandFromLow * low) + (bandFromInput * x + bandOffset);
-            const Pair nextLow = (lowFromBand * band + lowFromLow * low) + (lowFromInput * x + lowOffset);
-            band = nextBand;
-            low = nextLow;
-            return takeLow ? low : (takeBand ? band : high);
-        }
-        void finish() noexcept;
-
-    private:
-        StateVariableHP& a;
-        StateVariableHP& b;
-        Pair offset, damp;
-        Pair bandFromBand, bandFromLow, bandFromInput, bandOffset;
-        Pair lowFromBand, lowFromLow, lowFromInput, lowOffset;
-        PairMask takeLow, takeBand;
-        Pair band, low, high;
-    };
-
     // Audio thread: clears the filter states, keeping the coefficients.
     void reset() noexcept;
 

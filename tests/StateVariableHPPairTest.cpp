@@ -1,4 +1,4 @@
-#include "effects/delay/StateVariableHP.h"
+#include "effects/delay/StateVariableHPPair.h"
 
 #include <gtest/gtest.h>
 
@@ -17,7 +17,7 @@ std::vector<double> testSignal(int count) {
     return x;
 }
 
-TEST(StateVariableHPTest, FollowsItsThreeEquationsSampleBySample) {
+TEST(StateVariableHPPairTest, SingleFilterFollowsItsThreeEquationsSampleBySample) {
     StateVariableHP filter(0.1, 1.0 - 0.11, StateVariableHP::Output::High);
     double low = 0.0;
     double band = 0.0;
@@ -34,7 +34,7 @@ TEST(StateVariableHPTest, FollowsItsThreeEquationsSampleBySample) {
     EXPECT_EQ(filter.f, 0.1);
 }
 
-TEST(StateVariableHPTest, PairRunMatchesTheSampleFormForEveryOutput) {
+TEST(StateVariableHPPairTest, MatchesTheSampleFormForEveryOutput) {
     using Output = StateVariableHP::Output;
     const auto x = testSignal(3000);
     const Output outputs[] = {Output::High, Output::Band, Output::Low};
@@ -47,11 +47,11 @@ TEST(StateVariableHPTest, PairRunMatchesTheSampleFormForEveryOutput) {
         StateVariableHP pairB(0.0081, 0.5, secondOutput);
         // Uneven runs, each handing its states back before the next starts.
         for (std::size_t from = 0; from < x.size(); from += 37) {
-            StateVariableHP::PairRun run(pairA, pairB, kOffset);
+            StateVariableHPPair run(pairA, pairB, kOffset);
             for (std::size_t n = from; n < std::min(x.size(), from + 37); ++n) {
                 const double wantA = singleA.process(x[n], kOffset);
                 const double wantB = singleB.process(-x[n], kOffset);
-                const auto y = run.step(StateVariableHP::Pair{x[n], -x[n]});
+                const auto y = run.step(StateVariableHPPair::Pair{x[n], -x[n]});
                 ASSERT_NEAR(y[0], wantA, 1e-12 * (1.0 + std::fabs(wantA))) << n << " output " << i;
                 ASSERT_NEAR(y[1], wantB, 1e-12 * (1.0 + std::fabs(wantB))) << n << " output " << i;
             }
