@@ -35,7 +35,7 @@ public:
     // Audio thread at a control tick, or any thread with the audio held off. Indices 0..5; others are
     // ignored.
     void setParameter(int index, float value) override;
-    // The effect's own code: silences every comb, allpass and filter.
+    // Audio thread, from activate and deactivate: silences every comb, allpass and filter.
     void reset() override;
     // Audio thread, once per tick before process.
     void controlTick() noexcept override;

@@ -40,7 +40,7 @@ public:
     // Audio thread, from the block loop.
     void bpmChanged() override { tempoChanged(0); }
 
-    // Ring capacity in force, in samples.
+    // Any thread: ring capacity in force and the wanted stretch of each side, in samples.
     uint32_t getCapacity() const noexcept { return capacity; }
     uint32_t getLengthLeft() const noexcept { return lengthLeft; }
     uint32_t getLengthRight() const noexcept { return lengthRight; }
