@@ -16,11 +16,10 @@ namespace {
 // A plain Schroeder reverb written out from its equations, one channel pair, for comparison.
 class ReferenceVerb {
 public:
-    ReferenceVerb(float size, float damping, double width, double corner) : f(corner) {
+    ReferenceVerb(float size, float damping, double startWidth, double corner)
+        : width(startWidth), f(corner) {
         feedback = size * 0.28f + 0.7f;
         damp = damping * 0.4f;
-        wet1 = (width + 1.0) * 0.5 * 1.05;
-        wet2 = (1.0 - width) * 0.5 * 1.05;
         const int combLengths[2][8] = {{1116, 1188, 1277, 1356, 1422, 1491, 1557, 1617},
                                        {1139, 1211, 1300, 1379, 1445, 1514, 1580, 1640}};
         const int allpassLengths[2][4] = {{556, 441, 341, 225}, {579, 464, 364, 248}};
@@ -54,11 +53,15 @@ public:
             }
             out[ch] = s;
         }
+        const double wet1 = (width + 1.0) * 0.5 * 1.05;
+        const double wet2 = (1.0 - width) * 0.5 * 1.05;
         const double yL = wet1 * out[0] + wet2 * out[1];
         const double yR = wet2 * out[0] + wet1 * out[1];
         left = static_cast<float>(highPass(0, yL));
         right = static_cast<float>(highPass(1, yR));
     }
+
+    double width;
 
 private:
     struct Comb {
@@ -82,7 +85,6 @@ private:
     Comb combs[2][8];
     Allpass allpasses[2][4];
     float feedback, damp;
-    double wet1, wet2;
     double f;
     double low[2] = {}, high[2] = {}, band[2] = {};
 };
@@ -159,6 +161,39 @@ TEST_F(AFReverb3Fixture, ImpulseResponseMatchesTheCombAllpassEquations) {
             peak = std::max(peak, std::fabs(static_cast<double>(left[n])));
         }
         EXPECT_GT(peak, 1e-3);
+    }
+}
+
+TEST_F(AFReverb3Fixture, WidthRampsAcrossOneTickAndLandsWithoutFurtherCalls) {
+    auto fx = make(0.6f, 0.3f, 1.0f, 0.0f);
+    ReferenceVerb reference(0.6f, 0.3f, 1.0, 0.1);
+    auto left = noise(2560, 11);
+    auto right = noise(2560, 12);
+    auto wantL = left;
+    auto wantR = right;
+    // Once the tail sounds, the width is set once; the ticks after it come with no parameter calls, as for a
+    // resting knob.
+    double increment = 0.0;
+    for (int tick = 0; tick < 40; ++tick) {
+        if (tick == 30) fx->setParameter(2, 0.2f);
+        fx->controlTick();
+        const double target = tick < 30 ? 1.0 : static_cast<double>(0.2f);
+        increment = (target - reference.width) / 64.0;
+        if (increment > -1e-07 && increment < 1e-08) {
+            reference.width = target;
+            increment = 0.0;
+        }
+        fx->process(left.data() + tick * 64, right.data() + tick * 64, 64);
+        for (int n = tick * 64; n < tick * 64 + 64; ++n) {
+            reference.width += increment;
+            reference.process(wantL[static_cast<std::size_t>(n)], wantR[static_cast<std::size_t>(n)]);
+        }
+    }
+    EXPECT_EQ(reference.width, static_cast<double>(0.2f));
+    EXPECT_GT(std::fabs(left[1950] - right[1950]), 1e-4f);
+    for (std::size_t n = 0; n < left.size(); ++n) {
+        ASSERT_NEAR(left[n], wantL[n], 1e-6 * std::fabs(wantL[n]) + 1e-9) << n;
+        ASSERT_NEAR(right[n], wantR[n], 1e-6 * std::fabs(wantR[n]) + 1e-9) << n;
     }
 }
 
