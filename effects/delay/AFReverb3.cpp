@@ -255,20 +255,36 @@ void AFReverb3::runCombs(std::array<Comb, kCombs>& bank, const float* input, flo
 }
 
 // An allpass is longer than a block, so no sample of a block reads what the same block wrote: between wraps
-// the loop has no recursion and vectorises.
-void AFReverb3::runAllpass(Allpass& allpass, float* out, int count) noexcept {
+// the four stages run in one loop with no recursion, which vectorises.
+void AFReverb3::runAllpasses(std::array<Allpass, kAllpasses>& bank, float* out, int count) noexcept {
     for (int n = 0; n < count;) {
-        if (allpass.index == allpass.length - 1) allpass.index = -1;
-        const int run = std::min(count - n, allpass.length - 1 - allpass.index);
-        float* __restrict ring = allpass.buffer + allpass.index + 1;
+        int run = count - n;
+        for (Allpass& allpass : bank) {
+            if (allpass.index == allpass.length - 1) allpass.index = -1;
+            run = std::min(run, allpass.length - 1 - allpass.index);
+        }
+        float* __restrict ring0 = bank[0].buffer + bank[0].index + 1;
+        float* __restrict ring1 = bank[1].buffer + bank[1].index + 1;
+        float* __restrict ring2 = bank[2].buffer + bank[2].index + 1;
+        float* __restrict ring3 = bank[3].buffer + bank[3].index + 1;
         float* __restrict s = out + n;
         for (int j = 0; j < run; ++j) {
-            const float o = ring[j];
-            const float v = s[j];
-            ring[j] = o * 0.5f + v;
-            s[j] = o - v;
+            float v = s[j];
+            const float o0 = ring0[j];
+            ring0[j] = o0 * 0.5f + v;
+            v = o0 - v;
+            const float o1 = ring1[j];
+            ring1[j] = o1 * 0.5f + v;
+            v = o1 - v;
+            const float o2 = ring2[j];
+            ring2[j] = o2 * 0.5f + v;
+            v = o2 - v;
+            const float o3 = ring3[j];
+            ring3[j] = o3 * 0.5f + v;
+            s[j] = o3 - v;
         }
-        allpass.index += run;
+        for (Allpass& allpass : bank)
+            allpass.index += run;
         n += run;
     }
 }
@@ -281,15 +297,14 @@ void AFReverb3::processChunk(float* left, float* right, int count) noexcept {
     const float c1 = frozen ? 1.0f : dampInverse;
     const float c2 = frozen ? 0.0f : damp;
 
-    float input[kChunk];
+    float input[kChunk] = {};
     for (int n = 0; n < count; ++n)
         input[n] = (left[n] + right[n]) * gain + 1e-10f;
 
     float wetOut[2][kChunk];
     for (int ch = 0; ch < 2; ++ch) {
         runCombs(combs[ch], input, wetOut[ch], count, fb, c1, c2);
-        for (Allpass& allpass : allpasses[ch])
-            runAllpass(allpass, wetOut[ch], count);
+        runAllpasses(allpasses[ch], wetOut[ch], count);
     }
 
     // Width, mix and both output filters in one pass, left and right in the two lanes of a pair.

@@ -66,7 +66,7 @@ private:
     void processChunk(float* left, float* right, int count) noexcept;
     static void runCombs(std::array<Comb, kCombs>& bank, const float* input, float* out, int count, float fb,
                          float c1, float c2) noexcept;
-    static void runAllpass(Allpass& allpass, float* out, int count) noexcept;
+    static void runAllpasses(std::array<Allpass, kAllpasses>& bank, float* out, int count) noexcept;
 
     std::vector<float> storage;
     std::array<std::array<Comb, kCombs>, 2> combs{};
