@@ -1,45 +1,282 @@
 #include "effects/delay/AFAmper.h"
 
+#include "effects/framework/AFSystemInfo.h"
+
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
+#include <cstring>
+
+#if defined(__SSE__)
+#include <xmmintrin.h>
+#endif
 
 namespace {
 
-constexpr const char* kOption2[] = {"Normal", "Hi", "Low", "Clip"};
-constexpr const char* kOption3[] = {"Normal", "Dynamic", "Absurd"};
+constexpr const char* kCrushWords[] = {"Normal", "Hi", "Low", "Clip"};
+constexpr const char* kHoldWords[] = {"Normal", "Dynamic", "Absurd"};
+enum CrushMode : int32_t { kNormal, kHi, kLow, kClip };
+enum HoldMode : int32_t { kHoldNormal, kHoldDynamic, kHoldAbsurd };
 
-std::span<const char* const> optionWords(int index) {
-    switch (index) {
-    case 2:
-        return kOption2;
-    case 3:
-        return kOption3;
-    default:
-        return {};
+float unitClamp(float v) noexcept {
+    return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
+}
+
+constexpr int kBlock = 64;
+
+// Four samples at a time; every lane does exactly what a single sample would.
+using Lanes = float __attribute__((vector_size(16)));
+using LaneMask = int32_t __attribute__((vector_size(16)));
+
+Lanes splat(float v) noexcept {
+    return Lanes{v, v, v, v};
+}
+
+Lanes magnitude(Lanes v) noexcept {
+    LaneMask bits;
+    std::memcpy(&bits, &v, sizeof(bits));
+    bits &= 0x7fffffff;
+    std::memcpy(&v, &bits, sizeof(v));
+    return v;
+}
+
+Lanes squareRoot(Lanes v) noexcept {
+#if defined(__SSE__)
+    return reinterpret_cast<Lanes>(_mm_sqrt_ps(reinterpret_cast<__m128>(v)));
+#else
+    for (int i = 0; i < 4; ++i)
+        v[i] = std::sqrt(v[i]);
+    return v;
+#endif
+}
+
+// Truncation toward zero to a multiple of step. A quotient of 2^23 or more has no fraction left to cut; the
+// clamp only keeps the conversion in range.
+Lanes quantise(Lanes x, Lanes step, Lanes inverse) noexcept {
+    const Lanes whole = splat(8388608.0f);
+    const Lanes q = x * inverse;
+    const Lanes bounded = q < -whole ? -whole : (q > whole ? whole : q);
+    const Lanes cut = __builtin_convertvector(__builtin_convertvector(bounded, LaneMask), Lanes) * step;
+    return magnitude(q) < whole ? cut : x;
+}
+
+template <int32_t Mode>
+Lanes crushLanes(Lanes x, Lanes step, Lanes inverse) noexcept {
+    if constexpr (Mode == kHi) {
+        // Quantised in the square-root domain: fine steps near silence, coarse ones near full scale.
+        const Lanes sign = x > splat(0.0f) ? splat(1.0f) : splat(-1.0f);
+        const Lanes q = quantise(squareRoot(magnitude(x)), step, inverse);
+        return sign * q * q;
+    } else if constexpr (Mode == kLow) {
+        // Quantised in the squared domain: coarse steps near silence, fine ones near full scale.
+        const Lanes sign = x > splat(0.0f) ? splat(1.0f) : splat(-1.0f);
+        return sign * squareRoot(quantise(x * x, step, inverse));
+    } else if constexpr (Mode == kClip) {
+        const Lanes gain = splat(20.0f) * step + splat(1.0f);
+        const Lanes q = quantise(x * gain, step, inverse);
+        return (q < splat(-1.0f) ? splat(-1.0f) : (q > splat(1.0f) ? splat(1.0f) : q)) / gain;
+    } else {
+        return quantise(x, step, inverse);
+    }
+}
+
+// Crushes four samples of both channels wherever the step is above zero.
+template <int32_t Mode>
+void crushGroup(float* left, float* right, const float* steps) noexcept {
+    Lanes l;
+    Lanes r;
+    Lanes step;
+    std::memcpy(&l, left, sizeof(l));
+    std::memcpy(&r, right, sizeof(r));
+    std::memcpy(&step, steps, sizeof(step));
+    const Lanes inverse = splat(1.0f) / step;
+    const LaneMask active = step > splat(0.0f);
+    l = active ? crushLanes<Mode>(l, step, inverse) : l;
+    r = active ? crushLanes<Mode>(r, step, inverse) : r;
+    std::memcpy(left, &l, sizeof(l));
+    std::memcpy(right, &r, sizeof(r));
+}
+
+// The last partial group runs padded with a zero step, which leaves its lanes as they were.
+template <int32_t Mode>
+void crushBlock(float* left, float* right, const float* steps, int count) noexcept {
+    int n = 0;
+    for (; n + 4 <= count; n += 4)
+        crushGroup<Mode>(left + n, right + n, steps + n);
+    if (n == count) return;
+    float l[4] = {};
+    float r[4] = {};
+    float step[4] = {};
+    for (int i = 0; n + i < count; ++i) {
+        l[i] = left[n + i];
+        r[i] = right[n + i];
+        step[i] = steps[n + i];
+    }
+    crushGroup<Mode>(l, r, step);
+    for (int i = 0; n + i < count; ++i) {
+        left[n + i] = l[i];
+        right[n + i] = r[i];
     }
 }
 
 } // namespace
 
-AFAmper::AFAmper(uint32_t type, AFSystemInfo* system, uint32_t flag) : AFEffect(type, 4, system, flag) {
-    setName("AFAmper");
+AFAmper::AFAmper(uint32_t type, AFSystemInfo* system, uint32_t flag)
+    : AFEffect(type, 4, system, flag), volume(system), pan(system), crush(system), rate(system) {
+    setName("Amper");
     defineParameter(0, "Volume", 0.5f);
     defineParameter(1, "Pan", 0.5f);
     defineParameter(2, "Crush", 0.0f);
     defineParameter(3, "Samplerate", 0.0f);
+    for (int i = 0; i < 4; ++i)
+        setParameter(i, parameterValues[static_cast<std::size_t>(i)]);
+    activate();
+}
+
+void AFAmper::setParameter(int index, float value) {
+    if (index < 0 || index >= parameterCount) return;
+    AFEffect::setParameter(index, value);
+    const double v = unitClamp(value);
+    switch (index) {
+    case 0:
+        volume.setTarget(v + v);
+        break;
+    case 1:
+        pan.setTarget(v);
+        break;
+    case 2:
+        crush.setTarget(v * v * v * 0.4);
+        break;
+    default:
+        rate.setTarget(v);
+        break;
+    }
 }
 
 void AFAmper::setOption(int index, int32_t value) {
-    const auto words = optionWords(index);
-    if (words.empty()) return;
-    options[static_cast<std::size_t>(index)] = clampOption(value, words);
+    if (index == 2) crushMode = clampOption(value, kCrushWords);
+    if (index == 3) holdMode = clampOption(value, kHoldWords);
 }
 
 int32_t AFAmper::getOption(int index) {
-    return optionWords(index).empty() ? 0 : options[static_cast<std::size_t>(index)];
+    if (index == 2) return crushMode;
+    if (index == 3) return holdMode;
+    return 0;
 }
 
-void AFAmper::getOptionList(int index, AFWordList& list) { appendWords(list, optionWords(index)); }
+void AFAmper::getOptionList(int index, AFWordList& list) {
+    if (index == 2) appendWords(list, kCrushWords);
+    if (index == 3) appendWords(list, kHoldWords);
+}
 
-void AFAmper::formatParameter(int, float value, char* text) {
-    std::snprintf(text, kEffectTextSize, "%3.2f", static_cast<double>(value) * 100.0);
+void AFAmper::controlTick() noexcept {
+    volume.controlTick();
+    pan.controlTick();
+    crush.controlTick();
+    rate.controlTick();
+}
+
+int32_t AFAmper::activate() {
+    volume.jump();
+    pan.jump();
+    crush.jump();
+    rate.jump();
+    holdL = 0.0f;
+    holdR = 0.0f;
+    holdCount = 0;
+    return 1;
+}
+
+int32_t AFAmper::holdLength(double length, double peak) const noexcept {
+    if (holdMode == kHoldDynamic) length *= 1.0 - (1.0 - kDynamicFloor) * std::min(peak, 1.0);
+    return length > 0.0 ? static_cast<int32_t>(std::min(length, 1e6) + 0.5) : 0;
+}
+
+void AFAmper::process(float* left, float* right, int count) noexcept {
+    for (int done = 0; done < count; done += kBlock) {
+        processBlock(left + done, right + done, std::min(kBlock, count - done));
+    }
+}
+
+void AFAmper::processBlock(float* left, float* right, int count) noexcept {
+    float gainL[kBlock];
+    float gainR[kBlock];
+    float steps[kBlock];
+    double rates[kBlock];
+    bool crushing = false;
+    double longestRate = 0.0;
+    const bool resting = volume.getIncrement() == 0.0 && pan.getIncrement() == 0.0 &&
+                         crush.getIncrement() == 0.0 && rate.getIncrement() == 0.0;
+    // Resting ramps give the same values at every sample; only moving ones need the sample loop.
+    for (int n = 0; n < (resting ? 1 : count); ++n) {
+        const double gain = volume.advance();
+        const double p = pan.advance();
+        const double c = crush.advance();
+        rates[n] = rate.advance();
+        longestRate = std::max(longestRate, rates[n]);
+        // Full level on the near side; the far side falls linearly to silence at the end of the travel.
+        gainL[n] = static_cast<float>(gain * std::min(1.0, 2.0 - 2.0 * p));
+        gainR[n] = static_cast<float>(gain * std::min(1.0, p + p));
+        steps[n] = static_cast<float>(c);
+        crushing |= c > 0.0;
+    }
+    if (resting) {
+        std::fill(gainL + 1, gainL + count, gainL[0]);
+        std::fill(gainR + 1, gainR + count, gainR[0]);
+        std::fill(steps + 1, steps + count, steps[0]);
+        std::fill(rates + 1, rates + count, rates[0]);
+    }
+    if (crushing) {
+        switch (crushMode) {
+        case kHi:
+            crushBlock<kHi>(left, right, steps, count);
+            break;
+        case kLow:
+            crushBlock<kLow>(left, right, steps, count);
+            break;
+        case kClip:
+            crushBlock<kClip>(left, right, steps, count);
+            break;
+        default:
+            crushBlock<kNormal>(left, right, steps, count);
+            break;
+        }
+    }
+    const float decay = holdMode == kHoldAbsurd ? kAbsurdDecay : 1.0f;
+    // The factor holds at 44.1 kHz and follows the rate, so a setting sounds alike at any rate.
+    const double scale = kHoldFactor * static_cast<double>(systemInfo->rateRatio);
+    if (holdCount <= 1 && longestRate * scale < 0.5) {
+        // Every sample would reload the hold: it passes the signal as it is.
+        holdL = left[count - 1] * decay;
+        holdR = right[count - 1] * decay;
+        holdCount = 0;
+        for (int n = 0; n < count; ++n) {
+            left[n] *= gainL[n];
+            right[n] *= gainR[n];
+        }
+        return;
+    }
+    // Locals, so that the stores to the channels cannot be taken to touch the held values.
+    float heldL = holdL;
+    float heldR = holdR;
+    int32_t countdown = holdCount;
+    for (int n = 0; n < count; ++n) {
+        if (--countdown < 1) {
+            countdown = holdLength(rates[n] * scale, std::max(std::fabs(left[n]), std::fabs(right[n])));
+            heldL = left[n];
+            heldR = right[n];
+        }
+        left[n] = gainL[n] * heldL;
+        right[n] = gainR[n] * heldR;
+        heldL *= decay;
+        heldR *= decay;
+    }
+    holdL = heldL;
+    holdR = heldR;
+    holdCount = countdown;
+}
+
+void AFAmper::formatParameter(int index, float value, char* text) {
+    const double scale = index == 0 ? 200.0 : 100.0;
+    std::snprintf(text, kEffectTextSize, "%3.2f", static_cast<double>(value) * scale);
 }

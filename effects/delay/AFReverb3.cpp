@@ -1,15 +1,337 @@
 #include "effects/delay/AFReverb3.h"
 
-#include <cstdio>
+#include "effects/delay/StateVariableHPPair.h"
 
-AFReverb3::AFReverb3(uint32_t type, AFSystemInfo* system, uint32_t flag) : AFEffect(type, 4, system, flag) {
-    setName("AFReverb3");
-    defineParameter(0, "Size", 0.0f);
-    defineParameter(1, "Damp", 0.0f);
-    defineParameter(2, "Width", 0.0f);
-    defineParameter(3, "Freeze", 0.0f);
+#include "effects/framework/AFSystemInfo.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+constexpr double kHighPassDamp = 1.0 - 0.11;
+constexpr double kHighPassFrequency = 0.1;
+constexpr int kChunk = 64;
+
+float unitClamp(float v) noexcept {
+    return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
 }
 
-void AFReverb3::formatParameter(int, float value, char* text) {
+constexpr int totalLength() {
+    int total = 0;
+    for (const auto& side : AFReverb3::kCombLengths)
+        for (int length : side)
+            total += length;
+    for (const auto& side : AFReverb3::kAllpassLengths)
+        for (int length : side)
+            total += length;
+    return total;
+}
+
+} // namespace
+
+AFReverb3::AFReverb3(uint32_t type, AFSystemInfo* system, uint32_t flag)
+    : AFEffect(type, 6, system, flag), storage(totalLength(), 0.0f), widthRamp(system),
+      highPassLeft(kHighPassFrequency, kHighPassDamp, StateVariableHP::Output::High),
+      highPassRight(kHighPassFrequency, kHighPassDamp, StateVariableHP::Output::High) {
+    setName("Reverb");
+    defineParameter(0, "Size", 0.5f);
+    defineParameter(1, "Damp", 0.5f);
+    defineParameter(2, "Width", 0.5f);
+    defineParameter(3, "Freeze", 1.0f);
+    AFEffect::setParameter(4, 0.0f);
+    AFEffect::setParameter(5, 1.0f);
+
+    float* next = storage.data();
+    for (int ch = 0; ch < 2; ++ch) {
+        for (int k = 0; k < kCombs; ++k) {
+            const int length = kCombLengths[ch][k];
+            combs[ch][k] = {next, length, 0, 0.0f};
+            next += length;
+        }
+        for (int k = 0; k < kAllpasses; ++k) {
+            const int length = kAllpassLengths[ch][k];
+            allpasses[ch][k] = {next, length, 0};
+            next += length;
+        }
+    }
+    widthRamp.setTarget(width);
+    widthRamp.jump();
+}
+
+void AFReverb3::setParameter(int index, float value) {
+    if (index < 0 || index >= parameterCount) return;
+    AFEffect::setParameter(index, value);
+    switch (index) {
+    case 0:
+        feedback = unitClamp(value) * 0.28f + 0.7f;
+        break;
+    case 1:
+        damp = unitClamp(value) * 0.4f;
+        blockUpdate();
+        break;
+    case 2:
+        width = unitClamp(value);
+        blockUpdate();
+        break;
+    case 4: {
+        const double v = value;
+        const double corner = v * v * v * v;
+        if (corner <= 1.0) {
+            highPassLeft.f = corner;
+            highPassRight.f = corner;
+        }
+        break;
+    }
+    case 3:
+    case 5:
+        freeze = value;
+        break;
+    default:
+        break;
+    }
+}
+
+void AFReverb3::blockUpdate() noexcept {
+    dampInverse = 1.0f - damp;
+    updateWidthDelta();
+}
+
+void AFReverb3::updateWidthDelta() noexcept {
+    // The width ramp snaps inside a dead zone that is wider below the target than above it.
+    widthRamp.setTarget(width);
+    const double delta =
+        (widthRamp.getTarget() - widthRamp.getCurrent()) * static_cast<double>(systemInfo->rampFactor);
+    if (delta > -1e-07 && delta < 1e-08) {
+        widthRamp.jump();
+    } else {
+        widthRamp.controlTick();
+    }
+}
+
+// Renewed every tick as well, so that a width set once lands on its target: a resting knob sends nothing.
+void AFReverb3::controlTick() noexcept {
+    updateWidthDelta();
+}
+
+void AFReverb3::reset() {
+    std::fill(storage.begin(), storage.end(), 0.0f);
+    for (auto& side : combs) {
+        for (Comb& comb : side) {
+            comb.index = 0;
+            comb.store = 0.0f;
+        }
+    }
+    for (auto& side : allpasses) {
+        for (Allpass& allpass : side)
+            allpass.index = 0;
+    }
+    highPassLeft.reset();
+    highPassRight.reset();
+}
+
+int32_t AFReverb3::activate() {
+    reset();
+    widthRamp.setTarget(width);
+    widthRamp.jump();
+    return 1;
+}
+
+void AFReverb3::deactivate() {
+    reset();
+}
+
+void AFReverb3::process(float* left, float* right, int count) noexcept {
+    for (int done = 0; done < count; done += kChunk) {
+        processChunk(left + done, right + done, std::min(kChunk, count - done));
+    }
+}
+
+namespace {
+
+// Four lanes of floats; lane arithmetic is the scalar arithmetic, so results match a one-by-one run exactly.
+using Lanes = float __attribute__((vector_size(16)));
+using LaneMask = int32_t __attribute__((vector_size(16)));
+
+Lanes loadLanes(const float* p) noexcept {
+    Lanes v;
+    std::memcpy(&v, p, sizeof(v));
+    return v;
+}
+
+void storeLanes(float* p, Lanes v) noexcept {
+    std::memcpy(p, &v, sizeof(v));
+}
+
+// Four combs by four samples: turns per-comb runs into per-sample rows and back.
+void transpose(Lanes& a, Lanes& b, Lanes& c, Lanes& d) noexcept {
+    const Lanes ab0 = __builtin_shuffle(a, b, LaneMask{0, 4, 1, 5});
+    const Lanes cd0 = __builtin_shuffle(c, d, LaneMask{0, 4, 1, 5});
+    const Lanes ab1 = __builtin_shuffle(a, b, LaneMask{2, 6, 3, 7});
+    const Lanes cd1 = __builtin_shuffle(c, d, LaneMask{2, 6, 3, 7});
+    a = __builtin_shuffle(ab0, cd0, LaneMask{0, 1, 4, 5});
+    b = __builtin_shuffle(ab0, cd0, LaneMask{2, 3, 6, 7});
+    c = __builtin_shuffle(ab1, cd1, LaneMask{0, 1, 4, 5});
+    d = __builtin_shuffle(ab1, cd1, LaneMask{2, 3, 6, 7});
+}
+
+} // namespace
+
+// The eight combs of a channel run as two groups of four lanes, four samples at a time; the block is cut
+// wherever a comb's ring wraps, so no inner loop tests an index.
+void AFReverb3::runCombs(std::array<Comb, kCombs>& bank, const float* input, float* out, int count, float fb,
+                         float c1, float c2) noexcept {
+    const Lanes c1Lanes = {c1, c1, c1, c1};
+    const Lanes c2Lanes = {c2, c2, c2, c2};
+    const Lanes fbLanes = {fb, fb, fb, fb};
+    for (int n = 0; n < count;) {
+        int run = count - n;
+        for (Comb& comb : bank) {
+            if (comb.index == comb.length - 1) comb.index = -1;
+            run = std::min(run, comb.length - 1 - comb.index);
+        }
+        float* ring[kCombs];
+        for (int k = 0; k < kCombs; ++k)
+            ring[k] = bank[k].buffer + bank[k].index + 1;
+        Lanes storeLo = {bank[0].store, bank[1].store, bank[2].store, bank[3].store};
+        Lanes storeHi = {bank[4].store, bank[5].store, bank[6].store, bank[7].store};
+        int j = 0;
+        for (; j + 4 <= run; j += 4) {
+            Lanes lo[4];
+            Lanes hi[4];
+            for (int k = 0; k < 4; ++k) {
+                lo[k] = loadLanes(ring[k] + j);
+                hi[k] = loadLanes(ring[k + 4] + j);
+            }
+            Lanes sum = Lanes{} + lo[0];
+            sum += lo[1];
+            sum += lo[2];
+            sum += lo[3];
+            sum += hi[0];
+            sum += hi[1];
+            sum += hi[2];
+            sum += hi[3];
+            storeLanes(out + n + j, sum);
+            transpose(lo[0], lo[1], lo[2], lo[3]);
+            transpose(hi[0], hi[1], hi[2], hi[3]);
+            for (int m = 0; m < 4; ++m) {
+                const float x = input[n + j + m];
+                storeLo = lo[m] * c1Lanes + storeLo * c2Lanes;
+                lo[m] = storeLo * fbLanes + x;
+                storeHi = hi[m] * c1Lanes + storeHi * c2Lanes;
+                hi[m] = storeHi * fbLanes + x;
+            }
+            transpose(lo[0], lo[1], lo[2], lo[3]);
+            transpose(hi[0], hi[1], hi[2], hi[3]);
+            for (int k = 0; k < 4; ++k) {
+                storeLanes(ring[k] + j, lo[k]);
+                storeLanes(ring[k + 4] + j, hi[k]);
+            }
+        }
+        float store[kCombs];
+        for (int k = 0; k < 4; ++k) {
+            store[k] = storeLo[k];
+            store[k + 4] = storeHi[k];
+        }
+        for (; j < run; ++j) {
+            const float x = input[n + j];
+            float sum = 0.0f;
+            for (int k = 0; k < kCombs; ++k) {
+                const float o = ring[k][j];
+                store[k] = o * c1 + store[k] * c2;
+                ring[k][j] = store[k] * fb + x;
+                sum += o;
+            }
+            out[n + j] = sum;
+        }
+        for (int k = 0; k < kCombs; ++k) {
+            bank[k].index += run;
+            bank[k].store = store[k];
+        }
+        n += run;
+    }
+}
+
+// An allpass is longer than a block, so no sample of a block reads what the same block wrote: between wraps
+// the four stages run in one loop with no recursion, which vectorises.
+void AFReverb3::runAllpasses(std::array<Allpass, kAllpasses>& bank, float* out, int count) noexcept {
+    for (int n = 0; n < count;) {
+        int run = count - n;
+        for (Allpass& allpass : bank) {
+            if (allpass.index == allpass.length - 1) allpass.index = -1;
+            run = std::min(run, allpass.length - 1 - allpass.index);
+        }
+        float* __restrict ring0 = bank[0].buffer + bank[0].index + 1;
+        float* __restrict ring1 = bank[1].buffer + bank[1].index + 1;
+        float* __restrict ring2 = bank[2].buffer + bank[2].index + 1;
+        float* __restrict ring3 = bank[3].buffer + bank[3].index + 1;
+        float* __restrict s = out + n;
+        for (int j = 0; j < run; ++j) {
+            float v = s[j];
+            const float o0 = ring0[j];
+            ring0[j] = o0 * 0.5f + v;
+            v = o0 - v;
+            const float o1 = ring1[j];
+            ring1[j] = o1 * 0.5f + v;
+            v = o1 - v;
+            const float o2 = ring2[j];
+            ring2[j] = o2 * 0.5f + v;
+            v = o2 - v;
+            const float o3 = ring3[j];
+            ring3[j] = o3 * 0.5f + v;
+            s[j] = o3 - v;
+        }
+        for (Allpass& allpass : bank)
+            allpass.index += run;
+        n += run;
+    }
+}
+
+void AFReverb3::processChunk(float* left, float* right, int count) noexcept {
+    // Freeze closes the input and turns every comb into a lossless loop.
+    const bool frozen = freeze > 0.5f;
+    const float gain = frozen ? 0.0f : kInputGain;
+    const float fb = frozen ? 1.0f : feedback;
+    const float c1 = frozen ? 1.0f : dampInverse;
+    const float c2 = frozen ? 0.0f : damp;
+
+    float input[kChunk] = {};
+    for (int n = 0; n < count; ++n)
+        input[n] = (left[n] + right[n]) * gain + 1e-10f;
+
+    float wetOut[2][kChunk];
+    for (int ch = 0; ch < 2; ++ch) {
+        runCombs(combs[ch], input, wetOut[ch], count, fb, c1, c2);
+        runAllpasses(allpasses[ch], wetOut[ch], count);
+    }
+
+    // Width, mix and both output filters in one pass, left and right in the two lanes of a pair.
+    using Pair = StateVariableHPPair::Pair;
+    StateVariableHPPair highPass(highPassLeft, highPassRight, kFilterOffset);
+    for (int n = 0; n < count; ++n) {
+        const double w = widthRamp.advance();
+        const double wet1 = (w + 1.0) * 0.5 * kWet;
+        const double wet2 = (1.0 - w) * 0.5 * kWet;
+        const double outL = wetOut[0][n];
+        const double outR = wetOut[1][n];
+        const Pair y =
+            highPass.step(Pair{wet1, wet1} * Pair{outL, outR} + Pair{wet2, wet2} * Pair{outR, outL});
+        left[n] = static_cast<float>(y[0]);
+        right[n] = static_cast<float>(y[1]);
+    }
+    highPass.finish();
+}
+
+void AFReverb3::formatParameter(int index, float value, char* text) {
+    if (index == 3) {
+        std::snprintf(text, kEffectTextSize, "%s", value > 0.5f ? "On" : "Off");
+        return;
+    }
+    if (index == 5) {
+        text[0] = '\0';
+        return;
+    }
     std::snprintf(text, kEffectTextSize, "%3.2f", static_cast<double>(value) * 100.0);
 }

@@ -1,33 +1,16 @@
 #include "effects/delay/AFTest.h"
 
-#include <cstdio>
-
 namespace {
 
-constexpr const char* kOption0[] = {"Sync", "SyncT", "Free"};
-constexpr const char* kOption1[] = {"Off", "Fade"};
-constexpr const char* kOption2[] = {"Off", "NullDelay"};
-constexpr const char* kOption3[] = {"Off", "2nd", "3rd"};
-
-std::span<const char* const> optionWords(int index) {
-    switch (index) {
-    case 0:
-        return kOption0;
-    case 1:
-        return kOption1;
-    case 2:
-        return kOption2;
-    case 3:
-        return kOption3;
-    default:
-        return {};
-    }
-}
+constexpr const char* kTimeWords[] = {"Sync", "SyncT", "Free"};
+constexpr const char* kFadeWords[] = {"Off", "Fade"};
+constexpr const char* kNullDelayWords[] = {"Off", "NullDelay"};
+constexpr const char* kHarmonicWords[] = {"Off", "2nd", "3rd"};
 
 } // namespace
 
 AFTest::AFTest(uint32_t type, AFSystemInfo* system, uint32_t flag) : AFEffect(type, 4, system, flag) {
-    setName("AFTest");
+    setName("test");
     defineParameter(0, "Delay", 0.75f);
     defineParameter(1, "Pattern", 0.5f);
     defineParameter(2, "Amount", 0.5f);
@@ -35,17 +18,32 @@ AFTest::AFTest(uint32_t type, AFSystemInfo* system, uint32_t flag) : AFEffect(ty
 }
 
 void AFTest::setOption(int index, int32_t value) {
-    const auto words = optionWords(index);
-    if (words.empty()) return;
-    options[static_cast<std::size_t>(index)] = clampOption(value, words);
+    if (index == 0) timeMode = clampOption(value, kTimeWords);
+    if (index == 1) flags[0] = clampOption(value, kFadeWords);
+    if (index == 2) flags[1] = clampOption(value, kNullDelayWords);
 }
 
 int32_t AFTest::getOption(int index) {
-    return optionWords(index).empty() ? 0 : options[static_cast<std::size_t>(index)];
+    if (index == 0) return timeMode;
+    if (index == 1 || index == 2) return flags[static_cast<std::size_t>(index - 1)];
+    return 0;
 }
 
-void AFTest::getOptionList(int index, AFWordList& list) { appendWords(list, optionWords(index)); }
-
-void AFTest::formatParameter(int, float value, char* text) {
-    std::snprintf(text, kEffectTextSize, "%3.2f", static_cast<double>(value) * 100.0);
+void AFTest::getOptionList(int index, AFWordList& list) {
+    switch (index) {
+    case 0:
+        appendWords(list, kTimeWords);
+        break;
+    case 1:
+        appendWords(list, kFadeWords);
+        break;
+    case 2:
+        appendWords(list, kNullDelayWords);
+        break;
+    case 3:
+        appendWords(list, kHarmonicWords);
+        break;
+    default:
+        break;
+    }
 }

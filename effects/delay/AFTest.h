@@ -1,22 +1,27 @@
 #pragma once
 
-#include "effects/framework/AFEffect.h"
 #include "effects/framework/AFBPMChangeInterface.h"
+#include "effects/framework/AFEffect.h"
 
 #include <array>
 
-// Catalogue entry whose sound has not landed yet: it carries its names, defaults, options and displays
-// and passes the audio through unchanged.
+// The catalogue's hidden test entry: it keeps its names and option words, stores its option choices and
+// passes the audio through unchanged.
 class AFTest : public AFEffect, public AFBPMChangeInterface {
 public:
+    // Any thread with the audio held off.
     AFTest(uint32_t effectType, AFSystemInfo* systemInfo, uint32_t constructionFlag);
 
+    // Any thread: group 0 is a time mode, groups 1 and 2 are flags; nothing else is stored.
     void setOption(int index, int32_t value) override;
+    // Any thread.
     int32_t getOption(int index) override;
+    // GUI thread or chunk save.
     void getOptionList(int index, AFWordList& list) override;
-    void formatParameter(int index, float value, char* text) override;
+    // Nobody in the running system.
     bool hasFlag() override { return false; }
 
 private:
-    std::array<int32_t, 4> options{};
+    int32_t timeMode = 0;
+    std::array<int32_t, 2> flags{};
 };
