@@ -68,14 +68,14 @@ constexpr std::array<Row, EffectFactory::kTypeCount> kCatalogue{{
     {"Vowel Filter", 4, make<AFVowelFilter>, false},
     {"Vocodizer", 4, make<AFVocodil>, false},
     {"Pattern Delay", 4, make<AFPatternDelay>, false},
-    {"Reverse Delay", 4, make<AFReverseDelayV>, false},
-    {"Levelizer", 4, make<AFAmper>, false},
+    {"Reverse Delay", 4, make<AFReverseDelayV>, true},
+    {"Levelizer", 4, make<AFAmper>, true},
     {"Guitar Amp", 4, make<AFMetalAmpT>, false},
     {"Filter", 4, make<AFMultiModeFilter>, false},
     {"Filter Pattern", 4, make<AFFilterPattern>, false},
-    {"FreezeVerb", 4, make<AFReverb3>, false},
+    {"FreezeVerb", 4, make<AFReverb3>, true},
     {"Flanger", 4, make<AFFlangerT>, false},
-    {"Test", 4, make<AFTest>, false},
+    {"Test", 4, make<AFTest>, true},
 }};
 
 constexpr std::array<int, EffectFactory::kMenuCount> kMenuOrder{20, 21, 11, 27, 14, 7,  13, 26, 8,  19, 22, 23,
