@@ -7,7 +7,8 @@ namespace {
 constexpr const char* kOption0[] = {"Saw", "Tri", "Square", "Sine", "Saw2", "Tri2", "Square2", "Sine2"};
 constexpr const char* kOption1[] = {"1 Hi", "2 Hi", "2 Low", "1 Low"};
 constexpr const char* kOption2[] = {"Maj", "Min", "Whole", "Dim", "Aug", "4th", "Octave", "Weird"};
-constexpr const char* kOption3[] = {"Up", "Down", "PingPong", "Up2", "Down2", "PingPong2", "TrigUp", "TrigDown", "TrigPP", "Trig2Up", "Trig2Down", "Trig2PP"};
+constexpr const char* kOption3[] = {"Up",     "Down",     "PingPong", "Up2",     "Down2",     "PingPong2",
+                                    "TrigUp", "TrigDown", "TrigPP",   "Trig2Up", "Trig2Down", "Trig2PP"};
 
 std::span<const char* const> optionWords(int index) {
     switch (index) {
@@ -44,7 +45,9 @@ int32_t AFVocodil::getOption(int index) {
     return optionWords(index).empty() ? 0 : options[static_cast<std::size_t>(index)];
 }
 
-void AFVocodil::getOptionList(int index, AFWordList& list) { appendWords(list, optionWords(index)); }
+void AFVocodil::getOptionList(int index, AFWordList& list) {
+    appendWords(list, optionWords(index));
+}
 
 void AFVocodil::formatParameter(int, float value, char* text) {
     std::snprintf(text, kEffectTextSize, "%3.2f", static_cast<double>(value) * 100.0);
