@@ -295,31 +295,45 @@ void AFFilterBank::controlTick() noexcept {
     }
 }
 
+void AFFilterBank::locateTaps(double here, double length, uint32_t lastIndex) noexcept {
+    for (int i = 0; i < kLanes; ++i)
+        tapCurrent[i] += tapIncrement[i];
+    const double lastStart = length - 1.0;
+    for (int i = 0; i < kLanes; ++i) {
+        double p = here - tapCurrent[i];
+        while (p < 0.0)
+            p += length;
+        const auto whole = static_cast<int32_t>(p);
+        const bool inside = p < lastStart;
+        readA[i] = inside ? whole : static_cast<int32_t>(lastIndex);
+        readB[i] = inside ? whole + 1 : 0;
+        readFrac[i] = static_cast<float>(p - whole);
+    }
+}
+
 void AFFilterBank::process(float* left, float* right, int count) noexcept {
-    float* const lineL = delayL.data();
-    float* const lineR = delayR.data();
+    render(left, right, count);
+}
+
+LANE_WIDE_CLONES void AFFilterBank::render(float* left, float* right, int count) noexcept {
+    const float* const lineL = delayL.data();
+    const float* const lineR = delayR.data();
     const double length = bufferLength;
     const float lengthF = bufferLength;
     const uint32_t lastIndex = static_cast<uint32_t>(bufferLength - 1.0f);
     const float bandsGain = bandsValue > 0.5f ? 1.0f - (bandsValue - 0.5f) : 1.0f;
     const bool dampMoves = resonance.getIncrement() != 0.0;
+    alignas(32) float weightL[kLanes];
+    alignas(32) float weightR[kLanes];
     for (int s = 0; s < count; ++s) {
-        lineL[writePos] = left[s];
-        lineR[writePos] = right[s];
-        for (int i = 0; i < kLanes; ++i)
-            tapCurrent[i] += tapIncrement[i];
-        const double here = writePos;
+        delayL[writePos] = left[s];
+        delayR[writePos] = right[s];
+        locateTaps(writePos, length, lastIndex);
         for (int i = 0; i < kLanes; ++i) {
-            double p = here - tapCurrent[static_cast<std::size_t>(i)];
-            while (p < 0.0)
-                p += length;
-            const uint32_t whole = static_cast<uint32_t>(p);
-            const float frac = static_cast<float>(p - whole);
-            const bool inside = p < length - 1.0;
-            const uint32_t a = inside ? whole : lastIndex;
-            const uint32_t b = inside ? whole + 1 : 0u;
-            tapL[static_cast<std::size_t>(i)] = lineL[a] + (lineL[b] - lineL[a]) * frac;
-            tapR[static_cast<std::size_t>(i)] = lineR[a] + (lineR[b] - lineR[a]) * frac;
+            const int32_t a = readA[i];
+            const int32_t b = readB[i];
+            tapL[i] = lineL[a] + (lineL[b] - lineL[a]) * readFrac[i];
+            tapR[i] = lineR[a] + (lineR[b] - lineR[a]) * readFrac[i];
         }
         freq.advance();
         filterL.setF(freq.current);
@@ -333,17 +347,13 @@ void AFFilterBank::process(float* left, float* right, int count) noexcept {
         filterR.step(tapR.data());
         gate.advance();
         const float g = (res > 0.75f ? 1.0f - (res - 0.75f) * 3.75f : 1.0f) * bandsGain;
-        float sumL = 0.0f;
-        float sumR = 0.0f;
         for (int i = 0; i < kLanes; ++i) {
             const float lane = gate.current[i] * g;
-            const float l = filterL.band[i] * lane;
-            const float r = filterR.band[i] * lane;
-            sumL += l * panLeft[static_cast<std::size_t>(i)];
-            sumR += r * panRight[static_cast<std::size_t>(i)];
+            weightL[i] = lane * panLeft[i];
+            weightR[i] = lane * panRight[i];
         }
-        left[s] = sumL;
-        right[s] = sumR;
+        left[s] = LaneFilter::dot(filterL.band, weightL);
+        right[s] = LaneFilter::dot(filterR.band, weightR);
         if (static_cast<float>(++writePos) >= lengthF) writePos = 0;
     }
 }

@@ -58,9 +58,13 @@ public:
     uint32_t getBandCount() const noexcept { return bandCount; }
 
 private:
+    // The per-sample work of process, built for the widest lane instructions the processor offers.
+    void render(float* left, float* right, int count) noexcept;
     void frequencyCurve() noexcept;
     void placeTaps() noexcept;
     void setLength() noexcept;
+    // Advances the taps one sample and finds each tap's two read indices and blend.
+    [[gnu::always_inline]] inline void locateTaps(double here, double length, uint32_t lastIndex) noexcept;
 
     LaneRamp freq;
     LaneRamp gate;
@@ -73,6 +77,9 @@ private:
     alignas(32) std::array<double, kLanes> tapIncrement{};
     alignas(32) std::array<float, kLanes> panLeft{};
     alignas(32) std::array<float, kLanes> panRight{};
+    alignas(32) std::array<int32_t, kLanes> readA{};
+    alignas(32) std::array<int32_t, kLanes> readB{};
+    alignas(32) std::array<float, kLanes> readFrac{};
     alignas(32) std::array<float, kLanes> tapL{};
     alignas(32) std::array<float, kLanes> tapR{};
 

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 
 namespace {
 
@@ -51,6 +52,20 @@ constexpr float kChords[8][10] = {
 
 constexpr float kEnvelopeFloor = 0.0001f;
 constexpr float kFadeInStep = 0.015625f;
+
+// Conditional lane updates are written on explicit vectors: the compiler will not turn a float comparison
+// into a lane mask by itself while floating-point traps are honoured.
+using Vec4f = float __attribute__((vector_size(16)));
+
+template <class T>
+void load(Vec4f& v, const T* p) noexcept {
+    std::memcpy(&v, p, sizeof v);
+}
+
+template <class T>
+void store(T* p, const Vec4f& v) noexcept {
+    std::memcpy(p, &v, sizeof v);
+}
 
 float unit(float v) noexcept {
     return v >= 0.0f ? (v <= 1.0f ? v : 1.0f) : 0.0f;
@@ -350,49 +365,68 @@ void AFVocodil::controlTick() noexcept {
 
 void AFVocodil::analyse(LaneFilter& filter, Envelope& e, float input, float rate, float limit) noexcept {
     filter.step(input);
-    const float* b = filter.band;
-    for (int i = 0; i < kLanes; ++i)
-        e.env[i] -= e.slope[i];
-    for (int i = 0; i < kLanes; ++i) {
-        const float level = b[i];
-        const bool climb = e.env[i] < level && e.peak[i] < level && level > kTriggerLevel;
-        e.peak[i] = climb ? level : e.peak[i];
-        e.slope[i] = climb ? -level * rate : e.slope[i];
-    }
-    float total = 0.0f;
-    for (int i = 0; i < kLanes; ++i) {
-        const float env = e.env[i] < kEnvelopeFloor ? 0.0f : e.env[i];
+    const Vec4f trigger = Vec4f{} + kTriggerLevel;
+    const Vec4f floor = Vec4f{} + kEnvelopeFloor;
+    const Vec4f zero{};
+    for (int c = 0; c < kLanes; c += 4) {
+        Vec4f level;
+        Vec4f env;
+        Vec4f peak;
+        Vec4f slope;
+        load(level, &filter.band[c]);
+        load(env, &e.env[c]);
+        load(peak, &e.peak[c]);
+        load(slope, &e.slope[c]);
+        env -= slope;
+        // A band above the trigger level and above the envelope starts a climb towards it.
+        const auto climb = (env < level) & (peak < level) & (level > trigger);
+        peak = climb ? level : peak;
+        slope = climb ? -level * rate : slope;
+        env = env < floor ? zero : env;
         // Only a climbing lane has a peak; once the level passes it, the lane falls in a straight line.
-        const bool top = e.peak[i] > 0.0f && e.peak[i] < env;
-        e.env[i] = env;
-        e.peak[i] = top ? 0.0f : e.peak[i];
-        e.slope[i] = top ? env * rate : e.slope[i];
-        total += env;
+        const auto top = (peak > zero) & (peak < env);
+        peak = top ? zero : peak;
+        slope = top ? env * rate : slope;
+        store(&e.env[c], env);
+        store(&e.peak[c], peak);
+        store(&e.slope[c], slope);
     }
+    const float total = LaneFilter::sum(e.env);
     const float excess = total <= 2.0f ? 0.0f : (total - 2.0f) * -0.03125f;
     for (int i = 0; i < kLanes; ++i)
         e.gain[i] = std::clamp(e.env[i] + excess, 0.0f, limit);
 }
 
 void AFVocodil::process(float* left, float* right, int count) noexcept {
+    render(left, right, count);
+}
+
+LANE_WIDE_CLONES void AFVocodil::render(float* left, float* right, int count) noexcept {
     const bool fades = arpOn() && arpMode > 2;
     const float rate = envRate;
     for (int s = 0; s < count; ++s) {
-        for (int i = 0; i < kLanes; ++i) {
-            const float p = phase[static_cast<std::size_t>(i)] + phaseStep[static_cast<std::size_t>(i)];
-            phase[static_cast<std::size_t>(i)] = p > 1.0f ? p - 1.0f : p;
+        for (int c = 0; c < kLanes; c += 4) {
+            Vec4f p;
+            Vec4f step;
+            load(p, &phase[static_cast<std::size_t>(c)]);
+            load(step, &phaseStep[static_cast<std::size_t>(c)]);
+            p += step;
+            p = p > 1.0f ? p - 1.0f : p;
+            store(&phase[static_cast<std::size_t>(c)], p);
         }
         for (int i = 0; i < kLanes; ++i) {
             const float p = phase[static_cast<std::size_t>(i)] * static_cast<float>(WaveTables::kSize);
             const int whole = static_cast<int>(p);
-            const int idx = whole & WaveTables::kMask;
-            oscOut[static_cast<std::size_t>(i)] = wave[idx] + (p - static_cast<float>(whole)) * delta[idx];
+            readIndex[static_cast<std::size_t>(i)] = whole & WaveTables::kMask;
+            oscOut[static_cast<std::size_t>(i)] = p - static_cast<float>(whole);
+        }
+        for (int i = 0; i < kLanes; ++i) {
+            const int idx = readIndex[static_cast<std::size_t>(i)];
+            oscOut[static_cast<std::size_t>(i)] =
+                wave[idx] + oscOut[static_cast<std::size_t>(i)] * delta[idx];
         }
         voiceGain.advance();
-        float carrier = 0.0f;
-        for (int i = 0; i < kLanes; ++i)
-            carrier += oscOut[static_cast<std::size_t>(i)] * voiceGain.current[i];
-        carrier *= 0.2f;
+        const float carrier = LaneFilter::dot(oscOut.data(), voiceGain.current) * 0.2f;
         carrierF.advance();
         carrierFilter.setF(carrierF.current);
         carrierFilter.step(carrier);
@@ -412,15 +446,8 @@ void AFVocodil::process(float* left, float* right, int count) noexcept {
             }
             g *= fadeGain;
         }
-        const float* c = carrierFilter.band;
-        float sumL = 0.0f;
-        float sumR = 0.0f;
-        for (int i = 0; i < kLanes; ++i) {
-            sumL += c[i] * envL.gain[i];
-            sumR += c[i] * envR.gain[i];
-        }
-        left[s] = g * sumL;
-        right[s] = g * sumR;
+        left[s] = g * LaneFilter::dot(carrierFilter.band, envL.gain);
+        right[s] = g * LaneFilter::dot(carrierFilter.band, envR.gain);
     }
     samplesSinceTick += static_cast<uint32_t>(count > 0 ? count : 0);
 }

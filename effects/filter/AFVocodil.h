@@ -49,6 +49,8 @@ public:
     uint32_t getArpLength() const noexcept { return arpLength; }
 
 private:
+    // The per-sample work of process, built for the widest lane instructions the processor offers.
+    void render(float* left, float* right, int count) noexcept;
     struct alignas(32) Envelope {
         alignas(32) float env[kLanes];
         alignas(32) float peak[kLanes];
@@ -61,7 +63,8 @@ private:
     void stepArpeggio() noexcept;
     int baseNote(float v) const noexcept;
     bool arpOn() const noexcept { return arpLength != 0; }
-    static void analyse(LaneFilter& filter, Envelope& e, float input, float rate, float limit) noexcept;
+    [[gnu::always_inline]] static inline void analyse(LaneFilter& filter, Envelope& e, float input,
+                                                      float rate, float limit) noexcept;
 
     LaneFilter analysisL;
     LaneFilter analysisR;
@@ -73,6 +76,7 @@ private:
     alignas(32) std::array<float, kLanes> phase{};
     alignas(32) std::array<float, kLanes> phaseStep{};
     alignas(32) std::array<float, kLanes> oscOut{};
+    alignas(32) std::array<int32_t, kLanes> readIndex{};
     alignas(32) std::array<float, kLanes> noteFreq{};
     alignas(32) std::array<float, kLanes> arpFreq{};
 
