@@ -118,7 +118,7 @@ void AFFilterBank::setParameter(int index, float value) {
         }
         break;
     case 2: {
-        const double r = value;
+        const double r = unit(value);
         resonance.setTarget(r * r * 0.99);
         break;
     }
@@ -158,7 +158,7 @@ void AFFilterBank::frequencyCurve() noexcept {
         float t01 = kCurve[row][col + 1];
         float t10 = kCurve[row + 1][col];
         float t11 = kCurve[row + 1][col + 1];
-        if (spacing == kRiga) t00 = t01 = t10 = t11 = frequencyValue * 0.8f;
+        if (spacing == kRiga) t00 = t01 = t10 = t11 = v * 0.8f;
         freq.target[i] = (fx * fy * t11 + (1.0f - fx) * fy * t10 + fx * (1.0f - fy) * t01 +
                           (1.0f - fx) * (1.0f - fy) * t00) *
                          0.5f;
@@ -321,7 +321,8 @@ LANE_WIDE_CLONES void AFFilterBank::render(float* left, float* right, int count)
     const double length = bufferLength;
     const float lengthF = bufferLength;
     const uint32_t lastIndex = static_cast<uint32_t>(bufferLength - 1.0f);
-    const float bandsGain = bandsValue > 0.5f ? 1.0f - (bandsValue - 0.5f) : 1.0f;
+    const float bands = unit(bandsValue);
+    const float bandsGain = bands > 0.5f ? 1.0f - (bands - 0.5f) : 1.0f;
     const bool dampMoves = resonance.getIncrement() != 0.0;
     alignas(32) float weightL[kLanes];
     alignas(32) float weightR[kLanes];

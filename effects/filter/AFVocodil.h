@@ -47,6 +47,9 @@ public:
     int32_t getArpStep() const noexcept { return arpStep; }
     int32_t getVoiceCount() const noexcept { return voiceCount; }
     uint32_t getArpLength() const noexcept { return arpLength; }
+    // channel 0 left, otherwise right.
+    const float* envelope(int channel) const noexcept { return channel == 0 ? envL.env : envR.env; }
+    const float* bandGains(int channel) const noexcept { return channel == 0 ? envL.gain : envR.gain; }
 
 private:
     // The per-sample work of process, built for the widest lane instructions the processor offers.
