@@ -155,9 +155,9 @@ void AFVocodil::setParameter(int index, float value) {
     }
     case 3: {
         const bool wasOn = arpOn();
-        arpLength = arpMode >= 6
-                        ? 1u
-                        : TimeValueTables::instance().offTripletTable.intervalSamples(*systemInfo, value);
+        arpLength = arpMode >= 6 ? 1u
+                                 : TimeValueTables::instance().offTripletTable.intervalSamples(*systemInfo,
+                                                                                               unit(value));
         if (wasOn != arpOn()) computeVoiceGains();
         break;
     }
@@ -261,7 +261,7 @@ void AFVocodil::formatParameter(int index, float value, char* text) {
             std::snprintf(text, kEffectTextSize, "%s", value > 0.5f ? "On" : "Off");
         else
             std::snprintf(text, kEffectTextSize, "%s",
-                          TimeValueTables::instance().offTripletTable.valueName(value));
+                          TimeValueTables::instance().offTripletTable.valueName(unit(value)));
         break;
     default:
         AFEffect::formatParameter(index, value, text);
@@ -343,8 +343,8 @@ void AFVocodil::controlTick() noexcept {
     envRate = (1.0f / (systemInfo->sampleRate * 0.001f * 70.0f + 1e-09f)) * (k * 4.0f + 1.0f);
     if (arpMode < 6) {
         const bool wasOn = arpOn();
-        arpLength =
-            TimeValueTables::instance().offTripletTable.intervalSamples(*systemInfo, parameterValues[3]);
+        arpLength = TimeValueTables::instance().offTripletTable.intervalSamples(*systemInfo,
+                                                                                unit(parameterValues[3]));
         if (wasOn != arpOn()) computeVoiceGains();
     }
     if (arpOn()) stepArpeggio();
