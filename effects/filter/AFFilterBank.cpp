@@ -293,6 +293,49 @@ void AFFilterBank::controlTick() noexcept {
         panLeft[static_cast<std::size_t>(i)] = (i & 1) ? 1.0f - spread : 1.0f;
         panRight[static_cast<std::size_t>(i)] = (i & 1) ? 1.0f : 1.0f - spread;
     }
+    prepareRestingTaps();
+}
+
+void AFFilterBank::prepareRestingTaps() noexcept {
+    tapsResting = true;
+    for (int i = 0; i < kLanes; ++i)
+        tapsResting &= (tapIncrement[i] == 0.0) & (tapCurrent[i] >= 0.0) & (tapCurrent[i] < bufferLength);
+    if (!tapsResting) return;
+    // A resting tap at delay c reads at here - c, or one line length later while here < c. Both positions
+    // split into a whole offset from here and a blend that stay fixed while the tap rests.
+    const double length = bufferLength;
+    const double lengthWhole = std::trunc(length);
+    const double lengthFrac = length - lengthWhole;
+    for (int i = 0; i < kLanes; ++i) {
+        const double c = tapCurrent[i];
+        const double cWhole = std::floor(c);
+        const double cFrac = c - cWhole;
+        const double directFrac = cFrac > 0.0 ? 1.0 - cFrac : 0.0;
+        const double directOffset = -cWhole - (cFrac > 0.0 ? 1.0 : 0.0);
+        const double wrapSum = directFrac + lengthFrac;
+        const bool carry = wrapSum >= 1.0;
+        const double wrapFrac = carry ? wrapSum - 1.0 : wrapSum;
+        restOffsetDirect[i] = static_cast<int32_t>(directOffset);
+        restOffsetWrapped[i] = static_cast<int32_t>(directOffset + lengthWhole + (carry ? 1.0 : 0.0));
+        restFracDirect[i] = static_cast<float>(directFrac);
+        restFracWrapped[i] = static_cast<float>(wrapFrac);
+        restEdgeDirect[i] = directFrac < lengthFrac ? 1 : 0;
+        restEdgeWrapped[i] = wrapFrac < lengthFrac ? 1 : 0;
+    }
+}
+
+void AFFilterBank::locateRestingTaps(int32_t here, int32_t lastIndex) noexcept {
+    // Whole-number form of locateTaps for taps that do not move; it vectorises on integer lanes.
+    for (int i = 0; i < kLanes; ++i) {
+        const int32_t direct = here + restOffsetDirect[i];
+        const bool wrapped = direct < 0;
+        const int32_t whole = wrapped ? here + restOffsetWrapped[i] : direct;
+        const int32_t edge = wrapped ? restEdgeWrapped[i] : restEdgeDirect[i];
+        const bool inside = (whole < lastIndex) | ((whole == lastIndex) & (edge != 0));
+        readA[i] = inside ? whole : lastIndex;
+        readB[i] = inside ? whole + 1 : 0;
+        readFrac[i] = wrapped ? restFracWrapped[i] : restFracDirect[i];
+    }
 }
 
 void AFFilterBank::locateTaps(double here, double length, uint32_t lastIndex) noexcept {
@@ -329,7 +372,10 @@ LANE_WIDE_CLONES void AFFilterBank::render(float* left, float* right, int count)
     for (int s = 0; s < count; ++s) {
         delayL[writePos] = left[s];
         delayR[writePos] = right[s];
-        locateTaps(writePos, length, lastIndex);
+        if (tapsResting)
+            locateRestingTaps(static_cast<int32_t>(writePos), static_cast<int32_t>(lastIndex));
+        else
+            locateTaps(writePos, length, lastIndex);
         for (int i = 0; i < kLanes; ++i) {
             const int32_t a = readA[i];
             const int32_t b = readB[i];
@@ -382,5 +428,6 @@ int32_t AFFilterBank::activate() {
     placeTaps();
     tapCurrent = tapTargets;
     tapIncrement.fill(0.0);
+    prepareRestingTaps();
     return 1;
 }

@@ -64,6 +64,9 @@ private:
     void placeTaps() noexcept;
     void setLength() noexcept;
     // Advances the taps one sample and finds each tap's two read indices and blend.
+    [[gnu::always_inline]] inline void locateRestingTaps(int32_t here, int32_t lastIndex) noexcept;
+    // Precomputes locateRestingTaps' offsets when no tap moves in this block and all lie within the line.
+    void prepareRestingTaps() noexcept;
     [[gnu::always_inline]] inline void locateTaps(double here, double length, uint32_t lastIndex) noexcept;
 
     LaneRamp freq;
@@ -77,6 +80,12 @@ private:
     alignas(32) std::array<double, kLanes> tapIncrement{};
     alignas(32) std::array<float, kLanes> panLeft{};
     alignas(32) std::array<float, kLanes> panRight{};
+    alignas(32) std::array<int32_t, kLanes> restOffsetDirect{};
+    alignas(32) std::array<int32_t, kLanes> restOffsetWrapped{};
+    alignas(32) std::array<int32_t, kLanes> restEdgeDirect{};
+    alignas(32) std::array<int32_t, kLanes> restEdgeWrapped{};
+    alignas(32) std::array<float, kLanes> restFracDirect{};
+    alignas(32) std::array<float, kLanes> restFracWrapped{};
     alignas(32) std::array<int32_t, kLanes> readA{};
     alignas(32) std::array<int32_t, kLanes> readB{};
     alignas(32) std::array<float, kLanes> readFrac{};
@@ -103,4 +112,5 @@ private:
     int32_t gateSkipApplied = 0;
     int32_t curveSpacing = 0;
     bool registered = false;
+    bool tapsResting = false;
 };

@@ -55,15 +55,15 @@ constexpr float kFadeInStep = 0.015625f;
 
 // Conditional lane updates are written on explicit vectors: the compiler will not turn a float comparison
 // into a lane mask by itself while floating-point traps are honoured.
-using Vec4f = float __attribute__((vector_size(16)));
+using Vec8f = float __attribute__((vector_size(32)));
 
 template <class T>
-void load(Vec4f& v, const T* p) noexcept {
+void load(Vec8f& v, const T* p) noexcept {
     std::memcpy(&v, p, sizeof v);
 }
 
 template <class T>
-void store(T* p, const Vec4f& v) noexcept {
+void store(T* p, const Vec8f& v) noexcept {
     std::memcpy(p, &v, sizeof v);
 }
 
@@ -355,6 +355,9 @@ void AFVocodil::controlTick() noexcept {
         phaseStep[static_cast<std::size_t>(i)] = std::min(freq[i] * invRate, 0.999f);
     carrierF.controlTick(systemInfo->rampFactor);
     voiceGain.controlTick(systemInfo->rampFactor);
+    activeVoices = 0;
+    for (int i = 0; i < kLanes; ++i)
+        if (voiceGain.current[i] != 0.0f || voiceGain.target[i] != 0.0f) activeVoices = i + 1;
     const bool fades = arpOn() && arpMode > 2;
     fadeRate = !fades
                    ? 0.0f
@@ -365,14 +368,14 @@ void AFVocodil::controlTick() noexcept {
 
 void AFVocodil::analyse(LaneFilter& filter, Envelope& e, float input, float rate, float limit) noexcept {
     filter.step(input);
-    const Vec4f trigger = Vec4f{} + kTriggerLevel;
-    const Vec4f floor = Vec4f{} + kEnvelopeFloor;
-    const Vec4f zero{};
-    for (int c = 0; c < kLanes; c += 4) {
-        Vec4f level;
-        Vec4f env;
-        Vec4f peak;
-        Vec4f slope;
+    const Vec8f trigger = Vec8f{} + kTriggerLevel;
+    const Vec8f floor = Vec8f{} + kEnvelopeFloor;
+    const Vec8f zero{};
+    for (int c = 0; c < kLanes; c += 8) {
+        Vec8f level;
+        Vec8f env;
+        Vec8f peak;
+        Vec8f slope;
         load(level, &filter.band[c]);
         load(env, &e.env[c]);
         load(peak, &e.peak[c]);
@@ -405,9 +408,9 @@ LANE_WIDE_CLONES void AFVocodil::render(float* left, float* right, int count) no
     const bool fades = arpOn() && arpMode > 2;
     const float rate = envRate;
     for (int s = 0; s < count; ++s) {
-        for (int c = 0; c < kLanes; c += 4) {
-            Vec4f p;
-            Vec4f step;
+        for (int c = 0; c < kLanes; c += 8) {
+            Vec8f p;
+            Vec8f step;
             load(p, &phase[static_cast<std::size_t>(c)]);
             load(step, &phaseStep[static_cast<std::size_t>(c)]);
             p += step;
@@ -420,7 +423,8 @@ LANE_WIDE_CLONES void AFVocodil::render(float* left, float* right, int count) no
             readIndex[static_cast<std::size_t>(i)] = whole & WaveTables::kMask;
             oscOut[static_cast<std::size_t>(i)] = p - static_cast<float>(whole);
         }
-        for (int i = 0; i < kLanes; ++i) {
+        // Voices whose gain is and stays zero are not read: their lanes add nothing to the carrier.
+        for (int i = 0; i < activeVoices; ++i) {
             const int idx = readIndex[static_cast<std::size_t>(i)];
             oscOut[static_cast<std::size_t>(i)] =
                 wave[idx] + oscOut[static_cast<std::size_t>(i)] * delta[idx];

@@ -104,6 +104,8 @@ private:
     float envRate = 0.0f;
     float fadeRate = 0.0f;
     float outputGain = 0.0f;
+    // Oscillators up to the last one with a gain that is not zero in this block.
+    int activeVoices = kLanes;
     // Samples processed since the last control tick, for the arpeggiator clock.
     uint32_t samplesSinceTick = 0;
 };
