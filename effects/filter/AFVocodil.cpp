@@ -6,8 +6,8 @@
 #include "effects/framework/TimeValueTables.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdio>
-#include <cstring>
 
 namespace {
 
@@ -53,18 +53,15 @@ constexpr float kChords[8][10] = {
 constexpr float kEnvelopeFloor = 0.0001f;
 constexpr float kFadeInStep = 0.015625f;
 
-// Conditional lane updates are written on explicit vectors: the compiler will not turn a float comparison
-// into a lane mask by itself while floating-point traps are honoured.
-using Vec8f = float __attribute__((vector_size(32)));
-
-template <class T>
-void load(Vec8f& v, const T* p) noexcept {
-    std::memcpy(&v, p, sizeof v);
+// Lane conditions as all-ones masks taken from the sign of a difference, and selections by mask: the loops
+// stay free of float comparisons, which the compiler will not vectorise while floating-point traps are
+// honoured.
+int32_t lessMask(float a, float b) noexcept {
+    return std::bit_cast<int32_t>(a - b) >> 31;
 }
 
-template <class T>
-void store(T* p, const Vec8f& v) noexcept {
-    std::memcpy(p, &v, sizeof v);
+float pick(int32_t mask, float yes, float no) noexcept {
+    return std::bit_cast<float>((mask & std::bit_cast<int32_t>(yes)) | (~mask & std::bit_cast<int32_t>(no)));
 }
 
 float unit(float v) noexcept {
@@ -368,31 +365,20 @@ void AFVocodil::controlTick() noexcept {
 
 void AFVocodil::analyse(LaneFilter& filter, Envelope& e, float input, float rate, float limit) noexcept {
     filter.step(input);
-    const Vec8f trigger = Vec8f{} + kTriggerLevel;
-    const Vec8f floor = Vec8f{} + kEnvelopeFloor;
-    const Vec8f zero{};
-    for (int c = 0; c < kLanes; c += 8) {
-        Vec8f level;
-        Vec8f env;
-        Vec8f peak;
-        Vec8f slope;
-        load(level, &filter.band[c]);
-        load(env, &e.env[c]);
-        load(peak, &e.peak[c]);
-        load(slope, &e.slope[c]);
-        env -= slope;
+    for (int i = 0; i < kLanes; ++i) {
+        const float level = filter.band[i];
+        float env = e.env[i] - e.slope[i];
         // A band above the trigger level and above the envelope starts a climb towards it.
-        const auto climb = (env < level) & (peak < level) & (level > trigger);
-        peak = climb ? level : peak;
-        slope = climb ? -level * rate : slope;
-        env = env < floor ? zero : env;
+        const int32_t climb =
+            lessMask(env, level) & lessMask(e.peak[i], level) & lessMask(kTriggerLevel, level);
+        float peak = pick(climb, level, e.peak[i]);
+        float slope = pick(climb, -level * rate, e.slope[i]);
+        env = pick(lessMask(env, kEnvelopeFloor), 0.0f, env);
         // Only a climbing lane has a peak; once the level passes it, the lane falls in a straight line.
-        const auto top = (peak > zero) & (peak < env);
-        peak = top ? zero : peak;
-        slope = top ? env * rate : slope;
-        store(&e.env[c], env);
-        store(&e.peak[c], peak);
-        store(&e.slope[c], slope);
+        const int32_t top = lessMask(0.0f, peak) & lessMask(peak, env);
+        e.peak[i] = pick(top, 0.0f, peak);
+        e.slope[i] = pick(top, env * rate, slope);
+        e.env[i] = env;
     }
     const float total = LaneFilter::sum(e.env);
     const float excess = total <= 2.0f ? 0.0f : (total - 2.0f) * -0.03125f;
@@ -408,14 +394,9 @@ LANE_WIDE_CLONES void AFVocodil::render(float* left, float* right, int count) no
     const bool fades = arpOn() && arpMode > 2;
     const float rate = envRate;
     for (int s = 0; s < count; ++s) {
-        for (int c = 0; c < kLanes; c += 8) {
-            Vec8f p;
-            Vec8f step;
-            load(p, &phase[static_cast<std::size_t>(c)]);
-            load(step, &phaseStep[static_cast<std::size_t>(c)]);
-            p += step;
-            p = p > 1.0f ? p - 1.0f : p;
-            store(&phase[static_cast<std::size_t>(c)], p);
+        for (int i = 0; i < kLanes; ++i) {
+            const float p = phase[static_cast<std::size_t>(i)] + phaseStep[static_cast<std::size_t>(i)];
+            phase[static_cast<std::size_t>(i)] = pick(lessMask(1.0f, p), p - 1.0f, p);
         }
         for (int i = 0; i < kLanes; ++i) {
             const float p = phase[static_cast<std::size_t>(i)] * static_cast<float>(WaveTables::kSize);
