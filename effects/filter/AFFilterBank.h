@@ -48,7 +48,7 @@ public:
     // Audio thread, from the block loop.
     void bpmChanged() override { tempoChanged(0); }
 
-    // Read-only views for tests and the editor.
+    // Any thread, read-only: views for tests and the editor.
     const LaneRamp& frequencyRamp() const noexcept { return freq; }
     const LaneRamp& gateRamp() const noexcept { return gate; }
     double tapTarget(int tap) const noexcept {

@@ -40,14 +40,14 @@ public:
     // GUI thread.
     void formatParameter(int index, float value, char* text) override;
 
-    // Read-only views for tests and the editor.
+    // Any thread, read-only: views for tests and the editor.
     const float* notes() const noexcept { return noteFreq.data(); }
     const float* arpeggio() const noexcept { return arpFreq.data(); }
     const LaneRamp& voices() const noexcept { return voiceGain; }
     int32_t getArpStep() const noexcept { return arpStep; }
     int32_t getVoiceCount() const noexcept { return voiceCount; }
     uint32_t getArpLength() const noexcept { return arpLength; }
-    // channel 0 left, otherwise right.
+    // Any thread, read-only: envelope levels and band gains; channel 0 is left, any other right.
     const float* envelope(int channel) const noexcept { return channel == 0 ? envL.env : envR.env; }
     const float* bandGains(int channel) const noexcept { return channel == 0 ? envL.gain : envR.gain; }
 

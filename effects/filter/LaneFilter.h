@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstring>
+
 // The 32-lane loops run twice as wide where the processor has AVX2; the choice is made once at load time and
 // both forms compute the same values, since every sum is taken in a fixed order.
 #if defined(__x86_64__) && defined(__linux__) && defined(__GNUC__)
@@ -43,22 +45,20 @@ public:
     void setDamp(float value) noexcept;
     const float* output() const noexcept { return band; }
 
-    // Sum of a[i] * b[i] over the 32 lanes in eight fixed partial sums, so it vectorises and always adds in
-    // the same order.
+    // Sum of a[i] * b[i] over the 32 lanes: four eight-lane products added in a fixed tree, so the result is
+    // the same at any vector width.
     static float dot(const float* a, const float* b) noexcept {
-        float acc[8] = {};
-        for (int c = 0; c < kLanes; c += 8)
-            for (int j = 0; j < 8; ++j)
-                acc[j] += a[c + j] * b[c + j];
-        return ((acc[0] + acc[4]) + (acc[1] + acc[5])) + ((acc[2] + acc[6]) + (acc[3] + acc[7]));
+        Lanes8 x[4];
+        Lanes8 y[4];
+        std::memcpy(x, a, sizeof x);
+        std::memcpy(y, b, sizeof y);
+        return across((x[0] * y[0] + x[2] * y[2]) + (x[1] * y[1] + x[3] * y[3]));
     }
-    // Sum of the 32 lanes, in the same fixed order as dot.
+    // Sum of the 32 lanes, in the same tree as dot.
     static float sum(const float* a) noexcept {
-        float acc[8] = {};
-        for (int c = 0; c < kLanes; c += 8)
-            for (int j = 0; j < 8; ++j)
-                acc[j] += a[c + j];
-        return ((acc[0] + acc[4]) + (acc[1] + acc[5])) + ((acc[2] + acc[6]) + (acc[3] + acc[7]));
+        Lanes8 x[4];
+        std::memcpy(x, a, sizeof x);
+        return across((x[0] + x[2]) + (x[1] + x[3]));
     }
 
     static constexpr float kAntiDenormal = 1e-10f;
@@ -68,4 +68,12 @@ public:
     alignas(32) float band[kLanes] = {};
     alignas(32) float f[kLanes] = {};
     alignas(32) float damp[kLanes] = {};
+
+private:
+    using Lanes8 = float __attribute__((vector_size(32)));
+    // Vectors are taken by reference: by value, a 32-byte vector would change the calling convention with
+    // AVX.
+    static float across(const Lanes8& v) noexcept {
+        return ((v[0] + v[4]) + (v[1] + v[5])) + ((v[2] + v[6]) + (v[3] + v[7]));
+    }
 };
