@@ -334,6 +334,12 @@ void AFVocodil::stepArpeggio() noexcept {
     }
 }
 
+void AFVocodil::countActiveVoices() noexcept {
+    activeVoices = 0;
+    for (int i = 0; i < kLanes; ++i)
+        if (voiceGain.current[i] != 0.0f || voiceGain.target[i] != 0.0f) activeVoices = i + 1;
+}
+
 void AFVocodil::controlTick() noexcept {
     const float s = unit(parameterValues[0]);
     const float k = s < 0.5f ? s * 0.5f : 0.25f - (s - 0.5f) * 0.5f;
@@ -352,9 +358,7 @@ void AFVocodil::controlTick() noexcept {
         phaseStep[static_cast<std::size_t>(i)] = std::min(freq[i] * invRate, 0.999f);
     carrierF.controlTick(systemInfo->rampFactor);
     voiceGain.controlTick(systemInfo->rampFactor);
-    activeVoices = 0;
-    for (int i = 0; i < kLanes; ++i)
-        if (voiceGain.current[i] != 0.0f || voiceGain.target[i] != 0.0f) activeVoices = i + 1;
+    countActiveVoices();
     const bool fades = arpOn() && arpMode > 2;
     fadeRate = !fades
                    ? 0.0f
@@ -416,7 +420,7 @@ LANE_WIDE_CLONES void AFVocodil::render(float* left, float* right, int count) no
         carrierFilter.setF(carrierF.current);
         carrierFilter.step(carrier);
         analyse(analysisL, envL, left[s], rate, 1.0f);
-        // The right channel may open to 1.2: a deliberate lift kept from the instrument's voicing.
+        // The right channel's band gains may reach 1.2, the left's only 1: the imbalance is deliberate.
         analyse(analysisR, envR, right[s], rate, 1.2f);
         float g = outputGain;
         if (fades) {
@@ -445,6 +449,7 @@ void AFVocodil::reset() {
     analysisR.clear();
     carrierFilter.clear();
     voiceGain.snap();
+    countActiveVoices();
     carrierF.snap();
     carrierFilter.setF(carrierF.current);
     arpPos = arpLength;

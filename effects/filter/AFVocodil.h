@@ -63,6 +63,7 @@ private:
 
     void computeNotes() noexcept;
     void computeVoiceGains() noexcept;
+    void countActiveVoices() noexcept;
     void stepArpeggio() noexcept;
     int baseNote(float v) const noexcept;
     bool arpOn() const noexcept { return arpLength != 0; }
