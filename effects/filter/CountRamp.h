@@ -13,6 +13,7 @@ public:
     // Audio thread: lands on the value at once.
     void jump(float value) noexcept;
 
+    // Audio thread.
     float getCurrent() const noexcept { return current; }
 
 private:

@@ -43,10 +43,11 @@ public:
     }
     // Audio thread.
     void setDamp(float value) noexcept;
+    // Audio thread: lane i's output is the band-pass state of lane i.
     const float* output() const noexcept { return band; }
 
-    // Sum of a[i] * b[i] over the 32 lanes: four eight-lane products added in a fixed tree, so the result is
-    // the same at any vector width.
+    // Any thread. Sum of a[i] * b[i] over the 32 lanes: four eight-lane products added in a fixed tree, so
+    // the result is the same at any vector width.
     static float dot(const float* a, const float* b) noexcept {
         Lanes8 x[4];
         Lanes8 y[4];
@@ -54,7 +55,7 @@ public:
         std::memcpy(y, b, sizeof y);
         return across((x[0] * y[0] + x[2] * y[2]) + (x[1] * y[1] + x[3] * y[3]));
     }
-    // Sum of the 32 lanes, in the same tree as dot.
+    // Any thread. Sum of the 32 lanes, in the same tree as dot.
     static float sum(const float* a) noexcept {
         Lanes8 x[4];
         std::memcpy(x, a, sizeof x);
