@@ -373,8 +373,7 @@ void AFVocodil::analyse(LaneFilter& filter, Envelope& e, float input, float rate
         const float level = filter.band[i];
         float env = e.env[i] - e.slope[i];
         // A band above the trigger level and above the envelope starts a climb towards it.
-        const int32_t climb =
-            lessMask(env, level) & lessMask(e.peak[i], level) & lessMask(kTriggerLevel, level);
+        const int32_t climb = lessMask(std::max(std::max(env, e.peak[i]), kTriggerLevel), level);
         float peak = pick(climb, level, e.peak[i]);
         float slope = pick(climb, -level * rate, e.slope[i]);
         env = pick(lessMask(env, kEnvelopeFloor), 0.0f, env);
