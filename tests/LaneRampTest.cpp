@@ -13,8 +13,11 @@ TEST(LaneRampTest, CoversTheDistanceInOneBlockAndSnapsTinySteps) {
     EXPECT_EQ(ramp.delta[3], 0.0f);
     for (int s = 0; s < 64; ++s)
         ramp.advance();
-    for (int i = 0; i < 32; ++i)
-        if (i != 3) EXPECT_NEAR(ramp.current[i], static_cast<float>(i), 1e-5f) << i;
+    for (int i = 0; i < 32; ++i) {
+        if (i != 3) {
+            EXPECT_NEAR(ramp.current[i], static_cast<float>(i), 1e-5f) << i;
+        }
+    }
     ramp.target[5] = -2.0f;
     ramp.snap();
     EXPECT_EQ(ramp.current[5], -2.0f);
