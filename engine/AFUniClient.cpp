@@ -6,6 +6,7 @@
 #include "engine/AFRandom.h"
 
 #include <algorithm>
+#include <bit>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -38,9 +39,12 @@ enum : int32_t {
 };
 
 // A host may hand us NaN or infinity; one such sample would poison every recursive filter in the chain.
+// Tested on the exponent bits so that the loop vectorises.
 void sanitize(float* buffer, int frames) noexcept {
-    for (int i = 0; i < frames; ++i)
-        if (!std::isfinite(buffer[i])) buffer[i] = 0.0f;
+    for (int i = 0; i < frames; ++i) {
+        const auto bits = std::bit_cast<uint32_t>(buffer[i]);
+        buffer[i] = (bits & 0x7F800000u) == 0x7F800000u ? 0.0f : buffer[i];
+    }
 }
 
 } // namespace
@@ -518,10 +522,12 @@ void AFUniClient::processReplacing(float** inputs, float** outputs, int32_t samp
     sanitize(outL, n);
     sanitize(outR, n);
 
-    // 2. Dry copies of the input.
+    // 2. Dry copies of the input. Only the master mix reads them, and a mix resting at exactly 1.0 does not.
     if (n > dryCapacity) ensureDryCapacity(n);
-    std::copy_n(outL, n, dryLeft.get());
-    std::copy_n(outR, n, dryRight.get());
+    if (masterMix != 1.0f || parameters[kDryWet].load(std::memory_order_relaxed) != 1.0f) {
+        std::copy_n(outL, n, dryLeft.get());
+        std::copy_n(outR, n, dryRight.get());
+    }
 
     // 3. Transport.
     const AFTimeInfo* time = getTimeInfo(kTimeFilter);

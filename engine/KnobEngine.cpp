@@ -381,28 +381,23 @@ bool KnobEngine::process(float* signalLeft, float* signalRight, int frames) noex
         std::copy_n(signalRight, chunk, wr);
         effect->process(wl, wr, chunk);
 
+        // signal = dry * signal + wet * gain * effect(signal), in one pass.
         const double g = gain.load(std::memory_order_relaxed);
-        if (wetStep == 0.0) {
+        if (wetStep == 0.0 && dryStep == 0.0) {
             const auto wg = static_cast<float>(g * wetNow);
-            for (int i = 0; i < chunk; ++i)
-                wl[i] *= wg, wr[i] *= wg;
+            const auto dg = static_cast<float>(dryNow);
+            for (int i = 0; i < chunk; ++i) {
+                signalLeft[i] = signalLeft[i] * dg + wl[i] * wg;
+                signalRight[i] = signalRight[i] * dg + wr[i] * wg;
+            }
         } else {
             for (int i = 0; i < chunk; ++i) {
                 wetNow += wetStep;
-                const auto wg = static_cast<float>(g * wetNow);
-                wl[i] *= wg, wr[i] *= wg;
-            }
-        }
-        if (dryStep == 0.0) {
-            const auto dg = static_cast<float>(dryNow);
-            for (int i = 0; i < chunk; ++i)
-                signalLeft[i] = signalLeft[i] * dg + wl[i], signalRight[i] = signalRight[i] * dg + wr[i];
-        } else {
-            for (int i = 0; i < chunk; ++i) {
                 dryNow += dryStep;
+                const auto wg = static_cast<float>(g * wetNow);
                 const auto dg = static_cast<float>(dryNow);
-                signalLeft[i] = signalLeft[i] * dg + wl[i];
-                signalRight[i] = signalRight[i] * dg + wr[i];
+                signalLeft[i] = signalLeft[i] * dg + wl[i] * wg;
+                signalRight[i] = signalRight[i] * dg + wr[i] * wg;
             }
         }
 
