@@ -1,51 +1,217 @@
 #include "effects/filter/AFFlangerT.h"
 
+#include "effects/framework/AFBpmListenerList.h"
+#include "effects/framework/AFSystemInfo.h"
+
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 namespace {
 
-constexpr const char* kOption0[] = {"Flanger", "Chorus"};
-constexpr const char* kOption1[] = {"Flanger", "Chorus"};
-constexpr const char* kOption2[] = {"Normal", "Inverse"};
-constexpr const char* kOption3[] = {"Low Q", "Mid Q", "High Q"};
+constexpr const char* kVoiceWords[] = {"Flanger", "Chorus"};
+constexpr const char* kFeedbackWords[] = {"Normal", "Inverse"};
+constexpr const char* kQWords[] = {"Low Q", "Mid Q", "High Q"};
 
 std::span<const char* const> optionWords(int index) {
     switch (index) {
     case 0:
-        return kOption0;
     case 1:
-        return kOption1;
+        return kVoiceWords;
     case 2:
-        return kOption2;
+        return kFeedbackWords;
     case 3:
-        return kOption3;
+        return kQWords;
     default:
         return {};
     }
 }
 
+// Four beats at the slowest tempo and the highest rate, plus the guard sample.
+const std::size_t kLineCapacity =
+    static_cast<std::size_t>(AFSystemInfo::kMaxSampleRate * 60.0 / AFSystemInfo::kMinTempo * 4.0) + 2;
+
+// Line samples below this are stored as 0 so a decaying feedback tail never turns denormal.
+constexpr float kFlush = 1e-20f;
+
 } // namespace
 
-AFFlangerT::AFFlangerT(uint32_t type, AFSystemInfo* system, uint32_t flag) : AFEffect(type, 4, system, flag) {
-    setName("AFFlangerT");
+AFFlangerT::AFFlangerT(uint32_t type, AFSystemInfo* system, uint32_t flag)
+    : AFEffect(type, 4, system, flag), delayL(kLineCapacity, 0.0f), delayR(kLineCapacity, 0.0f),
+      timeL(system), timeR(system), filter(system) {
+    setName("test");
     defineParameter(0, "Delay Left", 0.0f);
     defineParameter(1, "Delay Right", 0.01f);
     defineParameter(2, "Feedback", 0.58f);
     defineParameter(3, "Filter", 0.5f);
+    deriveLength();
+    if (systemInfo->bpmListeners != nullptr) systemInfo->bpmListeners->add(this);
+    reset();
+}
+
+AFFlangerT::~AFFlangerT() {
+    if (systemInfo->bpmListeners != nullptr) systemInfo->bpmListeners->remove(this);
+}
+
+float AFFlangerT::delayMs(int voice, float value) noexcept {
+    const float v = std::clamp(value, 0.0f, 1.0f);
+    // A squared curve for the flanger gives fine control over the short, sharply combed end.
+    if (voice == Chorus) return 5.0f + v * 30.0f;
+    return 0.1f + v * v * 9.9f;
+}
+
+float AFFlangerT::lowpassCutoff(float a) noexcept {
+    if (a >= 0.5f) return 1.0f;
+    const float c = 2.0f * a;
+    return c * c;
+}
+
+float AFFlangerT::highpassCutoff(float a) noexcept {
+    if (a <= 0.5f) return 0.0f;
+    const float c = 2.0f * (a - 0.5f);
+    return c * c;
+}
+
+float AFFlangerT::delaySamples(int voice, float value) const noexcept {
+    return delayMs(voice, value) * systemInfo->samplesPerMillisecond;
+}
+
+void AFFlangerT::deriveLength() noexcept {
+    samplesPerBeat = systemInfo->samplesPerBeat;
+    const auto wanted = static_cast<std::size_t>(std::max(samplesPerBeat * 4.0f, 4.0f));
+    const int length = static_cast<int>(std::min(wanted, kLineCapacity - 1));
+    if (length == lineLength) return;
+    lineLength = length;
+    // The write head restarts and the stretch the delays can reach is emptied, as a freshly sized line.
+    write = 0;
+    const auto reach = static_cast<std::size_t>(delaySamples(Chorus, 1.0f)) + 2;
+    const auto from =
+        static_cast<std::size_t>(lineLength) - std::min(reach, static_cast<std::size_t>(lineLength));
+    std::fill(delayL.begin() + static_cast<std::ptrdiff_t>(from), delayL.begin() + lineLength + 1, 0.0f);
+    std::fill(delayR.begin() + static_cast<std::ptrdiff_t>(from), delayR.begin() + lineLength + 1, 0.0f);
+}
+
+void AFFlangerT::tempoChanged(int32_t) {
+    deriveLength();
 }
 
 void AFFlangerT::setOption(int index, int32_t value) {
     const auto words = optionWords(index);
     if (words.empty()) return;
-    options[static_cast<std::size_t>(index)] = clampOption(value, words);
+    const int32_t v = clampOption(value, words);
+    switch (index) {
+    case 0:
+        timeModeL = v;
+        break;
+    case 1:
+        timeModeR = v;
+        break;
+    case 2:
+        feedbackMode = v;
+        break;
+    default:
+        filterQ = v;
+        break;
+    }
 }
 
 int32_t AFFlangerT::getOption(int index) {
-    return optionWords(index).empty() ? 0 : options[static_cast<std::size_t>(index)];
+    switch (index) {
+    case 0:
+        return timeModeL;
+    case 1:
+        return timeModeR;
+    case 2:
+        return feedbackMode;
+    case 3:
+        return filterQ;
+    default:
+        return 0;
+    }
 }
 
-void AFFlangerT::getOptionList(int index, AFWordList& list) { appendWords(list, optionWords(index)); }
+void AFFlangerT::getOptionList(int index, AFWordList& list) {
+    appendWords(list, optionWords(index));
+}
 
-void AFFlangerT::formatParameter(int, float value, char* text) {
+void AFFlangerT::reset() {
+    std::fill(delayL.begin(), delayL.begin() + lineLength + 1, 0.0f);
+    std::fill(delayR.begin(), delayR.begin() + lineLength + 1, 0.0f);
+    write = 0;
+    timeL.setTarget(delaySamples(timeModeL, parameterValues[0]));
+    timeR.setTarget(delaySamples(timeModeR, parameterValues[1]));
+    timeL.jump();
+    timeR.jump();
+    filterValue = parameterValues[3];
+    const float q = kFilterQ[static_cast<std::size_t>(filterQ)];
+    // Each reset clears every mode's state and jumps its own mode; the second keeps the first's setting.
+    filter.reset(AFDirectFilter::Lowpass, lowpassCutoff(filterValue), q);
+    filter.reset(AFDirectFilter::Highpass, highpassCutoff(filterValue), q);
+}
+
+int32_t AFFlangerT::activate() {
+    reset();
+    return 1;
+}
+
+void AFFlangerT::controlTick() noexcept {
+    if (systemInfo->samplesPerBeat != samplesPerBeat) deriveLength();
+    timeL.setTarget(delaySamples(timeModeL, parameterValues[0]));
+    timeR.setTarget(delaySamples(timeModeR, parameterValues[1]));
+    timeL.controlTick();
+    timeR.controlTick();
+    filterValue += (parameterValues[3] - filterValue) * kFilterGlide;
+    const float q = kFilterQ[static_cast<std::size_t>(filterQ)];
+    filter.set(AFDirectFilter::Lowpass, lowpassCutoff(filterValue), q);
+    filter.set(AFDirectFilter::Highpass, highpassCutoff(filterValue), q);
+}
+
+void AFFlangerT::process(float* left, float* right, int count) noexcept {
+    if (count <= 0) return;
+    filter.processStereo(AFDirectFilter::Lowpass, left, right, count);
+    filter.processStereo(AFDirectFilter::Highpass, left, right, count);
+
+    const float factor = std::clamp(parameterValues[2], 0.0f, 1.0f) * (feedbackMode != 0 ? -0.9f : 0.9f);
+    const int length = lineLength;
+    const auto span = static_cast<float>(length);
+    float* const lineL = delayL.data();
+    float* const lineR = delayR.data();
+    int w = write;
+    for (int i = 0; i < count; ++i) {
+        float pL = static_cast<float>(w) - static_cast<float>(timeL.advance());
+        float pR = static_cast<float>(w) - static_cast<float>(timeR.advance());
+        while (pL < 0.0f)
+            pL += span;
+        while (pL >= span)
+            pL -= span;
+        while (pR < 0.0f)
+            pR += span;
+        while (pR >= span)
+            pR -= span;
+        const int iL = static_cast<int>(pL);
+        const int iR = static_cast<int>(pR);
+        const int jL = iL + 1 == length ? 0 : iL + 1;
+        const int jR = iR + 1 == length ? 0 : iR + 1;
+        const float fL = pL - static_cast<float>(iL);
+        const float fR = pR - static_cast<float>(iR);
+        const float outL = lineL[iL] + (lineL[jL] - lineL[iL]) * fL;
+        const float outR = lineR[iR] + (lineR[jR] - lineR[iR]) * fR;
+        const float inL = left[i] + outL * factor;
+        const float inR = right[i] + outR * factor;
+        lineL[w] = std::fabs(inL) < kFlush ? 0.0f : inL;
+        lineR[w] = std::fabs(inR) < kFlush ? 0.0f : inR;
+        left[i] = outL;
+        right[i] = outR;
+        w = w + 1 == length ? 0 : w + 1;
+    }
+    write = w;
+}
+
+void AFFlangerT::formatParameter(int index, float value, char* text) {
+    if (index == 0 || index == 1) {
+        const int voice = index == 0 ? timeModeL : timeModeR;
+        std::snprintf(text, kEffectTextSize, "%2.2f ms", static_cast<double>(delayMs(voice, value)));
+        return;
+    }
     std::snprintf(text, kEffectTextSize, "%3.2f", static_cast<double>(value) * 100.0);
 }
