@@ -70,10 +70,16 @@ inline Response impulseResponse(AFEffect& effect, const std::array<float, 4>& pa
 
 // Magnitude of one DFT bin at frequency hz.
 inline double magnitudeAt(const std::vector<float>& h, double hz, double rate) {
+    // A rotating phasor, re-anchored every 1024 samples to keep rounding out of deep notches.
     std::complex<double> sum = 0.0;
     const double w = 2.0 * kPi * hz / rate;
-    for (std::size_t n = 0; n < h.size(); ++n)
-        sum += static_cast<double>(h[n]) * std::polar(1.0, -w * static_cast<double>(n));
+    const std::complex<double> step = std::polar(1.0, -w);
+    std::complex<double> phasor = 1.0;
+    for (std::size_t n = 0; n < h.size(); ++n) {
+        if (n % 1024 == 0) phasor = std::polar(1.0, -w * static_cast<double>(n));
+        sum += static_cast<double>(h[n]) * phasor;
+        phasor *= step;
+    }
     return std::abs(sum);
 }
 
