@@ -173,18 +173,19 @@ void AFFlangerT::process(float* left, float* right, int count) noexcept {
 
     const float factor = std::clamp(parameterValues[2], 0.0f, 1.0f) * (feedbackMode != 0 ? -0.9f : 0.9f);
     const int length = lineLength;
-    const auto span = static_cast<float>(length);
+    const auto span = static_cast<double>(length);
     float* const lineL = delayL.data();
     float* const lineR = delayR.data();
     int w = write;
     for (int i = 0; i < count; ++i) {
-        float pL = static_cast<float>(w) - static_cast<float>(timeL.advance());
-        float pR = static_cast<float>(w) - static_cast<float>(timeR.advance());
-        while (pL < 0.0f)
+        // In double: the write index runs to hundreds of thousands, where a float has no fraction left.
+        double pL = static_cast<double>(w) - timeL.advance();
+        double pR = static_cast<double>(w) - timeR.advance();
+        while (pL < 0.0)
             pL += span;
         while (pL >= span)
             pL -= span;
-        while (pR < 0.0f)
+        while (pR < 0.0)
             pR += span;
         while (pR >= span)
             pR -= span;
@@ -192,8 +193,8 @@ void AFFlangerT::process(float* left, float* right, int count) noexcept {
         const int iR = static_cast<int>(pR);
         const int jL = iL + 1 == length ? 0 : iL + 1;
         const int jR = iR + 1 == length ? 0 : iR + 1;
-        const float fL = pL - static_cast<float>(iL);
-        const float fR = pR - static_cast<float>(iR);
+        const auto fL = static_cast<float>(pL - static_cast<double>(iL));
+        const auto fR = static_cast<float>(pR - static_cast<double>(iR));
         const float outL = lineL[iL] + (lineL[jL] - lineL[iL]) * fL;
         const float outR = lineR[iR] + (lineR[jR] - lineR[iR]) * fR;
         const float inL = left[i] + outL * factor;
