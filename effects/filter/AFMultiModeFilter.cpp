@@ -170,16 +170,11 @@ void AFMultiModeFilter::process(float* left, float* right, int count) noexcept {
         if (link != 0) {
             directL.processStereo(m, left, right, count);
         } else {
-            directL.process(m, left, count);
-            directR.process(m, right, count);
+            AFDirectFilter::processPair(m, directL, left, directR, right, count);
         }
     } else {
-        stages[0].process(left, count);
-        stages[1].process(right, count);
-        if (m > 6) {
-            stages[2].process(left, count);
-            stages[3].process(right, count);
-        }
+        BiquadStage::processPair(stages[0], left, stages[1], right, count);
+        if (m > 6) BiquadStage::processPair(stages[2], left, stages[3], right, count);
     }
     if (runningBoost) {
         for (int i = 0; i < count; ++i) {

@@ -101,16 +101,84 @@ void BiquadStage::run(float* data, int count) noexcept {
     y2 = sy2;
 }
 
+void BiquadStage::finishGlide(int samples) noexcept {
+    if (glideLeft <= 0) return;
+    glideLeft -= samples;
+    if (glideLeft > 0) return;
+    glideLeft = 0;
+    current = target;
+    delta = {};
+}
+
 void BiquadStage::process(float* data, int count) noexcept {
     if (count <= 0) return;
     const int gliding = std::min(count, glideLeft);
     if (gliding > 0) {
         run<true>(data, gliding);
-        glideLeft -= gliding;
-        if (glideLeft == 0) {
-            current = target;
-            delta = {};
-        }
+        finishGlide(gliding);
     }
     if (count > gliding) run<false>(data + gliding, count - gliding);
+}
+
+template <bool Glide>
+void BiquadStage::runPair(BiquadStage& a, float* first, BiquadStage& b, float* second, int count) noexcept {
+    std::array<float, 5> ca = a.current;
+    std::array<float, 5> cb = b.current;
+    const std::array<float, 5> da = a.delta;
+    const std::array<float, 5> db = b.delta;
+    float ax1 = a.x1, ax2 = a.x2, ay1 = a.y1, ay2 = a.y2;
+    float bx1 = b.x1, bx2 = b.x2, by1 = b.y1, by2 = b.y2;
+    for (int i = 0; i < count; ++i) {
+        if constexpr (Glide) {
+            for (std::size_t c = 0; c < 5; ++c) {
+                ca[c] += da[c];
+                cb[c] += db[c];
+            }
+        }
+        const float xa = first[i];
+        const float xb = second[i];
+        float ya = ca[0] * xa + ca[1] * ax1 + ca[2] * ax2 - ca[3] * ay1 - ca[4] * ay2;
+        float yb = cb[0] * xb + cb[1] * bx1 + cb[2] * bx2 - cb[3] * by1 - cb[4] * by2;
+        ya = std::fabs(ya) < kFlush ? 0.0f : ya;
+        yb = std::fabs(yb) < kFlush ? 0.0f : yb;
+        ax2 = ax1;
+        ax1 = xa;
+        ay2 = ay1;
+        ay1 = ya;
+        bx2 = bx1;
+        bx1 = xb;
+        by2 = by1;
+        by1 = yb;
+        first[i] = ya;
+        second[i] = yb;
+    }
+    a.current = ca;
+    b.current = cb;
+    a.x1 = ax1;
+    a.x2 = ax2;
+    a.y1 = ay1;
+    a.y2 = ay2;
+    b.x1 = bx1;
+    b.x2 = bx2;
+    b.y1 = by1;
+    b.y2 = by2;
+}
+
+void BiquadStage::processPair(BiquadStage& a, float* first, BiquadStage& b, float* second,
+                              int count) noexcept {
+    int done = 0;
+    while (done < count) {
+        int segment = count - done;
+        // A stage that is not gliding has zero deltas, so one gliding kernel serves both.
+        const bool glide = a.glideLeft > 0 || b.glideLeft > 0;
+        if (a.glideLeft > 0) segment = std::min(segment, a.glideLeft);
+        if (b.glideLeft > 0) segment = std::min(segment, b.glideLeft);
+        if (glide)
+            runPair<true>(a, first + done, b, second + done, segment);
+        else
+            runPair<false>(a, first + done, b, second + done, segment);
+        a.finishGlide(segment);
+        b.finishGlide(segment);
+        done += segment;
+    }
 }

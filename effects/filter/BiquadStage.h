@@ -13,6 +13,8 @@ public:
     void set(int shape, float frequency, float q, float sampleRate, int blockLength, bool snap) noexcept;
     // Audio thread: in place, mono.
     void process(float* data, int count) noexcept;
+    // Audio thread: two independent stages over two buffers, interleaved so that their recursions overlap.
+    static void processPair(BiquadStage& a, float* first, BiquadStage& b, float* second, int count) noexcept;
 
     // Applied coefficients b0, b1, b2, a1, a2 (a0 normalised to 1).
     const std::array<float, 5>& coefficients() const noexcept { return current; }
@@ -20,6 +22,9 @@ public:
 private:
     template <bool Glide>
     void run(float* data, int count) noexcept;
+    template <bool Glide>
+    static void runPair(BiquadStage& a, float* first, BiquadStage& b, float* second, int count) noexcept;
+    void finishGlide(int samples) noexcept;
 
     std::array<float, 5> current{1.0f, 0.0f, 0.0f, 0.0f, 0.0f};
     std::array<float, 5> target{1.0f, 0.0f, 0.0f, 0.0f, 0.0f};

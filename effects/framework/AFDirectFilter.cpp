@@ -101,144 +101,205 @@ void AFDirectFilter::reset(int mode, float cutoff, float resonance) noexcept {
     core.k = core.kTarget = second;
 }
 
-template <int Mode, int Channels, bool Glide>
-void AFDirectFilter::runCore(float* left, float* right, int count) noexcept {
-    Core& core = cores[static_cast<std::size_t>(Mode)];
-    float g = core.g;
-    float k = core.k;
-    float s1l = core.s1[0], s2l = core.s2[0], s1r = core.s1[1], s2r = core.s2[1];
-    float a1 = 1.0f / (1.0f + g * (g + k));
-    float a2 = g * a1;
-    float a3 = g * a2;
-    for (int i = 0; i < count; ++i) {
-        if constexpr (Glide) {
-            g += core.gStep;
-            k += core.kStep;
-            a1 = 1.0f / (1.0f + g * (g + k));
-            a2 = g * a1;
-            a3 = g * a2;
-        }
-        {
-            const float x = left[i];
-            const float v3 = x - s2l;
-            const float v1 = a1 * s1l + a2 * v3;
-            const float v2 = s2l + a2 * s1l + a3 * v3;
-            s1l = 2.0f * v1 - s1l;
-            s2l = 2.0f * v2 - s2l;
-            if constexpr (Mode == Highpass) left[i] = x - k * v1 - v2;
-            if constexpr (Mode == Bandpass) left[i] = k * v1;
-            if constexpr (Mode == Lowpass) left[i] = v2;
-        }
-        if constexpr (Channels == 2) {
-            const float x = right[i];
-            const float v3 = x - s2r;
-            const float v1 = a1 * s1r + a2 * v3;
-            const float v2 = s2r + a2 * s1r + a3 * v3;
-            s1r = 2.0f * v1 - s1r;
-            s2r = 2.0f * v2 - s2r;
-            if constexpr (Mode == Highpass) right[i] = x - k * v1 - v2;
-            if constexpr (Mode == Bandpass) right[i] = k * v1;
-            if constexpr (Mode == Lowpass) right[i] = v2;
-        }
-    }
-    core.g = g;
-    core.k = k;
-    core.s1 = {flushed(s1l), flushed(s1r)};
-    core.s2 = {flushed(s2l), flushed(s2r)};
+void AFDirectFilter::finishGlide(Core& core, int samples) noexcept {
+    if (core.glideLeft <= 0) return;
+    core.glideLeft -= samples;
+    if (core.glideLeft > 0) return;
+    core.glideLeft = 0;
+    core.g = core.gTarget;
+    core.k = core.kTarget;
+    core.gStep = core.kStep = 0.0f;
 }
 
-template <int Channels, bool Glide>
-void AFDirectFilter::runComb(float* left, float* right, int count) noexcept {
-    float delay = comb.delay;
-    float feedback = comb.feedback;
-    int write = comb.write;
-    float* const bufL = lineL.data();
-    float* const bufR = lineR.data();
-    for (int i = 0; i < count; ++i) {
-        if constexpr (Glide) {
-            delay += comb.delayStep;
-            feedback += comb.feedbackStep;
-        }
-        const int whole = static_cast<int>(delay);
-        const float frac = delay - static_cast<float>(whole);
-        const int older = (write - whole - 1) & kLineMask;
-        const int newer = (write - whole) & kLineMask;
-        {
-            const float x = left[i];
-            const float tap = bufL[older] * frac + bufL[newer] * (1.0f - frac);
-            bufL[write] = flushed(x + feedback * tap);
-            left[i] = 0.5f * (x + tap);
-        }
-        if constexpr (Channels == 2) {
-            const float x = right[i];
-            const float tap = bufR[older] * frac + bufR[newer] * (1.0f - frac);
-            bufR[write] = flushed(x + feedback * tap);
-            right[i] = 0.5f * (x + tap);
-        }
-        write = (write + 1) & kLineMask;
-    }
-    comb.delay = delay;
-    comb.feedback = feedback;
-    comb.write = write;
+void AFDirectFilter::finishGlide(CombLine& line, int samples) noexcept {
+    if (line.glideLeft <= 0) return;
+    line.glideLeft -= samples;
+    if (line.glideLeft > 0) return;
+    line.glideLeft = 0;
+    line.delay = line.delayTarget;
+    line.feedback = line.feedbackTarget;
+    line.delayStep = line.feedbackStep = 0.0f;
 }
 
-template <int Channels>
-void AFDirectFilter::runModeStereo(int mode, float* left, float* right, int count) noexcept {
-    if (count <= 0) return;
-    if (mode == Comb) {
-        const int gliding = std::min(count, comb.glideLeft);
-        if (gliding > 0) {
-            runComb<Channels, true>(left, right, gliding);
-            comb.glideLeft -= gliding;
-            if (comb.glideLeft == 0) {
-                comb.delay = comb.delayTarget;
-                comb.feedback = comb.feedbackTarget;
+// Two channels at once: the second channel's output is computed only when it is a real second channel
+// (stereo or pair), never for the mono path, whose two pointers are the same buffer.
+template <int Mode, bool Glide>
+void AFDirectFilter::runCores(Core& ca, Core& cb, int chA, int chB, float* left, float* right, bool pair,
+                              int count) noexcept {
+    const auto ia = static_cast<std::size_t>(chA);
+    const auto ib = static_cast<std::size_t>(chB);
+    float ga = ca.g, ka = ca.k, gb = cb.g, kb = cb.k;
+    float s1a = ca.s1[ia], s2a = ca.s2[ia], s1b = cb.s1[ib], s2b = cb.s2[ib];
+    const float gsa = ca.gStep, ksa = ca.kStep, gsb = cb.gStep, ksb = cb.kStep;
+    float a1a = 1.0f / (1.0f + ga * (ga + ka)), a1b = 1.0f / (1.0f + gb * (gb + kb));
+    for (int i = 0; i < count; ++i) {
+        if constexpr (Glide) {
+            ga += gsa;
+            ka += ksa;
+            gb += gsb;
+            kb += ksb;
+            a1a = 1.0f / (1.0f + ga * (ga + ka));
+            a1b = 1.0f / (1.0f + gb * (gb + kb));
+        }
+        const float a2a = ga * a1a, a3a = ga * a2a;
+        const float a2b = gb * a1b, a3b = gb * a2b;
+        const float xa = left[i];
+        const float xb = right[i];
+        const float v3a = xa - s2a;
+        const float v1a = a1a * s1a + a2a * v3a;
+        const float v2a = s2a + a2a * s1a + a3a * v3a;
+        s1a = 2.0f * v1a - s1a;
+        s2a = 2.0f * v2a - s2a;
+        const float v3b = xb - s2b;
+        const float v1b = a1b * s1b + a2b * v3b;
+        const float v2b = s2b + a2b * s1b + a3b * v3b;
+        s1b = 2.0f * v1b - s1b;
+        s2b = 2.0f * v2b - s2b;
+        float ya = v2a;
+        float yb = v2b;
+        if constexpr (Mode == Highpass) {
+            ya = xa - ka * v1a - v2a;
+            yb = xb - kb * v1b - v2b;
+        }
+        if constexpr (Mode == Bandpass) {
+            ya = ka * v1a;
+            yb = kb * v1b;
+        }
+        left[i] = ya;
+        if (pair) right[i] = yb;
+    }
+    ca.g = ga;
+    ca.k = ka;
+    ca.s1[ia] = flushed(s1a);
+    ca.s2[ia] = flushed(s2a);
+    if (!pair) return;
+    cb.g = gb;
+    cb.k = kb;
+    cb.s1[ib] = flushed(s1b);
+    cb.s2[ib] = flushed(s2b);
+}
+
+template <bool Glide>
+void AFDirectFilter::runCombs(AFDirectFilter& fa, AFDirectFilter& fb, float* lineA, float* lineB, float* left,
+                              float* right, bool pair, int count) noexcept {
+    CombLine& ca = fa.comb;
+    CombLine& cb = fb.comb;
+    float da = ca.delay, fba = ca.feedback, db = cb.delay, fbb = cb.feedback;
+    const float dsa = ca.delayStep, fsa = ca.feedbackStep, dsb = cb.delayStep, fsb = cb.feedbackStep;
+    int wa = ca.write;
+    int wb = cb.write;
+    for (int i = 0; i < count; ++i) {
+        if constexpr (Glide) {
+            da += dsa;
+            fba += fsa;
+            db += dsb;
+            fbb += fsb;
+        }
+        const int wholeA = static_cast<int>(da);
+        const float fracA = da - static_cast<float>(wholeA);
+        const float xa = left[i];
+        const float tapA =
+            lineA[(wa - wholeA - 1) & kLineMask] * fracA + lineA[(wa - wholeA) & kLineMask] * (1.0f - fracA);
+        lineA[wa] = flushed(xa + fba * tapA);
+        left[i] = 0.5f * (xa + tapA);
+        wa = (wa + 1) & kLineMask;
+        if (pair) {
+            const int wholeB = static_cast<int>(db);
+            const float fracB = db - static_cast<float>(wholeB);
+            const float xb = right[i];
+            const float tapB = lineB[(wb - wholeB - 1) & kLineMask] * fracB +
+                               lineB[(wb - wholeB) & kLineMask] * (1.0f - fracB);
+            lineB[wb] = flushed(xb + fbb * tapB);
+            right[i] = 0.5f * (xb + tapB);
+            wb = (wb + 1) & kLineMask;
+        }
+    }
+    ca.delay = da;
+    ca.feedback = fba;
+    ca.write = wa;
+    if (!pair || &fa == &fb) return;
+    cb.delay = db;
+    cb.feedback = fbb;
+    cb.write = wb;
+}
+
+void AFDirectFilter::run(int mode, const Side& a, const Side& b, bool pair, int count) noexcept {
+    AFDirectFilter& fa = *a.filter;
+    AFDirectFilter& fb = *b.filter;
+    const bool shared = &fa == &fb;
+    int done = 0;
+    while (done < count) {
+        int segment = count - done;
+        float* const left = a.data + done;
+        float* const right = b.data + done;
+        if (mode == Comb) {
+            bool glide = false;
+            if (fa.comb.glideLeft > 0) {
+                segment = std::min(segment, fa.comb.glideLeft);
+                glide = true;
             }
+            if (pair && fb.comb.glideLeft > 0) {
+                segment = std::min(segment, fb.comb.glideLeft);
+                glide = true;
+            }
+            float* const lineA = (a.channel == 0 ? fa.lineL : fa.lineR).data();
+            float* const lineB = (b.channel == 0 ? fb.lineL : fb.lineR).data();
+            if (glide)
+                runCombs<true>(fa, fb, lineA, lineB, left, right, pair, segment);
+            else
+                runCombs<false>(fa, fb, lineA, lineB, left, right, pair, segment);
+            finishGlide(fa.comb, segment);
+            if (pair && !shared) finishGlide(fb.comb, segment);
+        } else {
+            Core& ca = fa.cores[static_cast<std::size_t>(mode)];
+            Core& cb = fb.cores[static_cast<std::size_t>(mode)];
+            bool glide = false;
+            if (ca.glideLeft > 0) {
+                segment = std::min(segment, ca.glideLeft);
+                glide = true;
+            }
+            if (pair && cb.glideLeft > 0) {
+                segment = std::min(segment, cb.glideLeft);
+                glide = true;
+            }
+            switch (mode * 2 + (glide ? 1 : 0)) {
+            case Highpass * 2:
+                runCores<Highpass, false>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+                break;
+            case Highpass * 2 + 1:
+                runCores<Highpass, true>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+                break;
+            case Bandpass * 2:
+                runCores<Bandpass, false>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+                break;
+            case Bandpass * 2 + 1:
+                runCores<Bandpass, true>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+                break;
+            case Lowpass * 2:
+                runCores<Lowpass, false>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+                break;
+            default:
+                runCores<Lowpass, true>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+                break;
+            }
+            finishGlide(ca, segment);
+            if (pair && !shared) finishGlide(cb, segment);
         }
-        if (count > gliding) runComb<Channels, false>(left + gliding, right + gliding, count - gliding);
-        return;
-    }
-    Core& core = cores[static_cast<std::size_t>(mode)];
-    const int gliding = std::min(count, core.glideLeft);
-    float* const restL = left + gliding;
-    float* const restR = right + gliding;
-    const int rest = count - gliding;
-    switch (mode) {
-    case Highpass:
-        if (gliding > 0) runCore<Highpass, Channels, true>(left, right, gliding);
-        break;
-    case Bandpass:
-        if (gliding > 0) runCore<Bandpass, Channels, true>(left, right, gliding);
-        break;
-    default:
-        if (gliding > 0) runCore<Lowpass, Channels, true>(left, right, gliding);
-        break;
-    }
-    if (gliding > 0) {
-        core.glideLeft -= gliding;
-        if (core.glideLeft == 0) {
-            core.g = core.gTarget;
-            core.k = core.kTarget;
-        }
-    }
-    if (rest <= 0) return;
-    switch (mode) {
-    case Highpass:
-        runCore<Highpass, Channels, false>(restL, restR, rest);
-        break;
-    case Bandpass:
-        runCore<Bandpass, Channels, false>(restL, restR, rest);
-        break;
-    default:
-        runCore<Lowpass, Channels, false>(restL, restR, rest);
-        break;
+        done += segment;
     }
 }
 
 void AFDirectFilter::process(int mode, float* data, int count) noexcept {
-    runModeStereo<1>(std::clamp(mode, 0, kModeCount - 1), data, data, count);
+    const Side side{this, 0, data};
+    run(std::clamp(mode, 0, kModeCount - 1), side, side, false, count);
 }
 
 void AFDirectFilter::processStereo(int mode, float* left, float* right, int count) noexcept {
-    runModeStereo<2>(std::clamp(mode, 0, kModeCount - 1), left, right, count);
+    run(std::clamp(mode, 0, kModeCount - 1), Side{this, 0, left}, Side{this, 1, right}, true, count);
+}
+
+void AFDirectFilter::processPair(int mode, AFDirectFilter& leftFilter, float* left,
+                                 AFDirectFilter& rightFilter, float* right, int count) noexcept {
+    run(std::clamp(mode, 0, kModeCount - 1), Side{&leftFilter, 0, left}, Side{&rightFilter, 0, right}, true,
+        count);
 }

@@ -28,6 +28,10 @@ public:
     void process(int mode, float* data, int count) noexcept;
     // Audio thread: in place, both channels with the same coefficients and their own state.
     void processStereo(int mode, float* left, float* right, int count) noexcept;
+    // Audio thread: in place, each channel through its own filter's mono path, interleaved so that the two
+    // recursions overlap.
+    static void processPair(int mode, AFDirectFilter& leftFilter, float* left, AFDirectFilter& rightFilter,
+                            float* right, int count) noexcept;
 
     // Cutoff in Hz for a normalised value, before the Nyquist guard.
     static float cutoffHz(float cutoff) noexcept;
@@ -57,13 +61,23 @@ private:
         int write = 0;
     };
 
+    // One side of a two-channel run: whose coefficients, which state, which comb line.
+    struct Side {
+        AFDirectFilter* filter;
+        int channel;
+        float* data;
+    };
+
     void design(int mode, float cutoff, float resonance, float& first, float& second) const noexcept;
-    template <int Mode, int Channels, bool Glide>
-    void runCore(float* left, float* right, int count) noexcept;
-    template <int Channels>
-    void runModeStereo(int mode, float* left, float* right, int count) noexcept;
-    template <int Channels, bool Glide>
-    void runComb(float* left, float* right, int count) noexcept;
+    static void run(int mode, const Side& a, const Side& b, bool pair, int count) noexcept;
+    template <int Mode, bool Glide>
+    static void runCores(Core& ca, Core& cb, int chA, int chB, float* left, float* right, bool pair,
+                         int count) noexcept;
+    template <bool Glide>
+    static void runCombs(AFDirectFilter& fa, AFDirectFilter& fb, float* lineA, float* lineB, float* left,
+                         float* right, bool pair, int count) noexcept;
+    static void finishGlide(Core& core, int samples) noexcept;
+    static void finishGlide(CombLine& line, int samples) noexcept;
 
     AFSystemInfo* systemInfo;
     std::vector<float> lineL;
