@@ -160,7 +160,8 @@ void AFFlangerT::controlTick() noexcept {
     timeR.setTarget(delaySamples(timeModeR, parameterValues[1]));
     timeL.controlTick();
     timeR.controlTick();
-    filterValue += (parameterValues[3] - filterValue) * kFilterGlide;
+    const float towards = parameterValues[3] - filterValue;
+    filterValue = std::fabs(towards) < 1e-6f ? parameterValues[3] : filterValue + towards * kFilterGlide;
     const float q = kFilterQ[static_cast<std::size_t>(filterQ)];
     filter.set(AFDirectFilter::Lowpass, lowpassCutoff(filterValue), q);
     filter.set(AFDirectFilter::Highpass, highpassCutoff(filterValue), q);

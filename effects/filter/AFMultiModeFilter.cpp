@@ -155,11 +155,22 @@ void AFMultiModeFilter::controlTick() noexcept {
     const float rate = systemInfo->sampleRate;
     const int interval = systemInfo->controlInterval;
     const int s = shape;
-    stages[0].set(s, cutoffHzL, qL, rate, interval, false);
-    stages[1].set(s, cutoffHzR, qR, rate, interval, false);
-    if (m > 6) {
-        stages[2].set(s, cutoffHzL, qL, rate, interval, false);
-        stages[3].set(s, cutoffHzR, qR, rate, interval, false);
+    const bool steep = m > 6;
+    // Each side's design is worked out once, and only when a stage of that side needs it.
+    const bool needL =
+        !stages[0].matches(s, cutoffHzL, qL) || (steep && !stages[2].matches(s, cutoffHzL, qL));
+    const bool needR =
+        !stages[1].matches(s, cutoffHzR, qR) || (steep && !stages[3].matches(s, cutoffHzR, qR));
+    const bool same = cutoffHzL == cutoffHzR && qL == qR;
+    std::array<float, 5> left{};
+    std::array<float, 5> right{};
+    if (needL) left = BiquadStage::design(s, cutoffHzL, qL, rate);
+    if (needR) right = same && needL ? left : BiquadStage::design(s, cutoffHzR, qR, rate);
+    stages[0].apply(s, cutoffHzL, qL, left, interval, false);
+    stages[1].apply(s, cutoffHzR, qR, right, interval, false);
+    if (steep) {
+        stages[2].apply(s, cutoffHzL, qL, left, interval, false);
+        stages[3].apply(s, cutoffHzR, qR, right, interval, false);
     }
 }
 
@@ -173,8 +184,10 @@ void AFMultiModeFilter::process(float* left, float* right, int count) noexcept {
             AFDirectFilter::processPair(m, directL, left, directR, right, count);
         }
     } else {
-        BiquadStage::processPair(stages[0], left, stages[1], right, count);
-        if (m > 6) BiquadStage::processPair(stages[2], left, stages[3], right, count);
+        if (m > 6)
+            BiquadStage::processCascadePair(stages[0], stages[2], left, stages[1], stages[3], right, count);
+        else
+            BiquadStage::processPair(stages[0], left, stages[1], right, count);
     }
     if (runningBoost) {
         for (int i = 0; i < count; ++i) {

@@ -10,17 +10,7 @@ constexpr float kFlush = 5.9604645e-08f;
 
 } // namespace
 
-void BiquadStage::set(int shape, float frequency, float q, float sampleRate, int blockLength,
-                      bool snap) noexcept {
-    if (!snap && shape == lastShape && frequency == lastFrequency && q == lastQ) {
-        delta = {};
-        glideLeft = 0;
-        return;
-    }
-    lastShape = shape;
-    lastFrequency = frequency;
-    lastQ = q;
-
+std::array<float, 5> BiquadStage::design(int shape, float frequency, float q, float sampleRate) noexcept {
     // Kept below Nyquist and away from zero Q so that a hostile value can never produce a pole outside the
     // unit circle.
     const double f = std::clamp(static_cast<double>(frequency), 1.0, 0.49 * static_cast<double>(sampleRate));
@@ -56,9 +46,31 @@ void BiquadStage::set(int shape, float frequency, float q, float sampleRate, int
         b2 = b0;
         break;
     }
-    target = {static_cast<float>(b0), static_cast<float>(b1), static_cast<float>(b2), static_cast<float>(a1),
-              static_cast<float>(a2)};
+    return {static_cast<float>(b0), static_cast<float>(b1), static_cast<float>(b2), static_cast<float>(a1),
+            static_cast<float>(a2)};
+}
 
+void BiquadStage::set(int shape, float frequency, float q, float sampleRate, int blockLength,
+                      bool snap) noexcept {
+    if (!snap && matches(shape, frequency, q)) {
+        delta = {};
+        glideLeft = 0;
+        return;
+    }
+    apply(shape, frequency, q, design(shape, frequency, q, sampleRate), blockLength, snap);
+}
+
+void BiquadStage::apply(int shape, float frequency, float q, const std::array<float, 5>& designed,
+                        int blockLength, bool snap) noexcept {
+    if (!snap && matches(shape, frequency, q)) {
+        delta = {};
+        glideLeft = 0;
+        return;
+    }
+    lastShape = shape;
+    lastFrequency = frequency;
+    lastQ = q;
+    target = designed;
     if (snap || blockLength < 1) {
         current = target;
         delta = {};
@@ -179,6 +191,71 @@ void BiquadStage::processPair(BiquadStage& a, float* first, BiquadStage& b, floa
             runPair<false>(a, first + done, b, second + done, segment);
         a.finishGlide(segment);
         b.finishGlide(segment);
+        done += segment;
+    }
+}
+
+template <bool Glide>
+float BiquadStage::tick(std::array<float, 5>& c, const std::array<float, 5>& d, float& x1, float& x2,
+                        float& y1, float& y2, float x) noexcept {
+    if constexpr (Glide) {
+        for (std::size_t i = 0; i < 5; ++i)
+            c[i] += d[i];
+    }
+    float y = c[0] * x + c[1] * x1 + c[2] * x2 - c[3] * y1 - c[4] * y2;
+    y = std::fabs(y) < kFlush ? 0.0f : y;
+    x2 = x1;
+    x1 = x;
+    y2 = y1;
+    y1 = y;
+    return y;
+}
+
+template <bool Glide>
+void BiquadStage::runCascadePair(BiquadStage& a, BiquadStage& a2, float* first, BiquadStage& b,
+                                 BiquadStage& b2, float* second, int count) noexcept {
+    std::array<BiquadStage*, 4> stages{&a, &a2, &b, &b2};
+    std::array<std::array<float, 5>, 4> c{};
+    std::array<std::array<float, 5>, 4> d{};
+    std::array<std::array<float, 4>, 4> h{};
+    for (std::size_t s = 0; s < 4; ++s) {
+        c[s] = stages[s]->current;
+        d[s] = stages[s]->delta;
+        h[s] = {stages[s]->x1, stages[s]->x2, stages[s]->y1, stages[s]->y2};
+    }
+    for (int i = 0; i < count; ++i) {
+        const float ya = tick<Glide>(c[0], d[0], h[0][0], h[0][1], h[0][2], h[0][3], first[i]);
+        const float yb = tick<Glide>(c[2], d[2], h[2][0], h[2][1], h[2][2], h[2][3], second[i]);
+        first[i] = tick<Glide>(c[1], d[1], h[1][0], h[1][1], h[1][2], h[1][3], ya);
+        second[i] = tick<Glide>(c[3], d[3], h[3][0], h[3][1], h[3][2], h[3][3], yb);
+    }
+    for (std::size_t s = 0; s < 4; ++s) {
+        stages[s]->current = c[s];
+        stages[s]->x1 = h[s][0];
+        stages[s]->x2 = h[s][1];
+        stages[s]->y1 = h[s][2];
+        stages[s]->y2 = h[s][3];
+    }
+}
+
+void BiquadStage::processCascadePair(BiquadStage& a, BiquadStage& a2, float* first, BiquadStage& b,
+                                     BiquadStage& b2, float* second, int count) noexcept {
+    int done = 0;
+    while (done < count) {
+        int segment = count - done;
+        bool glide = false;
+        for (const BiquadStage* s : {&a, &a2, &b, &b2}) {
+            if (s->glideLeft > 0) {
+                segment = std::min(segment, s->glideLeft);
+                glide = true;
+            }
+        }
+        if (glide)
+            runCascadePair<true>(a, a2, first + done, b, b2, second + done, segment);
+        else
+            runCascadePair<false>(a, a2, first + done, b, b2, second + done, segment);
+        for (BiquadStage* s : {&a, &a2, &b, &b2})
+            s->finishGlide(segment);
         done += segment;
     }
 }

@@ -62,6 +62,11 @@ void AFDirectFilter::set(int mode, float cutoff, float resonance) noexcept {
     if (mode == Comb) {
         comb.delayTarget = first;
         comb.feedbackTarget = second;
+        if (first == comb.delay && second == comb.feedback) {
+            comb.delayStep = comb.feedbackStep = 0.0f;
+            comb.glideLeft = 0;
+            return;
+        }
         comb.delayStep = (first - comb.delay) * perSample;
         comb.feedbackStep = (second - comb.feedback) * perSample;
         comb.glideLeft = interval;
@@ -70,6 +75,12 @@ void AFDirectFilter::set(int mode, float cutoff, float resonance) noexcept {
     Core& core = cores[static_cast<std::size_t>(mode)];
     core.gTarget = first;
     core.kTarget = second;
+    if (first == core.g && second == core.k) {
+        // Standing still: the per-sample path skips the coefficient updates.
+        core.gStep = core.kStep = 0.0f;
+        core.glideLeft = 0;
+        return;
+    }
     core.gStep = (first - core.g) * perSample;
     core.kStep = (second - core.k) * perSample;
     core.glideLeft = interval;
@@ -123,7 +134,7 @@ void AFDirectFilter::finishGlide(CombLine& line, int samples) noexcept {
 
 // Two channels at once: the second channel's output is computed only when it is a real second channel
 // (stereo or pair), never for the mono path, whose two pointers are the same buffer.
-template <int Mode, bool Glide>
+template <int Mode, bool Glide, bool Shared>
 void AFDirectFilter::runCores(Core& ca, Core& cb, int chA, int chB, float* left, float* right, bool pair,
                               int count) noexcept {
     const auto ia = static_cast<std::size_t>(chA);
@@ -139,7 +150,13 @@ void AFDirectFilter::runCores(Core& ca, Core& cb, int chA, int chB, float* left,
             gb += gsb;
             kb += ksb;
             a1a = 1.0f / (1.0f + ga * (ga + ka));
-            a1b = 1.0f / (1.0f + gb * (gb + kb));
+            if constexpr (Shared) {
+                gb = ga;
+                kb = ka;
+                a1b = a1a;
+            } else {
+                a1b = 1.0f / (1.0f + gb * (gb + kb));
+            }
         }
         const float a2a = ga * a1a, a3a = ga * a2a;
         const float a2b = gb * a1b, a3b = gb * a2b;
@@ -262,24 +279,42 @@ void AFDirectFilter::run(int mode, const Side& a, const Side& b, bool pair, int 
                 segment = std::min(segment, cb.glideLeft);
                 glide = true;
             }
-            switch (mode * 2 + (glide ? 1 : 0)) {
-            case Highpass * 2:
-                runCores<Highpass, false>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+            switch (mode * 4 + (glide ? 2 : 0) + (shared && pair ? 1 : 0)) {
+            case Highpass * 4:
+                runCores<Highpass, false, false>(ca, cb, a.channel, b.channel, left, right, pair, segment);
                 break;
-            case Highpass * 2 + 1:
-                runCores<Highpass, true>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+            case Highpass * 4 + 1:
+                runCores<Highpass, false, true>(ca, cb, a.channel, b.channel, left, right, pair, segment);
                 break;
-            case Bandpass * 2:
-                runCores<Bandpass, false>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+            case Highpass * 4 + 2:
+                runCores<Highpass, true, false>(ca, cb, a.channel, b.channel, left, right, pair, segment);
                 break;
-            case Bandpass * 2 + 1:
-                runCores<Bandpass, true>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+            case Highpass * 4 + 3:
+                runCores<Highpass, true, true>(ca, cb, a.channel, b.channel, left, right, pair, segment);
                 break;
-            case Lowpass * 2:
-                runCores<Lowpass, false>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+            case Bandpass * 4:
+                runCores<Bandpass, false, false>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+                break;
+            case Bandpass * 4 + 1:
+                runCores<Bandpass, false, true>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+                break;
+            case Bandpass * 4 + 2:
+                runCores<Bandpass, true, false>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+                break;
+            case Bandpass * 4 + 3:
+                runCores<Bandpass, true, true>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+                break;
+            case Lowpass * 4:
+                runCores<Lowpass, false, false>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+                break;
+            case Lowpass * 4 + 1:
+                runCores<Lowpass, false, true>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+                break;
+            case Lowpass * 4 + 2:
+                runCores<Lowpass, true, false>(ca, cb, a.channel, b.channel, left, right, pair, segment);
                 break;
             default:
-                runCores<Lowpass, true>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+                runCores<Lowpass, true, true>(ca, cb, a.channel, b.channel, left, right, pair, segment);
                 break;
             }
             finishGlide(ca, segment);
