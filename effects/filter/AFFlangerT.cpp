@@ -169,8 +169,7 @@ void AFFlangerT::controlTick() noexcept {
 
 void AFFlangerT::process(float* left, float* right, int count) noexcept {
     if (count <= 0) return;
-    filter.processStereo(AFDirectFilter::Lowpass, left, right, count);
-    filter.processStereo(AFDirectFilter::Highpass, left, right, count);
+    filter.processStereoBand(left, right, count);
 
     const float factor = std::clamp(parameterValues[2], 0.0f, 1.0f) * (feedbackMode != 0 ? -0.9f : 0.9f);
     const int length = lineLength;

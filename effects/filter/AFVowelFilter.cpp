@@ -238,27 +238,26 @@ void AFVowelFilter::runHighpass(float* left, float* right, int count) noexcept {
 }
 
 void AFVowelFilter::runBandpass(float* left, float* right, int count) noexcept {
-    const std::array<float, 2> f = svfF;
-    const std::array<float, 2> q = svfQ;
-    std::array<Svf, 8> s = bandpassSvf;
+    const float f0 = svfF[0], q0 = svfQ[0], f1 = svfF[1], q1 = svfQ[1];
+    // Locals, so the eight filters live in registers rather than behind the sample pointers.
+    Svf l0a = bandpassSvf[0], l0b = bandpassSvf[1], l1a = bandpassSvf[2], l1b = bandpassSvf[3];
+    Svf r0a = bandpassSvf[4], r0b = bandpassSvf[5], r1a = bandpassSvf[6], r1b = bandpassSvf[7];
+    const auto band = [](Svf& s, float x, float f, float q) {
+        float out = 0.0f;
+        svfHigh(s.band, s.low, s.high, x, f, q, out);
+        return out;
+    };
     for (int i = 0; i < count; ++i) {
-        for (std::size_t ch = 0; ch < 2; ++ch) {
-            float* const data = ch == 0 ? left : right;
-            const float x = data[i];
-            float sum = 0.0f;
-            for (std::size_t k = 0; k < 2; ++k) {
-                Svf& a = s[(ch * 2 + k) * 2];
-                Svf& b = s[(ch * 2 + k) * 2 + 1];
-                float first = 0.0f;
-                float second = 0.0f;
-                svfHigh(a.band, a.low, a.high, x, f[k], q[k], first);
-                svfHigh(b.band, b.low, b.high, first, f[k], q[k], second);
-                sum += second;
-            }
-            data[i] = sum * kOutputGain;
-        }
+        const float xl = left[i];
+        const float xr = right[i];
+        const float l0 = band(l0b, band(l0a, xl, f0, q0), f0, q0);
+        const float l1 = band(l1b, band(l1a, xl, f1, q1), f1, q1);
+        const float r0 = band(r0b, band(r0a, xr, f0, q0), f0, q0);
+        const float r1 = band(r1b, band(r1a, xr, f1, q1), f1, q1);
+        left[i] = (l0 + l1) * kOutputGain;
+        right[i] = (r0 + r1) * kOutputGain;
     }
-    bandpassSvf = s;
+    bandpassSvf = {l0a, l0b, l1a, l1b, r0a, r0b, r1a, r1b};
 }
 
 void AFVowelFilter::runLowpass(float* left, float* right, int count) noexcept {
@@ -293,34 +292,35 @@ void AFVowelFilter::runComp(float* left, float* right, int count) noexcept {
     const float tMinus = lpT - 1.0f;
     const float inv = lpInverse;
     const int length = combLength;
-    std::array<float*, 4> lines{combLines[0].data(), combLines[1].data(), combLines[2].data(),
-                                combLines[3].data()};
-    std::array<Comb, 4> c = combs;
+    const float d0 = combDelay[0];
+    const float d1 = combDelay[1];
+    float* __restrict const lineL0 = combLines[0].data();
+    float* __restrict const lineL1 = combLines[1].data();
+    float* __restrict const lineR0 = combLines[2].data();
+    float* __restrict const lineR1 = combLines[3].data();
+    Comb cl0 = combs[0], cl1 = combs[1], cr0 = combs[2], cr1 = combs[3];
+    const auto step = [&](Comb& c, float* __restrict line, float x, int w, float d) {
+        const float a = c.out * fb + x;
+        const float b = (1.0f - std::fabs(a) * 0.25f) * a;
+        line[w] = b + kTiny;
+        int read = static_cast<int>(static_cast<float>(w) - d);
+        if (read < 0) read += length;
+        const float y = (line[read] - tMinus * c.lp) * inv;
+        c.out = (y + c.lp) * t;
+        c.lp = y;
+        return c.out;
+    };
     int w = combWrite;
     for (int i = 0; i < count; ++i) {
-        for (std::size_t ch = 0; ch < 2; ++ch) {
-            float* const data = ch == 0 ? left : right;
-            const float x = data[i];
-            float sum = 0.0f;
-            for (std::size_t k = 0; k < 2; ++k) {
-                Comb& s = c[ch * 2 + k];
-                float* const line = lines[ch * 2 + k];
-                const float a = s.out * fb + x;
-                const float b = (1.0f - std::fabs(a) * 0.25f) * a;
-                line[w] = b + kTiny;
-                int read = static_cast<int>(static_cast<float>(w) - combDelay[k]);
-                if (read < 0) read += length;
-                const float tap = line[read];
-                const float y = (tap - tMinus * s.lp) * inv;
-                s.out = (y + s.lp) * t;
-                s.lp = y;
-                sum += s.out;
-            }
-            data[i] = sum * kOutputGain;
-        }
+        const float xl = left[i];
+        const float xr = right[i];
+        const float l = step(cl0, lineL0, xl, w, d0) + step(cl1, lineL1, xl, w, d1);
+        const float r = step(cr0, lineR0, xr, w, d0) + step(cr1, lineR1, xr, w, d1);
+        left[i] = l * kOutputGain;
+        right[i] = r * kOutputGain;
         w = w + 1 == length ? 0 : w + 1;
     }
-    combs = c;
+    combs = {cl0, cl1, cr0, cr1};
     combWrite = w;
 }
 

@@ -338,3 +338,78 @@ void AFDirectFilter::processPair(int mode, AFDirectFilter& leftFilter, float* le
     run(std::clamp(mode, 0, kModeCount - 1), Side{&leftFilter, 0, left}, Side{&rightFilter, 0, right}, true,
         count);
 }
+
+template <bool Glide>
+void AFDirectFilter::runBand(float* left, float* right, int count) noexcept {
+    Core& lo = cores[Lowpass];
+    Core& hi = cores[Highpass];
+    float gl = lo.g, kl = lo.k, gh = hi.g, kh = hi.k;
+    const float gsl = lo.gStep, ksl = lo.kStep, gsh = hi.gStep, ksh = hi.kStep;
+    float l1a = lo.s1[0], l2a = lo.s2[0], l1b = lo.s1[1], l2b = lo.s2[1];
+    float h1a = hi.s1[0], h2a = hi.s2[0], h1b = hi.s1[1], h2b = hi.s2[1];
+    float a1l = 1.0f / (1.0f + gl * (gl + kl));
+    float a1h = 1.0f / (1.0f + gh * (gh + kh));
+    for (int i = 0; i < count; ++i) {
+        if constexpr (Glide) {
+            gl += gsl;
+            kl += ksl;
+            gh += gsh;
+            kh += ksh;
+            a1l = 1.0f / (1.0f + gl * (gl + kl));
+            a1h = 1.0f / (1.0f + gh * (gh + kh));
+        }
+        const float a2l = gl * a1l, a3l = gl * a2l;
+        const float a2h = gh * a1h, a3h = gh * a2h;
+        // Low-pass, both channels.
+        const float v3a = left[i] - l2a;
+        const float v1a = a1l * l1a + a2l * v3a;
+        const float v2a = l2a + a2l * l1a + a3l * v3a;
+        l1a = 2.0f * v1a - l1a;
+        l2a = 2.0f * v2a - l2a;
+        const float v3b = right[i] - l2b;
+        const float v1b = a1l * l1b + a2l * v3b;
+        const float v2b = l2b + a2l * l1b + a3l * v3b;
+        l1b = 2.0f * v1b - l1b;
+        l2b = 2.0f * v2b - l2b;
+        // High-pass on the low-pass output.
+        const float w3a = v2a - h2a;
+        const float w1a = a1h * h1a + a2h * w3a;
+        const float w2a = h2a + a2h * h1a + a3h * w3a;
+        h1a = 2.0f * w1a - h1a;
+        h2a = 2.0f * w2a - h2a;
+        const float w3b = v2b - h2b;
+        const float w1b = a1h * h1b + a2h * w3b;
+        const float w2b = h2b + a2h * h1b + a3h * w3b;
+        h1b = 2.0f * w1b - h1b;
+        h2b = 2.0f * w2b - h2b;
+        left[i] = v2a - kh * w1a - w2a;
+        right[i] = v2b - kh * w1b - w2b;
+    }
+    lo.g = gl;
+    lo.k = kl;
+    hi.g = gh;
+    hi.k = kh;
+    lo.s1 = {flushed(l1a), flushed(l1b)};
+    lo.s2 = {flushed(l2a), flushed(l2b)};
+    hi.s1 = {flushed(h1a), flushed(h1b)};
+    hi.s2 = {flushed(h2a), flushed(h2b)};
+}
+
+void AFDirectFilter::processStereoBand(float* left, float* right, int count) noexcept {
+    Core& lo = cores[Lowpass];
+    Core& hi = cores[Highpass];
+    int done = 0;
+    while (done < count) {
+        int segment = count - done;
+        const bool glide = lo.glideLeft > 0 || hi.glideLeft > 0;
+        if (lo.glideLeft > 0) segment = std::min(segment, lo.glideLeft);
+        if (hi.glideLeft > 0) segment = std::min(segment, hi.glideLeft);
+        if (glide)
+            runBand<true>(left + done, right + done, segment);
+        else
+            runBand<false>(left + done, right + done, segment);
+        finishGlide(lo, segment);
+        finishGlide(hi, segment);
+        done += segment;
+    }
+}

@@ -28,6 +28,9 @@ public:
     void process(int mode, float* data, int count) noexcept;
     // Audio thread: in place, both channels with the same coefficients and their own state.
     void processStereo(int mode, float* left, float* right, int count) noexcept;
+    // Audio thread: the same as processStereo(Lowpass) and then processStereo(Highpass), in one pass so that
+    // the two filters' recursions overlap.
+    void processStereoBand(float* left, float* right, int count) noexcept;
     // Audio thread: in place, each channel through its own filter's mono path, interleaved so that the two
     // recursions overlap.
     static void processPair(int mode, AFDirectFilter& leftFilter, float* left, AFDirectFilter& rightFilter,
@@ -76,6 +79,8 @@ private:
     template <bool Glide>
     static void runCombs(AFDirectFilter& fa, AFDirectFilter& fb, float* lineA, float* lineB, float* left,
                          float* right, bool pair, int count) noexcept;
+    template <bool Glide>
+    void runBand(float* left, float* right, int count) noexcept;
     static void finishGlide(Core& core, int samples) noexcept;
     static void finishGlide(CombLine& line, int samples) noexcept;
 
