@@ -69,6 +69,24 @@ TEST(AFFlangerTTest, FeedbackRepeatsTheEchoWithItsSign) {
     }
 }
 
+TEST(AFFlangerTTest, ActivateEmptiesTheLines) {
+    for (double bpm : {45.0, 120.0}) {
+        Rig rig{196000.0f, bpm};
+        AFFlangerT f(27, &rig.system, 0);
+        f.setOption(0, AFFlangerT::Chorus);
+        f.setOption(1, AFFlangerT::Chorus);
+        const std::array<float, 4> knobs = {1.0f, 0.7f, 0.9f, 0.5f};
+        // Fill well past one line length so stale audio sits everywhere.
+        auto l = noise(static_cast<std::size_t>(rig.system.samplesPerBeat * 4.0f) + 20000, 1);
+        auto r = l;
+        runStereo(f, knobs, l, r);
+        std::vector<float> quietL(64 * 200, 0.0f), quietR(quietL.size(), 0.0f);
+        runStereo(f, knobs, quietL, quietR);
+        EXPECT_TRUE(std::all_of(quietL.begin(), quietL.end(), [](float v) { return v == 0.0f; })) << bpm;
+        EXPECT_TRUE(std::all_of(quietR.begin(), quietR.end(), [](float v) { return v == 0.0f; })) << bpm;
+    }
+}
+
 TEST(AFFlangerTTest, OptionsDisplaysAndHostileInput) {
     Rig rig{48000.0f};
     AFFlangerT f(27, &rig.system, 0);

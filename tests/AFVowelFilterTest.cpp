@@ -124,7 +124,9 @@ TEST_F(VowelFixture, VowelPositionsInterpolateAndTheMixGlidesOver24Ms) {
     f.setParameter(2, 1.0f);
     for (int tick = 1; tick <= 18; ++tick) {
         f.controlTick();
-        if (tick < 18) EXPECT_NEAR(f.currentMix(), tick / 18.0f, 1e-5f) << tick;
+        if (tick < 18) {
+            EXPECT_NEAR(f.currentMix(), tick / 18.0f, 1e-5f) << tick;
+        }
         EXPECT_NEAR(f.formant(0), 320.0f + (3200.0f - 320.0f) * f.currentMix(), 0.01f);
     }
     // The float count lands a hair above 0 after 18 ticks, so the snap comes one tick later.

@@ -76,19 +76,27 @@ float AFFlangerT::delaySamples(int voice, float value) const noexcept {
     return delayMs(voice, value) * systemInfo->samplesPerMillisecond;
 }
 
+void AFFlangerT::restartLines() noexcept {
+    // Reads trail the write head by at most the longest delay, so with the head back at 0 only the stretch
+    // before the line's end can be read before it is written again: emptying that empties the line.
+    write = 0;
+    const auto reach =
+        static_cast<std::size_t>(delayMs(Chorus, 1.0f) * systemInfo->samplesPerMillisecond) + 2;
+    const auto end = static_cast<std::size_t>(lineLength) + 1;
+    const auto from = end - std::min(reach + 1, end);
+    std::fill(delayL.begin() + static_cast<std::ptrdiff_t>(from),
+              delayL.begin() + static_cast<std::ptrdiff_t>(end), 0.0f);
+    std::fill(delayR.begin() + static_cast<std::ptrdiff_t>(from),
+              delayR.begin() + static_cast<std::ptrdiff_t>(end), 0.0f);
+}
+
 void AFFlangerT::deriveLength() noexcept {
     samplesPerBeat = systemInfo->samplesPerBeat;
     const auto wanted = static_cast<std::size_t>(std::max(samplesPerBeat * 4.0f, 4.0f));
     const int length = static_cast<int>(std::min(wanted, kLineCapacity - 1));
     if (length == lineLength) return;
     lineLength = length;
-    // The write head restarts and the stretch the delays can reach is emptied, as a freshly sized line.
-    write = 0;
-    const auto reach = static_cast<std::size_t>(delaySamples(Chorus, 1.0f)) + 2;
-    const auto from =
-        static_cast<std::size_t>(lineLength) - std::min(reach, static_cast<std::size_t>(lineLength));
-    std::fill(delayL.begin() + static_cast<std::ptrdiff_t>(from), delayL.begin() + lineLength + 1, 0.0f);
-    std::fill(delayR.begin() + static_cast<std::ptrdiff_t>(from), delayR.begin() + lineLength + 1, 0.0f);
+    restartLines();
 }
 
 void AFFlangerT::tempoChanged(int32_t) {
@@ -135,9 +143,7 @@ void AFFlangerT::getOptionList(int index, AFWordList& list) {
 }
 
 void AFFlangerT::reset() {
-    std::fill(delayL.begin(), delayL.begin() + lineLength + 1, 0.0f);
-    std::fill(delayR.begin(), delayR.begin() + lineLength + 1, 0.0f);
-    write = 0;
+    restartLines();
     timeL.setTarget(delaySamples(timeModeL, parameterValues[0]));
     timeR.setTarget(delaySamples(timeModeR, parameterValues[1]));
     timeL.jump();

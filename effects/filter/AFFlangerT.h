@@ -44,14 +44,15 @@ public:
     // Per control tick the smoothed "Filter" value covers this share of the way to the knob.
     static constexpr float kFilterGlide = 0.3f;
 
-    // Delay in milliseconds that a knob value gives in a voice.
+    // Any thread: delay in milliseconds that a knob value gives in a voice.
     static float delayMs(int voice, float value) noexcept;
-    // Low-pass and high-pass cutoffs of the filter stage for a "Filter" value.
+    // Any thread: low-pass and high-pass cutoffs of the filter stage for a "Filter" value.
     static float lowpassCutoff(float value) noexcept;
     static float highpassCutoff(float value) noexcept;
 
 private:
     void deriveLength() noexcept;
+    void restartLines() noexcept;
     float delaySamples(int voice, float value) const noexcept;
 
     std::vector<float> delayL;

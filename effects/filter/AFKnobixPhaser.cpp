@@ -35,6 +35,13 @@ inline float fastSine(float a) {
     return (std::fabs(y) * y - y) * 0.225f + y;
 }
 
+// Allpass coefficient a sweep angle gives between the two corner frequencies (normalised to Nyquist).
+float sweepCoefficient(float angle, float low, float high) {
+    const float y = fastSine(angle);
+    const float c = (high - low) * (y + 1.0f) * 0.5f + low;
+    return (1.0f - c) / (c + 1.0f);
+}
+
 } // namespace
 
 AFKnobixPhaser::AFKnobixPhaser(uint32_t type, AFSystemInfo* system, uint32_t flag)
@@ -51,12 +58,6 @@ AFKnobixPhaser::AFKnobixPhaser(uint32_t type, AFSystemInfo* system, uint32_t fla
 
 AFKnobixPhaser::~AFKnobixPhaser() {
     if (systemInfo->bpmListeners != nullptr) systemInfo->bpmListeners->remove(this);
-}
-
-float AFKnobixPhaser::sweepCoefficient(float angle, float low, float high) noexcept {
-    const float y = fastSine(angle);
-    const float c = (high - low) * (y + 1.0f) * 0.5f + low;
-    return (1.0f - c) / (c + 1.0f);
 }
 
 void AFKnobixPhaser::deriveRates() noexcept {

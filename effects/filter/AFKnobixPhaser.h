@@ -42,9 +42,6 @@ public:
     static constexpr int kMaxStages = 8;
     static constexpr float kDryShare = 0.75f;
 
-    // Allpass coefficient a sweep angle gives between the two corner frequencies (normalised to Nyquist).
-    static float sweepCoefficient(float angle, float freqLow, float freqHigh) noexcept;
-
 private:
     void mute() noexcept;
     void sweep() noexcept;

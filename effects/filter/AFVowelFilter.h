@@ -45,14 +45,15 @@ public:
         float f1;
         float f2;
     };
-    // The nine vowels and a repeat of the last, so interpolation past the end stays inside.
+    // Any thread: the nine vowels and a repeat of the last, so interpolation past the end stays inside.
     static const std::array<Vowel, kVowels + 1>& vowels() noexcept;
-    // Formant frequencies of a vowel knob position.
+    // Any thread: formant frequencies of a vowel knob position.
     static void vowelFrequencies(float value, float& f1, float& f2) noexcept;
-    // Frequency and damping coefficients of the tuned state-variable filter for a formant.
+    // Any thread: frequency and damping coefficients of the tuned state-variable filter for a formant.
     static void svfCoefficients(float frequency, float resonance, float rowCap, float sampleRate, float& f,
                                 float& q) noexcept;
 
+    // Audio thread: the gliding vowel mix and the working formants in Hz.
     float currentMix() const noexcept { return mix; }
     float formant(int which) const noexcept { return which == 0 ? formant1 : formant2; }
 

@@ -15,11 +15,11 @@ public:
     // once.
     void apply(int shape, float frequency, float q, const std::array<float, 5>& designed, int blockLength,
                bool snap) noexcept;
-    // Whether (shape, frequency, q) is the design last given.
+    // Audio thread: whether (shape, frequency, q) is the design last given.
     bool matches(int shape, float frequency, float q) const noexcept {
         return shape == lastShape && frequency == lastFrequency && q == lastQ;
     }
-    // Coefficients b0, b1, b2, a1, a2 of a shape at unit gain; frequency and q are kept in a stable range.
+    // Any thread: coefficients b0, b1, b2, a1, a2 of a shape at unit gain, frequency and q kept stable.
     static std::array<float, 5> design(int shape, float frequency, float q, float sampleRate) noexcept;
     // Audio thread: in place, mono.
     void process(float* data, int count) noexcept;
@@ -30,7 +30,7 @@ public:
     static void processCascadePair(BiquadStage& a, BiquadStage& a2, float* first, BiquadStage& b,
                                    BiquadStage& b2, float* second, int count) noexcept;
 
-    // Applied coefficients b0, b1, b2, a1, a2 (a0 normalised to 1).
+    // Audio thread: applied coefficients b0, b1, b2, a1, a2 (a0 normalised to 1).
     const std::array<float, 5>& coefficients() const noexcept { return current; }
 
 private:

@@ -18,5 +18,6 @@ public:
 
     // Any thread; index 0..kSize-1.
     static const Entry& at(int index) noexcept { return entries()[static_cast<std::size_t>(index)]; }
+    // Any thread; the first call builds the table.
     static const std::array<Entry, kSize>& entries() noexcept;
 };

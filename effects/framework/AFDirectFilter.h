@@ -36,9 +36,9 @@ public:
     static void processPair(int mode, AFDirectFilter& leftFilter, float* left, AFDirectFilter& rightFilter,
                             float* right, int count) noexcept;
 
-    // Cutoff in Hz for a normalised value, before the Nyquist guard.
+    // Any thread: cutoff in Hz for a normalised value, before the Nyquist guard.
     static float cutoffHz(float cutoff) noexcept;
-    // Resonance after the mode's scaling.
+    // Any thread: resonance after the mode's scaling.
     static float scaledResonance(int mode, float resonance) noexcept;
 
 private:
