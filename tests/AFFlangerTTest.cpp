@@ -142,7 +142,8 @@ TEST(AFFlangerTTest, StaysBoundedThroughHostileKnobsAndTempoAndRateChanges) {
                 rig.system.setTempo(499.0);
                 rig.listeners.notifyAll();
             }
-            f.setParameter(0, b % 5 == 0 ? -3.0f : static_cast<float>(b % 17) / 16.0f);
+            f.setParameter(
+                0, b % 5 == 0 ? -3.0f : (b % 11 == 0 ? std::nanf("") : static_cast<float>(b % 17) / 16.0f));
             f.setParameter(1, b % 7 == 0 ? 8.0f : 0.3f);
             f.setParameter(2, b % 2 == 0 ? 5.0f : 1.0f);
             f.setParameter(3, b % 3 == 0 ? -2.0f : 0.9f);

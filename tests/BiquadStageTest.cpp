@@ -77,8 +77,8 @@ TEST(BiquadStageTest, GlidesToTheNewDesignAcrossOneBlockAndStandsWhenUnchanged) 
 }
 
 TEST(BiquadStageTest, HostileDesignsStayStable) {
-    for (float hz : {-100.0f, 0.0f, 30000.0f, 1e9f}) {
-        for (float q : {-1.0f, 0.0f, 0.1f, 100.0f}) {
+    for (float hz : {-100.0f, 0.0f, 30000.0f, 1e9f, std::nanf("")}) {
+        for (float q : {-1.0f, 0.0f, 0.1f, 100.0f, std::nanf("")}) {
             BiquadStage stage;
             stage.set(BiquadStage::BandPass, hz, q, 44100.0f, 64, true);
             auto x = noise(8192, 7);

@@ -9,6 +9,11 @@
 
 namespace {
 
+// Kept inside 0..1; a NaN from a hostile value reads as 0 and so never reaches an index.
+inline float unitRange(float v) {
+    return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
+}
+
 constexpr const char* kVoiceWords[] = {"Flanger", "Chorus"};
 constexpr const char* kFeedbackWords[] = {"Normal", "Inverse"};
 constexpr const char* kQWords[] = {"Low Q", "Mid Q", "High Q"};
@@ -54,7 +59,7 @@ AFFlangerT::~AFFlangerT() {
 }
 
 float AFFlangerT::delayMs(int voice, float value) noexcept {
-    const float v = std::clamp(value, 0.0f, 1.0f);
+    const float v = unitRange(value);
     // A squared curve for the flanger gives fine control over the short, sharply combed end.
     if (voice == Chorus) return 5.0f + v * 30.0f;
     return 0.1f + v * v * 9.9f;
@@ -177,7 +182,7 @@ void AFFlangerT::process(float* left, float* right, int count) noexcept {
     if (count <= 0) return;
     filter.processStereoBand(left, right, count);
 
-    const float factor = std::clamp(parameterValues[2], 0.0f, 1.0f) * (feedbackMode != 0 ? -0.9f : 0.9f);
+    const float factor = unitRange(parameterValues[2]) * (feedbackMode != 0 ? -0.9f : 0.9f);
     const int length = lineLength;
     const auto span = static_cast<double>(length);
     float* const lineL = delayL.data();

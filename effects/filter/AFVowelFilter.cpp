@@ -10,6 +10,11 @@
 
 namespace {
 
+// Kept inside 0..1; a NaN from a hostile value reads as 0 and so never reaches an index.
+inline float unitRange(float v) {
+    return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
+}
+
 constexpr const char* kModelWords[] = {"Highpass", "Lowpass", "Bandpass", "Comp"};
 
 // Keeps every scalar filter state off the denormal range.
@@ -49,7 +54,7 @@ const std::array<AFVowelFilter::Vowel, AFVowelFilter::kVowels + 1>& AFVowelFilte
 }
 
 void AFVowelFilter::vowelFrequencies(float value, float& f1, float& f2) noexcept {
-    const float x = std::clamp(value, 0.0f, 1.0f) * 8.0f;
+    const float x = unitRange(value) * 8.0f;
     const auto lo = static_cast<std::size_t>(static_cast<int>(x + 1e-07f));
     const auto hi = static_cast<std::size_t>(static_cast<int>(x + 0.999999f));
     const float t = x - std::trunc(x);
@@ -61,12 +66,12 @@ void AFVowelFilter::vowelFrequencies(float value, float& f1, float& f2) noexcept
 void AFVowelFilter::svfCoefficients(float frequency, float r, float rowCap, float sampleRate, float& f,
                                     float& q) noexcept {
     // Column by truncating x - 0.5, on purpose: the fraction then runs 0.5..1.5 and extrapolates.
-    const float x = frequency * (20.0f / sampleRate);
+    const float x = std::min(std::max(0.0f, frequency) * (20.0f / sampleRate), 11.0f);
     const int column = static_cast<int>(x - 0.5f);
     float frac = x - static_cast<float>(column);
     if (column >= 10) frac = 0.0f;
     const int c = std::clamp(column, 0, 10);
-    const float rr = std::clamp(r, 0.0f, rowCap);
+    const float rr = std::min(unitRange(r), rowCap);
     const float y = rr * 10.0f;
     const int row = static_cast<int>(y - 0.5f);
     const float fr = y - static_cast<float>(row);
@@ -98,7 +103,7 @@ AFVowelFilter::AFVowelFilter(uint32_t type, AFSystemInfo* system, uint32_t flag)
         line.assign(kCombCapacity, 0.0f);
     vowelFrequencies(parameterValues[0], f1A, f2A);
     vowelFrequencies(parameterValues[1], f1B, f2B);
-    resonance = std::pow(std::clamp(parameterValues[3], 0.0f, 1.0f), 0.84f);
+    resonance = std::pow(unitRange(parameterValues[3]), 0.84f);
     mix = mixTarget = parameterValues[2];
     deriveRate();
     updateFormants();
@@ -133,7 +138,7 @@ void AFVowelFilter::setParameter(int index, float value) {
         updateFormants();
         break;
     case 3:
-        resonance = std::pow(std::clamp(value, 0.0f, 1.0f), 0.84f);
+        resonance = std::pow(unitRange(value), 0.84f);
         dirty = true;
         break;
     default:
@@ -200,7 +205,7 @@ void AFVowelFilter::updateFormants() noexcept {
 
 void AFVowelFilter::controlTick() noexcept {
     if (systemInfo->sampleRate != rate) deriveRate();
-    const float value = parameterValues[2];
+    const float value = unitRange(parameterValues[2]);
     if (value != mixTarget) {
         mixTarget = value;
         mixCount = systemInfo->sampleRate * 0.001f / std::max(systemInfo->controlRate, 1.0f) * kMixRampMs;
@@ -344,8 +349,7 @@ void AFVowelFilter::process(float* left, float* right, int count) noexcept {
 
 void AFVowelFilter::formatParameter(int index, float value, char* text) {
     if (index == 0 || index == 1) {
-        const int i =
-            std::clamp(static_cast<int>(std::clamp(value, 0.0f, 1.0f) * 8.0f + 0.5f), 0, kVowels - 1);
+        const int i = std::clamp(static_cast<int>(unitRange(value) * 8.0f + 0.5f), 0, kVowels - 1);
         std::snprintf(text, kEffectTextSize, "%s", vowels()[static_cast<std::size_t>(i)].word);
         return;
     }

@@ -13,8 +13,10 @@ constexpr float kFlush = 5.9604645e-08f;
 std::array<float, 5> BiquadStage::design(int shape, float frequency, float q, float sampleRate) noexcept {
     // Kept below Nyquist and away from zero Q so that a hostile value can never produce a pole outside the
     // unit circle.
-    const double f = std::clamp(static_cast<double>(frequency), 1.0, 0.49 * static_cast<double>(sampleRate));
-    const double qq = std::max(static_cast<double>(q), 0.01);
+    // Written so that a NaN falls to the floor too.
+    const double nyquistGuard = 0.49 * static_cast<double>(sampleRate);
+    const double f = frequency > 1.0f ? std::min(static_cast<double>(frequency), nyquistGuard) : 1.0;
+    const double qq = q > 0.01f ? static_cast<double>(q) : 0.01;
     const double w = 2.0 * 3.141592653589793 * f / static_cast<double>(sampleRate);
     const double cw = std::cos(w);
     const double alpha = std::sin(w) / (2.0 * qq);
