@@ -162,49 +162,39 @@ void AFKnobixPhaser::controlTick() noexcept {
 
 template <int Stages>
 void AFKnobixPhaser::run(float* left, float* right, int count) noexcept {
-    std::array<float, Stages> sl;
-    std::array<float, Stages> sr;
-    for (int s = 0; s < Stages; ++s) {
-        sl[s] = stateL[s];
-        sr[s] = stateR[s];
-    }
-    float aL = coefL;
-    float aR = coefR;
-    float fbL = lastL;
-    float fbR = lastR;
-    const float dL = coefDeltaL;
-    const float dR = coefDeltaR;
+    // Left and right in the first two lanes of one vector: the same arithmetic per lane as two scalar chains.
+    using Lanes = float __attribute__((vector_size(16)));
+    std::array<Lanes, Stages> st;
+    for (int s = 0; s < Stages; ++s)
+        st[static_cast<std::size_t>(s)] = Lanes{stateL[s], stateR[s], 0.0f, 0.0f};
+    Lanes a = {coefL, coefR, 0.0f, 0.0f};
+    const Lanes da = {coefDeltaL, coefDeltaR, 0.0f, 0.0f};
+    Lanes last = {lastL, lastR, 0.0f, 0.0f};
     const float sign = invert != 0 ? -1.0f : 1.0f;
     const float wet = depth;
     for (int i = 0; i < count; ++i) {
         const float fb = static_cast<float>(feedback.advance()) * sign;
-        const float inL = left[i];
-        const float inR = right[i];
-        float xL = fb * fbL + inL + kTiny;
-        float xR = fb * fbR + inR + kTiny;
-        aL += dL;
-        aR += dR;
-        for (int s = 0; s < Stages; ++s) {
-            const float yL = sl[s] - aL * xL;
-            const float yR = sr[s] - aR * xR;
-            sl[s] = aL * yL + xL + kTiny;
-            sr[s] = aR * yR + xR + kTiny;
-            xL = yL;
-            xR = yR;
+        const Lanes in = {left[i], right[i], 0.0f, 0.0f};
+        Lanes x = fb * last + in + kTiny;
+        a += da;
+        for (auto& state : st) {
+            const Lanes y = state - a * x;
+            state = a * y + x + kTiny;
+            x = y;
         }
-        fbL = xL;
-        fbR = xR;
-        left[i] = (inL + kTiny) * kDryShare + wet * xL;
-        right[i] = (inR + kTiny) * kDryShare + wet * xR;
+        last = x;
+        const Lanes out = (in + kTiny) * kDryShare + wet * x;
+        left[i] = out[0];
+        right[i] = out[1];
     }
     for (int s = 0; s < Stages; ++s) {
-        stateL[s] = sl[s];
-        stateR[s] = sr[s];
+        stateL[s] = st[static_cast<std::size_t>(s)][0];
+        stateR[s] = st[static_cast<std::size_t>(s)][1];
     }
-    coefL = aL;
-    coefR = aR;
-    lastL = fbL;
-    lastR = fbR;
+    coefL = a[0];
+    coefR = a[1];
+    lastL = last[0];
+    lastR = last[1];
 }
 
 void AFKnobixPhaser::process(float* left, float* right, int count) noexcept {

@@ -26,16 +26,6 @@ inline int combLengthFor(float rate) {
 }
 const std::size_t kCombCapacity = static_cast<std::size_t>(combLengthFor(AFSystemInfo::kMaxSampleRate));
 
-inline float svfHigh(float& band, float& low, float& high, float x, float f, float q, float& bandOut) {
-    const float b = high * f + band;
-    band = b + kTiny;
-    const float l = band * f + low;
-    low = l + kTiny;
-    high = x - (band * q + low);
-    bandOut = b;
-    return high;
-}
-
 } // namespace
 
 const std::array<AFVowelFilter::Vowel, AFVowelFilter::kVowels + 1>& AFVowelFilter::vowels() noexcept {
@@ -224,45 +214,68 @@ void AFVowelFilter::controlTick() noexcept {
     if (dirty || appliedModel != model) updateFormants();
 }
 
+namespace {
+
+// Four filters side by side: left formant 1, left formant 2, right formant 1, right formant 2. Each lane does
+// exactly the scalar arithmetic of its own filter.
+using Lanes = float __attribute__((vector_size(16)));
+
+struct SvfLanes {
+    Lanes band;
+    Lanes low;
+    Lanes high;
+};
+
+inline Lanes svfLanes(SvfLanes& s, Lanes x, Lanes f, Lanes q) {
+    const Lanes b = s.high * f + s.band;
+    s.band = b + kTiny;
+    const Lanes l = s.band * f + s.low;
+    s.low = l + kTiny;
+    s.high = x - (s.band * q + s.low);
+    return b;
+}
+
+} // namespace
+
 void AFVowelFilter::runHighpass(float* left, float* right, int count) noexcept {
-    const float f0 = svfF[0], q0 = svfQ[0], f1 = svfF[1], q1 = svfQ[1];
-    std::array<Svf, 4> s = highpassSvf;
+    const Lanes f = {svfF[0], svfF[1], svfF[0], svfF[1]};
+    const Lanes q = {svfQ[0], svfQ[1], svfQ[0], svfQ[1]};
+    const auto& h = highpassSvf;
+    SvfLanes s = {{h[0].band, h[1].band, h[2].band, h[3].band},
+                  {h[0].low, h[1].low, h[2].low, h[3].low},
+                  {h[0].high, h[1].high, h[2].high, h[3].high}};
     for (int i = 0; i < count; ++i) {
-        float unused = 0.0f;
-        float band = 0.0f;
-        const float xl = left[i];
-        const float hl = svfHigh(s[0].band, s[0].low, s[0].high, xl, f0, q0, unused);
-        svfHigh(s[1].band, s[1].low, s[1].high, xl, f1, q1, band);
-        left[i] = (hl + band) * kOutputGain;
-        const float xr = right[i];
-        const float hr = svfHigh(s[2].band, s[2].low, s[2].high, xr, f0, q0, unused);
-        svfHigh(s[3].band, s[3].low, s[3].high, xr, f1, q1, band);
-        right[i] = (hr + band) * kOutputGain;
+        const Lanes x = {left[i], left[i], right[i], right[i]};
+        const Lanes band = svfLanes(s, x, f, q);
+        // The first formant speaks through its high output, the second through its band output.
+        left[i] = (s.high[0] + band[1]) * kOutputGain;
+        right[i] = (s.high[2] + band[3]) * kOutputGain;
     }
-    highpassSvf = s;
+    for (std::size_t k = 0; k < 4; ++k)
+        highpassSvf[k] = {s.band[k], s.low[k], s.high[k]};
 }
 
 void AFVowelFilter::runBandpass(float* left, float* right, int count) noexcept {
-    const float f0 = svfF[0], q0 = svfQ[0], f1 = svfF[1], q1 = svfQ[1];
-    // Locals, so the eight filters live in registers rather than behind the sample pointers.
-    Svf l0a = bandpassSvf[0], l0b = bandpassSvf[1], l1a = bandpassSvf[2], l1b = bandpassSvf[3];
-    Svf r0a = bandpassSvf[4], r0b = bandpassSvf[5], r1a = bandpassSvf[6], r1b = bandpassSvf[7];
-    const auto band = [](Svf& s, float x, float f, float q) {
-        float out = 0.0f;
-        svfHigh(s.band, s.low, s.high, x, f, q, out);
-        return out;
-    };
+    const Lanes f = {svfF[0], svfF[1], svfF[0], svfF[1]};
+    const Lanes q = {svfQ[0], svfQ[1], svfQ[0], svfQ[1]};
+    // bandpassSvf holds (channel * 2 + formant) * 2 + stage.
+    const auto& h = bandpassSvf;
+    SvfLanes first = {{h[0].band, h[2].band, h[4].band, h[6].band},
+                      {h[0].low, h[2].low, h[4].low, h[6].low},
+                      {h[0].high, h[2].high, h[4].high, h[6].high}};
+    SvfLanes second = {{h[1].band, h[3].band, h[5].band, h[7].band},
+                       {h[1].low, h[3].low, h[5].low, h[7].low},
+                       {h[1].high, h[3].high, h[5].high, h[7].high}};
     for (int i = 0; i < count; ++i) {
-        const float xl = left[i];
-        const float xr = right[i];
-        const float l0 = band(l0b, band(l0a, xl, f0, q0), f0, q0);
-        const float l1 = band(l1b, band(l1a, xl, f1, q1), f1, q1);
-        const float r0 = band(r0b, band(r0a, xr, f0, q0), f0, q0);
-        const float r1 = band(r1b, band(r1a, xr, f1, q1), f1, q1);
-        left[i] = (l0 + l1) * kOutputGain;
-        right[i] = (r0 + r1) * kOutputGain;
+        const Lanes x = {left[i], left[i], right[i], right[i]};
+        const Lanes out = svfLanes(second, svfLanes(first, x, f, q), f, q);
+        left[i] = (out[0] + out[1]) * kOutputGain;
+        right[i] = (out[2] + out[3]) * kOutputGain;
     }
-    bandpassSvf = {l0a, l0b, l1a, l1b, r0a, r0b, r1a, r1b};
+    for (std::size_t k = 0; k < 4; ++k) {
+        bandpassSvf[k * 2] = {first.band[k], first.low[k], first.high[k]};
+        bandpassSvf[k * 2 + 1] = {second.band[k], second.low[k], second.high[k]};
+    }
 }
 
 void AFVowelFilter::runLowpass(float* left, float* right, int count) noexcept {
