@@ -83,15 +83,6 @@ inline double magnitudeAt(const std::vector<float>& h, double hz, double rate) {
     return std::abs(sum);
 }
 
-// Magnitudes on a grid of frequencies.
-inline std::vector<double> spectrum(const std::vector<float>& h, double rate, double from, double to,
-                                    double step) {
-    std::vector<double> out;
-    for (double f = from; f <= to; f += step)
-        out.push_back(magnitudeAt(h, f, rate));
-    return out;
-}
-
 // Response of b0 + b1 z^-1 + b2 z^-2 over 1 + a1 z^-1 + a2 z^-2.
 inline double biquadMagnitude(const std::array<double, 5>& c, double hz, double rate) {
     const std::complex<double> z1 = std::polar(1.0, -2.0 * kPi * hz / rate);
