@@ -346,12 +346,14 @@ void AFDirectFilter::processPair(int mode, AFDirectFilter& leftFilter, float* le
 
 template <bool Glide>
 void AFDirectFilter::runBand(float* left, float* right, int count) noexcept {
+    // Left and right side by side in vector lanes, each lane doing the scalar arithmetic of its channel.
+    using Lanes = float __attribute__((vector_size(8)));
     Core& lo = cores[Lowpass];
     Core& hi = cores[Highpass];
     float gl = lo.g, kl = lo.k, gh = hi.g, kh = hi.k;
     const float gsl = lo.gStep, ksl = lo.kStep, gsh = hi.gStep, ksh = hi.kStep;
-    float l1a = lo.s1[0], l2a = lo.s2[0], l1b = lo.s1[1], l2b = lo.s2[1];
-    float h1a = hi.s1[0], h2a = hi.s2[0], h1b = hi.s1[1], h2b = hi.s2[1];
+    Lanes l1 = {lo.s1[0], lo.s1[1]}, l2 = {lo.s2[0], lo.s2[1]};
+    Lanes h1 = {hi.s1[0], hi.s1[1]}, h2 = {hi.s2[0], hi.s2[1]};
     float a1l = 1.0f / (1.0f + gl * (gl + kl));
     float a1h = 1.0f / (1.0f + gh * (gh + kh));
     for (int i = 0; i < count; ++i) {
@@ -365,39 +367,30 @@ void AFDirectFilter::runBand(float* left, float* right, int count) noexcept {
         }
         const float a2l = gl * a1l, a3l = gl * a2l;
         const float a2h = gh * a1h, a3h = gh * a2h;
-        // Low-pass, both channels.
-        const float v3a = left[i] - l2a;
-        const float v1a = a1l * l1a + a2l * v3a;
-        const float v2a = l2a + a2l * l1a + a3l * v3a;
-        l1a = 2.0f * v1a - l1a;
-        l2a = 2.0f * v2a - l2a;
-        const float v3b = right[i] - l2b;
-        const float v1b = a1l * l1b + a2l * v3b;
-        const float v2b = l2b + a2l * l1b + a3l * v3b;
-        l1b = 2.0f * v1b - l1b;
-        l2b = 2.0f * v2b - l2b;
+        const Lanes x = {left[i], right[i]};
+        const Lanes v3 = x - l2;
+        const Lanes v1 = a1l * l1 + a2l * v3;
+        const Lanes v2 = l2 + a2l * l1 + a3l * v3;
+        l1 = 2.0f * v1 - l1;
+        l2 = 2.0f * v2 - l2;
         // High-pass on the low-pass output.
-        const float w3a = v2a - h2a;
-        const float w1a = a1h * h1a + a2h * w3a;
-        const float w2a = h2a + a2h * h1a + a3h * w3a;
-        h1a = 2.0f * w1a - h1a;
-        h2a = 2.0f * w2a - h2a;
-        const float w3b = v2b - h2b;
-        const float w1b = a1h * h1b + a2h * w3b;
-        const float w2b = h2b + a2h * h1b + a3h * w3b;
-        h1b = 2.0f * w1b - h1b;
-        h2b = 2.0f * w2b - h2b;
-        left[i] = v2a - kh * w1a - w2a;
-        right[i] = v2b - kh * w1b - w2b;
+        const Lanes w3 = v2 - h2;
+        const Lanes w1 = a1h * h1 + a2h * w3;
+        const Lanes w2 = h2 + a2h * h1 + a3h * w3;
+        h1 = 2.0f * w1 - h1;
+        h2 = 2.0f * w2 - h2;
+        const Lanes y = v2 - kh * w1 - w2;
+        left[i] = y[0];
+        right[i] = y[1];
     }
     lo.g = gl;
     lo.k = kl;
     hi.g = gh;
     hi.k = kh;
-    lo.s1 = {flushed(l1a), flushed(l1b)};
-    lo.s2 = {flushed(l2a), flushed(l2b)};
-    hi.s1 = {flushed(h1a), flushed(h1b)};
-    hi.s2 = {flushed(h2a), flushed(h2b)};
+    lo.s1 = {flushed(l1[0]), flushed(l1[1])};
+    lo.s2 = {flushed(l2[0]), flushed(l2[1])};
+    hi.s1 = {flushed(h1[0]), flushed(h1[1])};
+    hi.s2 = {flushed(h2[0]), flushed(h2[1])};
 }
 
 void AFDirectFilter::processStereoBand(float* left, float* right, int count) noexcept {
