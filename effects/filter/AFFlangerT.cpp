@@ -60,9 +60,9 @@ AFFlangerT::~AFFlangerT() {
 
 float AFFlangerT::delayMs(int voice, float value) noexcept {
     const float v = unitRange(value);
-    // A squared curve for the flanger gives fine control over the short, sharply combed end.
+    // Linear, so the small knob values a slot's default sweep gives land on the classic 0.1 to 2 ms flange.
     if (voice == Chorus) return 5.0f + v * 30.0f;
-    return 0.1f + v * v * 9.9f;
+    return 0.1f + v * 9.9f;
 }
 
 float AFFlangerT::lowpassCutoff(float a) noexcept {
