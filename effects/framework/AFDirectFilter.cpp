@@ -137,68 +137,52 @@ void AFDirectFilter::finishGlide(CombLine& line, int samples) noexcept {
     line.delayStep = line.feedbackStep = 0.0f;
 }
 
-// Two channels at once: the second channel's output is computed only when it is a real second channel
-// (stereo or pair), never for the mono path, whose two pointers are the same buffer.
-template <int Mode, bool Glide, bool Shared>
+// Two channels at once, side by side in vector lanes with each lane doing its channel's scalar arithmetic.
+// The second lane's result is kept only when it is a real second channel (stereo or pair), never for the mono
+// path, whose two pointers are the same buffer.
+template <int Mode, bool Glide>
 void AFDirectFilter::runCores(Core& ca, Core& cb, int chA, int chB, float* left, float* right, bool pair,
                               int count) noexcept {
+    using Lanes = float __attribute__((vector_size(8)));
     const auto ia = static_cast<std::size_t>(chA);
     const auto ib = static_cast<std::size_t>(chB);
-    float ga = ca.g, ka = ca.k, gb = cb.g, kb = cb.k;
-    float s1a = ca.s1[ia], s2a = ca.s2[ia], s1b = cb.s1[ib], s2b = cb.s2[ib];
-    const float gsa = ca.gStep, ksa = ca.kStep, gsb = cb.gStep, ksb = cb.kStep;
-    float a1a = 1.0f / (1.0f + ga * (ga + ka)), a1b = 1.0f / (1.0f + gb * (gb + kb));
+    Lanes g = {ca.g, cb.g};
+    Lanes k = {ca.k, cb.k};
+    const Lanes gStep = {ca.gStep, cb.gStep};
+    const Lanes kStep = {ca.kStep, cb.kStep};
+    Lanes s1 = {ca.s1[ia], cb.s1[ib]};
+    Lanes s2 = {ca.s2[ia], cb.s2[ib]};
+    const Lanes one = {1.0f, 1.0f};
+    Lanes a1 = one / (one + g * (g + k));
     for (int i = 0; i < count; ++i) {
         if constexpr (Glide) {
-            ga += gsa;
-            ka += ksa;
-            gb += gsb;
-            kb += ksb;
-            a1a = 1.0f / (1.0f + ga * (ga + ka));
-            if constexpr (Shared) {
-                gb = ga;
-                kb = ka;
-                a1b = a1a;
-            } else {
-                a1b = 1.0f / (1.0f + gb * (gb + kb));
-            }
+            g += gStep;
+            k += kStep;
+            a1 = one / (one + g * (g + k));
         }
-        const float a2a = ga * a1a, a3a = ga * a2a;
-        const float a2b = gb * a1b, a3b = gb * a2b;
-        const float xa = left[i];
-        const float xb = right[i];
-        const float v3a = xa - s2a;
-        const float v1a = a1a * s1a + a2a * v3a;
-        const float v2a = s2a + a2a * s1a + a3a * v3a;
-        s1a = 2.0f * v1a - s1a;
-        s2a = 2.0f * v2a - s2a;
-        const float v3b = xb - s2b;
-        const float v1b = a1b * s1b + a2b * v3b;
-        const float v2b = s2b + a2b * s1b + a3b * v3b;
-        s1b = 2.0f * v1b - s1b;
-        s2b = 2.0f * v2b - s2b;
-        float ya = v2a;
-        float yb = v2b;
-        if constexpr (Mode == Highpass) {
-            ya = xa - ka * v1a - v2a;
-            yb = xb - kb * v1b - v2b;
-        }
-        if constexpr (Mode == Bandpass) {
-            ya = ka * v1a;
-            yb = kb * v1b;
-        }
-        left[i] = ya;
-        if (pair) right[i] = yb;
+        const Lanes a2 = g * a1;
+        const Lanes a3 = g * a2;
+        const Lanes x = {left[i], right[i]};
+        const Lanes v3 = x - s2;
+        const Lanes v1 = a1 * s1 + a2 * v3;
+        const Lanes v2 = s2 + a2 * s1 + a3 * v3;
+        s1 = 2.0f * v1 - s1;
+        s2 = 2.0f * v2 - s2;
+        Lanes y = v2;
+        if constexpr (Mode == Highpass) y = x - k * v1 - v2;
+        if constexpr (Mode == Bandpass) y = k * v1;
+        left[i] = y[0];
+        if (pair) right[i] = y[1];
     }
-    ca.g = ga;
-    ca.k = ka;
-    ca.s1[ia] = flushed(s1a);
-    ca.s2[ia] = flushed(s2a);
+    ca.g = g[0];
+    ca.k = k[0];
+    ca.s1[ia] = flushed(s1[0]);
+    ca.s2[ia] = flushed(s2[0]);
     if (!pair) return;
-    cb.g = gb;
-    cb.k = kb;
-    cb.s1[ib] = flushed(s1b);
-    cb.s2[ib] = flushed(s2b);
+    cb.g = g[1];
+    cb.k = k[1];
+    cb.s1[ib] = flushed(s1[1]);
+    cb.s2[ib] = flushed(s2[1]);
 }
 
 template <bool Glide>
@@ -284,42 +268,24 @@ void AFDirectFilter::run(int mode, const Side& a, const Side& b, bool pair, int 
                 segment = std::min(segment, cb.glideLeft);
                 glide = true;
             }
-            switch (mode * 4 + (glide ? 2 : 0) + (shared && pair ? 1 : 0)) {
-            case Highpass * 4:
-                runCores<Highpass, false, false>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+            switch (mode * 2 + (glide ? 1 : 0)) {
+            case Highpass * 2:
+                runCores<Highpass, false>(ca, cb, a.channel, b.channel, left, right, pair, segment);
                 break;
-            case Highpass * 4 + 1:
-                runCores<Highpass, false, true>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+            case Highpass * 2 + 1:
+                runCores<Highpass, true>(ca, cb, a.channel, b.channel, left, right, pair, segment);
                 break;
-            case Highpass * 4 + 2:
-                runCores<Highpass, true, false>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+            case Bandpass * 2:
+                runCores<Bandpass, false>(ca, cb, a.channel, b.channel, left, right, pair, segment);
                 break;
-            case Highpass * 4 + 3:
-                runCores<Highpass, true, true>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+            case Bandpass * 2 + 1:
+                runCores<Bandpass, true>(ca, cb, a.channel, b.channel, left, right, pair, segment);
                 break;
-            case Bandpass * 4:
-                runCores<Bandpass, false, false>(ca, cb, a.channel, b.channel, left, right, pair, segment);
-                break;
-            case Bandpass * 4 + 1:
-                runCores<Bandpass, false, true>(ca, cb, a.channel, b.channel, left, right, pair, segment);
-                break;
-            case Bandpass * 4 + 2:
-                runCores<Bandpass, true, false>(ca, cb, a.channel, b.channel, left, right, pair, segment);
-                break;
-            case Bandpass * 4 + 3:
-                runCores<Bandpass, true, true>(ca, cb, a.channel, b.channel, left, right, pair, segment);
-                break;
-            case Lowpass * 4:
-                runCores<Lowpass, false, false>(ca, cb, a.channel, b.channel, left, right, pair, segment);
-                break;
-            case Lowpass * 4 + 1:
-                runCores<Lowpass, false, true>(ca, cb, a.channel, b.channel, left, right, pair, segment);
-                break;
-            case Lowpass * 4 + 2:
-                runCores<Lowpass, true, false>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+            case Lowpass * 2:
+                runCores<Lowpass, false>(ca, cb, a.channel, b.channel, left, right, pair, segment);
                 break;
             default:
-                runCores<Lowpass, true, true>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+                runCores<Lowpass, true>(ca, cb, a.channel, b.channel, left, right, pair, segment);
                 break;
             }
             finishGlide(ca, segment);

@@ -73,7 +73,7 @@ private:
 
     void design(int mode, float cutoff, float resonance, float& first, float& second) const noexcept;
     static void run(int mode, const Side& a, const Side& b, bool pair, int count) noexcept;
-    template <int Mode, bool Glide, bool Shared>
+    template <int Mode, bool Glide>
     static void runCores(Core& ca, Core& cb, int chA, int chB, float* left, float* right, bool pair,
                          int count) noexcept;
     template <bool Glide>
