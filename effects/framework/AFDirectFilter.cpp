@@ -1,0 +1,379 @@
+#include "effects/framework/AFDirectFilter.h"
+
+#include "effects/framework/AFSystemInfo.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+// Kept inside 0..1; a NaN from a hostile value reads as 0 and so never reaches an index.
+inline float unitRange(float v) {
+    return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
+}
+
+// Power of two above the longest comb delay (highest rate over the comb floor), so reads wrap by a mask.
+constexpr int kLineSize = 8192;
+constexpr int kLineMask = kLineSize - 1;
+static_assert(kLineSize > static_cast<int>(AFSystemInfo::kMaxSampleRate / AFDirectFilter::kCombFloorHz) + 4);
+
+// State below this is cleared after each block so that silence never decays into denormals.
+constexpr float kFlush = 1e-20f;
+
+inline float flushed(float v) noexcept {
+    return std::fabs(v) < kFlush ? 0.0f : v;
+}
+
+} // namespace
+
+AFDirectFilter::AFDirectFilter(AFSystemInfo* system)
+    : systemInfo(system), lineL(kLineSize, 0.0f), lineR(kLineSize, 0.0f), lineSize(kLineSize) {}
+
+float AFDirectFilter::cutoffHz(float cutoff) noexcept {
+    const float c = unitRange(cutoff) * 0.9f + 0.1f;
+    return c * c * c * 20000.0f;
+}
+
+float AFDirectFilter::scaledResonance(int mode, float resonance) noexcept {
+    const float r = unitRange(resonance);
+    if (mode == Highpass) return r * 0.9f;
+    if (mode == Lowpass) return r * 0.75f;
+    return r;
+}
+
+void AFDirectFilter::design(int mode, float cutoff, float resonance, float& first,
+                            float& second) const noexcept {
+    const float rate = systemInfo->sampleRate;
+    const float hz = cutoffHz(cutoff);
+    const float rho = scaledResonance(mode, resonance);
+    if (mode == Comb) {
+        first = std::clamp(rate / std::max(hz, kCombFloorHz), 2.0f, static_cast<float>(lineSize - 4));
+        second = rho * 0.9f;
+        return;
+    }
+    // Kept under Nyquist; the zero-delay core is stable for any positive g and k.
+    const double f = std::min(static_cast<double>(hz), 0.45 * static_cast<double>(rate));
+    first = static_cast<float>(std::tan(3.141592653589793 * f / static_cast<double>(rate)));
+    second = 2.0f - 1.94f * rho;
+}
+
+void AFDirectFilter::set(int mode, float cutoff, float resonance) noexcept {
+    mode = std::clamp(mode, 0, kModeCount - 1);
+    const int interval = std::max(systemInfo->controlInterval, 1);
+    const float perSample = 1.0f / static_cast<float>(interval);
+    float first = 0.0f;
+    float second = 0.0f;
+    design(mode, cutoff, resonance, first, second);
+    if (mode == Comb) {
+        comb.delayTarget = first;
+        comb.feedbackTarget = second;
+        if (first == comb.delay && second == comb.feedback) {
+            comb.delayStep = comb.feedbackStep = 0.0f;
+            comb.glideLeft = 0;
+            return;
+        }
+        comb.delayStep = (first - comb.delay) * perSample;
+        comb.feedbackStep = (second - comb.feedback) * perSample;
+        comb.glideLeft = interval;
+        return;
+    }
+    Core& core = cores[static_cast<std::size_t>(mode)];
+    core.gTarget = first;
+    core.kTarget = second;
+    if (first == core.g && second == core.k) {
+        // Standing still: the per-sample path skips the coefficient updates.
+        core.gStep = core.kStep = 0.0f;
+        core.glideLeft = 0;
+        return;
+    }
+    core.gStep = (first - core.g) * perSample;
+    core.kStep = (second - core.k) * perSample;
+    core.glideLeft = interval;
+}
+
+void AFDirectFilter::reset(int mode, float cutoff, float resonance) noexcept {
+    mode = std::clamp(mode, 0, kModeCount - 1);
+    for (Core& core : cores) {
+        core.s1 = {};
+        core.s2 = {};
+        core.gStep = core.kStep = 0.0f;
+        core.glideLeft = 0;
+    }
+    std::fill(lineL.begin(), lineL.end(), 0.0f);
+    std::fill(lineR.begin(), lineR.end(), 0.0f);
+    comb.write = 0;
+    comb.delayStep = comb.feedbackStep = 0.0f;
+    comb.glideLeft = 0;
+    float first = 0.0f;
+    float second = 0.0f;
+    design(mode, cutoff, resonance, first, second);
+    if (mode == Comb) {
+        comb.delay = comb.delayTarget = first;
+        comb.feedback = comb.feedbackTarget = second;
+        return;
+    }
+    Core& core = cores[static_cast<std::size_t>(mode)];
+    core.g = core.gTarget = first;
+    core.k = core.kTarget = second;
+}
+
+void AFDirectFilter::finishGlide(Core& core, int samples) noexcept {
+    if (core.glideLeft <= 0) return;
+    core.glideLeft -= samples;
+    if (core.glideLeft > 0) return;
+    core.glideLeft = 0;
+    core.g = core.gTarget;
+    core.k = core.kTarget;
+    core.gStep = core.kStep = 0.0f;
+}
+
+void AFDirectFilter::finishGlide(CombLine& line, int samples) noexcept {
+    if (line.glideLeft <= 0) return;
+    line.glideLeft -= samples;
+    if (line.glideLeft > 0) return;
+    line.glideLeft = 0;
+    line.delay = line.delayTarget;
+    line.feedback = line.feedbackTarget;
+    line.delayStep = line.feedbackStep = 0.0f;
+}
+
+// Two channels at once, side by side in vector lanes with each lane doing its channel's scalar arithmetic.
+// The second lane's result is kept only when it is a real second channel (stereo or pair), never for the mono
+// path, whose two pointers are the same buffer.
+template <int Mode, bool Glide>
+void AFDirectFilter::runCores(Core& ca, Core& cb, int chA, int chB, float* left, float* right, bool pair,
+                              int count) noexcept {
+    using Lanes = float __attribute__((vector_size(8)));
+    const auto ia = static_cast<std::size_t>(chA);
+    const auto ib = static_cast<std::size_t>(chB);
+    Lanes g = {ca.g, cb.g};
+    Lanes k = {ca.k, cb.k};
+    const Lanes gStep = {ca.gStep, cb.gStep};
+    const Lanes kStep = {ca.kStep, cb.kStep};
+    Lanes s1 = {ca.s1[ia], cb.s1[ib]};
+    Lanes s2 = {ca.s2[ia], cb.s2[ib]};
+    const Lanes one = {1.0f, 1.0f};
+    Lanes a1 = one / (one + g * (g + k));
+    for (int i = 0; i < count; ++i) {
+        if constexpr (Glide) {
+            g += gStep;
+            k += kStep;
+            a1 = one / (one + g * (g + k));
+        }
+        const Lanes a2 = g * a1;
+        const Lanes a3 = g * a2;
+        const Lanes x = {left[i], right[i]};
+        const Lanes v3 = x - s2;
+        const Lanes v1 = a1 * s1 + a2 * v3;
+        const Lanes v2 = s2 + a2 * s1 + a3 * v3;
+        s1 = 2.0f * v1 - s1;
+        s2 = 2.0f * v2 - s2;
+        Lanes y = v2;
+        if constexpr (Mode == Highpass) y = x - k * v1 - v2;
+        if constexpr (Mode == Bandpass) y = k * v1;
+        left[i] = y[0];
+        if (pair) right[i] = y[1];
+    }
+    ca.g = g[0];
+    ca.k = k[0];
+    ca.s1[ia] = flushed(s1[0]);
+    ca.s2[ia] = flushed(s2[0]);
+    if (!pair) return;
+    cb.g = g[1];
+    cb.k = k[1];
+    cb.s1[ib] = flushed(s1[1]);
+    cb.s2[ib] = flushed(s2[1]);
+}
+
+template <bool Glide>
+void AFDirectFilter::runCombs(AFDirectFilter& fa, AFDirectFilter& fb, float* lineA, float* lineB, float* left,
+                              float* right, bool pair, int count) noexcept {
+    CombLine& ca = fa.comb;
+    CombLine& cb = fb.comb;
+    float da = ca.delay, fba = ca.feedback, db = cb.delay, fbb = cb.feedback;
+    const float dsa = ca.delayStep, fsa = ca.feedbackStep, dsb = cb.delayStep, fsb = cb.feedbackStep;
+    int wa = ca.write;
+    int wb = cb.write;
+    for (int i = 0; i < count; ++i) {
+        if constexpr (Glide) {
+            da += dsa;
+            fba += fsa;
+            db += dsb;
+            fbb += fsb;
+        }
+        const int wholeA = static_cast<int>(da);
+        const float fracA = da - static_cast<float>(wholeA);
+        const float xa = left[i];
+        const float tapA =
+            lineA[(wa - wholeA - 1) & kLineMask] * fracA + lineA[(wa - wholeA) & kLineMask] * (1.0f - fracA);
+        lineA[wa] = flushed(xa + fba * tapA);
+        left[i] = 0.5f * (xa + tapA);
+        wa = (wa + 1) & kLineMask;
+        if (pair) {
+            const int wholeB = static_cast<int>(db);
+            const float fracB = db - static_cast<float>(wholeB);
+            const float xb = right[i];
+            const float tapB = lineB[(wb - wholeB - 1) & kLineMask] * fracB +
+                               lineB[(wb - wholeB) & kLineMask] * (1.0f - fracB);
+            lineB[wb] = flushed(xb + fbb * tapB);
+            right[i] = 0.5f * (xb + tapB);
+            wb = (wb + 1) & kLineMask;
+        }
+    }
+    ca.delay = da;
+    ca.feedback = fba;
+    ca.write = wa;
+    if (!pair || &fa == &fb) return;
+    cb.delay = db;
+    cb.feedback = fbb;
+    cb.write = wb;
+}
+
+void AFDirectFilter::run(int mode, const Side& a, const Side& b, bool pair, int count) noexcept {
+    AFDirectFilter& fa = *a.filter;
+    AFDirectFilter& fb = *b.filter;
+    const bool shared = &fa == &fb;
+    int done = 0;
+    while (done < count) {
+        int segment = count - done;
+        float* const left = a.data + done;
+        float* const right = b.data + done;
+        if (mode == Comb) {
+            bool glide = false;
+            if (fa.comb.glideLeft > 0) {
+                segment = std::min(segment, fa.comb.glideLeft);
+                glide = true;
+            }
+            if (pair && fb.comb.glideLeft > 0) {
+                segment = std::min(segment, fb.comb.glideLeft);
+                glide = true;
+            }
+            float* const lineA = (a.channel == 0 ? fa.lineL : fa.lineR).data();
+            float* const lineB = (b.channel == 0 ? fb.lineL : fb.lineR).data();
+            if (glide)
+                runCombs<true>(fa, fb, lineA, lineB, left, right, pair, segment);
+            else
+                runCombs<false>(fa, fb, lineA, lineB, left, right, pair, segment);
+            finishGlide(fa.comb, segment);
+            if (pair && !shared) finishGlide(fb.comb, segment);
+        } else {
+            Core& ca = fa.cores[static_cast<std::size_t>(mode)];
+            Core& cb = fb.cores[static_cast<std::size_t>(mode)];
+            bool glide = false;
+            if (ca.glideLeft > 0) {
+                segment = std::min(segment, ca.glideLeft);
+                glide = true;
+            }
+            if (pair && cb.glideLeft > 0) {
+                segment = std::min(segment, cb.glideLeft);
+                glide = true;
+            }
+            switch (mode * 2 + (glide ? 1 : 0)) {
+            case Highpass * 2:
+                runCores<Highpass, false>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+                break;
+            case Highpass * 2 + 1:
+                runCores<Highpass, true>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+                break;
+            case Bandpass * 2:
+                runCores<Bandpass, false>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+                break;
+            case Bandpass * 2 + 1:
+                runCores<Bandpass, true>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+                break;
+            case Lowpass * 2:
+                runCores<Lowpass, false>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+                break;
+            default:
+                runCores<Lowpass, true>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+                break;
+            }
+            finishGlide(ca, segment);
+            if (pair && !shared) finishGlide(cb, segment);
+        }
+        done += segment;
+    }
+}
+
+void AFDirectFilter::process(int mode, float* data, int count) noexcept {
+    const Side side{this, 0, data};
+    run(std::clamp(mode, 0, kModeCount - 1), side, side, false, count);
+}
+
+void AFDirectFilter::processStereo(int mode, float* left, float* right, int count) noexcept {
+    run(std::clamp(mode, 0, kModeCount - 1), Side{this, 0, left}, Side{this, 1, right}, true, count);
+}
+
+void AFDirectFilter::processPair(int mode, AFDirectFilter& leftFilter, float* left,
+                                 AFDirectFilter& rightFilter, float* right, int count) noexcept {
+    run(std::clamp(mode, 0, kModeCount - 1), Side{&leftFilter, 0, left}, Side{&rightFilter, 0, right}, true,
+        count);
+}
+
+template <bool Glide>
+void AFDirectFilter::runBand(float* left, float* right, int count) noexcept {
+    // Left and right side by side in vector lanes, each lane doing the scalar arithmetic of its channel.
+    using Lanes = float __attribute__((vector_size(8)));
+    Core& lo = cores[Lowpass];
+    Core& hi = cores[Highpass];
+    float gl = lo.g, kl = lo.k, gh = hi.g, kh = hi.k;
+    const float gsl = lo.gStep, ksl = lo.kStep, gsh = hi.gStep, ksh = hi.kStep;
+    Lanes l1 = {lo.s1[0], lo.s1[1]}, l2 = {lo.s2[0], lo.s2[1]};
+    Lanes h1 = {hi.s1[0], hi.s1[1]}, h2 = {hi.s2[0], hi.s2[1]};
+    float a1l = 1.0f / (1.0f + gl * (gl + kl));
+    float a1h = 1.0f / (1.0f + gh * (gh + kh));
+    for (int i = 0; i < count; ++i) {
+        if constexpr (Glide) {
+            gl += gsl;
+            kl += ksl;
+            gh += gsh;
+            kh += ksh;
+            a1l = 1.0f / (1.0f + gl * (gl + kl));
+            a1h = 1.0f / (1.0f + gh * (gh + kh));
+        }
+        const float a2l = gl * a1l, a3l = gl * a2l;
+        const float a2h = gh * a1h, a3h = gh * a2h;
+        const Lanes x = {left[i], right[i]};
+        const Lanes v3 = x - l2;
+        const Lanes v1 = a1l * l1 + a2l * v3;
+        const Lanes v2 = l2 + a2l * l1 + a3l * v3;
+        l1 = 2.0f * v1 - l1;
+        l2 = 2.0f * v2 - l2;
+        // High-pass on the low-pass output.
+        const Lanes w3 = v2 - h2;
+        const Lanes w1 = a1h * h1 + a2h * w3;
+        const Lanes w2 = h2 + a2h * h1 + a3h * w3;
+        h1 = 2.0f * w1 - h1;
+        h2 = 2.0f * w2 - h2;
+        const Lanes y = v2 - kh * w1 - w2;
+        left[i] = y[0];
+        right[i] = y[1];
+    }
+    lo.g = gl;
+    lo.k = kl;
+    hi.g = gh;
+    hi.k = kh;
+    lo.s1 = {flushed(l1[0]), flushed(l1[1])};
+    lo.s2 = {flushed(l2[0]), flushed(l2[1])};
+    hi.s1 = {flushed(h1[0]), flushed(h1[1])};
+    hi.s2 = {flushed(h2[0]), flushed(h2[1])};
+}
+
+void AFDirectFilter::processStereoBand(float* left, float* right, int count) noexcept {
+    Core& lo = cores[Lowpass];
+    Core& hi = cores[Highpass];
+    int done = 0;
+    while (done < count) {
+        int segment = count - done;
+        const bool glide = lo.glideLeft > 0 || hi.glideLeft > 0;
+        if (lo.glideLeft > 0) segment = std::min(segment, lo.glideLeft);
+        if (hi.glideLeft > 0) segment = std::min(segment, hi.glideLeft);
+        if (glide)
+            runBand<true>(left + done, right + done, segment);
+        else
+            runBand<false>(left + done, right + done, segment);
+        finishGlide(lo, segment);
+        finishGlide(hi, segment);
+        done += segment;
+    }
+}
