@@ -31,7 +31,12 @@ configure: deps
 build: configure
 	@cmake --build $(BUILD) -j$(JOBS)
 
+# The sanitizer build (AddressSanitizer and UndefinedBehaviorSanitizer) runs the whole suite first, then the
+# release build runs it again; hostile files and every edge case must pass in both.
 test: build
+	@cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORVANTO_SANITIZE=ON -DORVANTO_BUILD_BENCH=OFF >/dev/null
+	@cmake --build $(ASAN_BUILD) -j$(JOBS)
+	ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 ctest --test-dir $(ASAN_BUILD) --output-on-failure -j$(JOBS)
 	ctest --test-dir $(BUILD) --output-on-failure -j$(JOBS)
 
 # The demo scene: Stutter in slot 1 (quantised to 1/8 by its defaults), its Control ramping up and down,
