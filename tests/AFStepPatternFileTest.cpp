@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <filesystem>
@@ -210,7 +211,7 @@ TEST_F(AFStepPatternFileTest, HostileFilesNeverCrashOrLeaveTheGrid) {
         }
     // Random bodies behind a valid header, and random words throughout.
     std::mt19937 random(1977);
-    for (int round = 0; round < 300; ++round) {
+    for (int round = 0; round < 120; ++round) {
         auto image = good;
         for (std::size_t i = round % 2 == 0 ? 5 : 0; i < image.size(); ++i)
             image[i] = round % 3 == 0 ? random() % 40 : random();
@@ -261,4 +262,71 @@ TEST(AFStepPatternFileFolder, FolderAndWords) {
     EXPECT_STREQ(AFStepPatternFile::kFolderWord, "Stepsequencer");
     EXPECT_STREQ(AFStepPatternFile::kExtension, "AFS");
     EXPECT_STREQ(AFStepPatternFile::kSuffix, ".AFS");
+}
+
+namespace {
+
+// Just enough of the pattern sources' JSON: the text after `"key": ` up to the closing quote or bracket.
+std::string field(const std::string& json, const std::string& key, char open, char close) {
+    const auto at = json.find("\"" + key + "\": " + open);
+    if (at == std::string::npos) return {};
+    const auto from = at + key.size() + 5;
+    return json.substr(from, json.find(close, from) - from);
+}
+
+std::vector<std::string> items(const std::string& list) {
+    std::vector<std::string> out;
+    std::size_t from = 0;
+    while (from < list.size()) {
+        const auto comma = std::min(list.find(',', from), list.size());
+        out.push_back(
+            list.substr(list.find_first_not_of(' ', from), comma - list.find_first_not_of(' ', from)));
+        from = comma + 1;
+    }
+    return out;
+}
+
+} // namespace
+
+TEST_F(AFStepPatternFileTest, FactoryPatternSourcesCompileToPlayablePatterns) {
+    const auto sources =
+        std::filesystem::path(__FILE__).parent_path().parent_path() / "content" / "Stepsequencer";
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(sources)) {
+        std::ifstream in(entry.path());
+        const std::string json((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        const std::string name = field(json, "name", '"', '"');
+        EXPECT_EQ(field(json, "format", '"', '"'), "orvanto-step-pattern") << entry.path();
+        std::string stem = name;
+        std::replace(stem.begin(), stem.end(), ' ', '-');
+        EXPECT_EQ(entry.path().filename().string(), stem + ".json");
+        const auto values = items(field(json, "values", '[', ']'));
+        const auto glides = items(field(json, "glides", '[', ']'));
+        ASSERT_EQ(values.size(), 16u) << name;
+        ASSERT_EQ(glides.size(), 16u) << name;
+
+        AFGlideTable table;
+        for (uint32_t c = 0; c < 16; ++c) {
+            const float v = std::stof(values[c]);
+            EXPECT_TRUE(v >= 0.0f && v <= 1.0f) << name << " step " << c;
+            ASSERT_TRUE(glides[c] == "true" || glides[c] == "false") << name;
+            table.setValue(0, c, v);
+            table.setGlide(0, c, glides[c] == "true" ? 1 : 0);
+        }
+        const std::string file = path((name + ".AFS").c_str());
+        ASSERT_TRUE(AFStepPatternFile::save(file, table, nullptr));
+        EXPECT_EQ(readWords(file).size(), 43u);
+        NamedTable loaded;
+        ASSERT_TRUE(AFStepPatternFile::load(file, loaded));
+        EXPECT_EQ(loaded.name, name);
+        AFSystemInfo system{64.0f, nullptr};
+        AFLfo lfo(&system);
+        AFStepPatternFile::applyToLfo(loaded, lfo);
+        for (int s = 0; s < 16; ++s)
+            EXPECT_EQ(lfo.getStep(s), std::stof(values[static_cast<std::size_t>(s)])) << name;
+        names.push_back(name);
+    }
+    EXPECT_GE(names.size(), 4u);
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(std::adjacent_find(names.begin(), names.end()), names.end());
 }
