@@ -235,7 +235,8 @@ bool AFChunk::readFile(const std::string& path, bool silent) {
     uint8_t head[kHeaderWords * 4] = {};
     in.read(reinterpret_cast<char*>(head), sizeof(head));
     uint32_t size = loadLittle(head);
-    if (loadLittle(head + 16) != static_cast<uint32_t>(kMagic) || size > kMaxWords) size = kHeaderWords;
+    if (loadLittle(head + 16) != static_cast<uint32_t>(kMagic) || size > kMaxWords || size < kHeaderWords)
+        size = kHeaderWords;
     std::vector<uint8_t> bytes(static_cast<std::size_t>(size) * 4, 0);
     std::memcpy(bytes.data(), head, std::min(bytes.size(), sizeof(head)));
     if (bytes.size() > sizeof(head))
