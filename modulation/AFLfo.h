@@ -2,6 +2,7 @@
 
 #include "effects/framework/AFBPMChangeInterface.h"
 #include "effects/framework/AFEffect.h"
+#include "state/AFChunkableClass.h"
 
 #include <array>
 #include <atomic>
@@ -10,13 +11,17 @@
 // Control-rate LFO of a slot: one value from 0 to 1 per control tick, never touching audio. The editor writes
 // the waveform, quantize, trigger, rate-divide and step fields from the GUI thread while the audio thread
 // ticks, so those are relaxed atomics; everything else belongs to the audio thread.
-class AFLfo : public AFEffect, public AFBPMChangeInterface {
+class AFLfo : public AFEffect, public AFChunkableClass, public AFBPMChangeInterface {
 public:
     static constexpr int kWaveformCount = 14;
     static constexpr int kStepCount = 16;
     static constexpr int kRateModeCount = 3;
     static constexpr int kTriggerModeCount = 3;
     static constexpr int32_t kMaxQuantizeSteps = 256;
+    // Slot record versions: rate divide from 4306, steps from 4304.
+    static constexpr int32_t kRecordVersion = 4307;
+    static constexpr int32_t kRateDivideVersion = 4306;
+    static constexpr int32_t kStepsVersion = 4304;
 
     // Any thread with the audio held off.
     explicit AFLfo(AFSystemInfo* systemInfo);
@@ -66,6 +71,12 @@ public:
     // Any thread; 0 for an index outside 0..15.
     float getStep(int index) const noexcept;
 
+    // Any thread but the audio thread, with the audio held off: the LFO's own fields of a slot record (rate
+    // mode, trigger mode, quantize steps, waveform, rate divide, steps), as the record version has them.
+    int readChunk(AFChunk& chunk, bool silent) override;
+    void writeChunk(AFChunk& chunk) override;
+    void setChunkVersion(int32_t version) override { chunkVersion = version; }
+
     // Any thread: the waveform menu word, "" outside the menu.
     static const char* waveformName(int index) noexcept;
 
@@ -104,4 +115,5 @@ private:
     int32_t lastRateMode = -1; // no rate calculated yet
     bool stopped = false;
     std::atomic<bool> rateDividePending{false};
+    int32_t chunkVersion = kRecordVersion;
 };
