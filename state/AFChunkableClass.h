@@ -1,18 +1,24 @@
 #pragma once
 
-#include <cstdint>
-
 class AFChunk;
 
-// Anything that saves itself into a chunk. Readers never trust the words: hostile values are kept inside
-// their ranges, and a read past the end yields zeros that the caller detects through the chunk.
+// Everything that saves itself into a chunk. Readers return true on success; the silent flag only keeps
+// message boxes away, the reading itself still happens.
 class AFChunkableClass {
 public:
     virtual ~AFChunkableClass() = default;
-    // Any thread but the audio thread, with the audio held off. 1 on success; `silent` suppresses messages.
-    virtual int readChunk(AFChunk& chunk, bool silent) = 0;
-    // Any thread but the audio thread.
-    virtual void writeChunk(AFChunk& chunk) = 0;
-    // The record version of the enclosing record; older versions lack fields.
-    virtual void setChunkVersion(int32_t) {}
+
+    // Thread of the load or save that owns the chunk; the audio is held off.
+    virtual bool read(AFChunk& chunk, bool silent) = 0;
+    // Thread of the save that owns the chunk.
+    virtual void write(AFChunk& chunk) = 0;
+
+    // Same thread as read: the name of the file the object came from, without folder and extension.
+    virtual void chunkName(const char*) {}
+    // Same thread as read, around the read.
+    virtual void beforeRead() {}
+    virtual void afterRead() {}
+    // Same thread as write, around the write.
+    virtual void beforeWrite() {}
+    virtual void afterWrite() {}
 };
