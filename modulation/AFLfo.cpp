@@ -319,20 +319,23 @@ const char* AFLfo::waveformName(int index) noexcept {
     return index >= 0 && index < kWaveformCount ? kWaveformNames[index] : "";
 }
 
-int AFLfo::readChunk(AFChunk& chunk, bool) {
+bool AFLfo::read(AFChunk& chunk, bool silent) {
     setParameterMode(0, chunk.readInt());
     setTriggerMode(chunk.readInt());
     setQuantizeSteps(chunk.readInt());
     const int32_t wave = chunk.readInt();
     setWaveform(wave < 0 ? 0 : (wave >= kWaveformCount ? kWaveformCount - 1 : wave));
-    if (chunkVersion >= kRateDivideVersion) setRateDivide(chunk.readFloat());
-    if (chunkVersion >= kStepsVersion)
+    if (recordVersion >= kRateDivideVersion) setRateDivide(chunk.readFloat());
+    if (recordVersion >= kStepsVersion) {
         for (int i = 0; i < kStepCount; ++i)
             setStep(i, chunk.readFloat());
-    return 1;
+    } else if (recordVersion >= kGlideTableVersion) {
+        return glideTable.read(chunk, silent);
+    }
+    return true;
 }
 
-void AFLfo::writeChunk(AFChunk& chunk) {
+void AFLfo::write(AFChunk& chunk) {
     chunk.writeInt(getParameterMode(0));
     chunk.writeInt(getTriggerMode());
     chunk.writeInt(getQuantizeSteps());

@@ -2,6 +2,7 @@
 
 #include "effects/framework/AFBPMChangeInterface.h"
 #include "effects/framework/AFEffect.h"
+#include "modulation/AFGlideTable.h"
 #include "state/AFChunkableClass.h"
 
 #include <array>
@@ -22,6 +23,7 @@ public:
     static constexpr int32_t kRecordVersion = 4307;
     static constexpr int32_t kRateDivideVersion = 4306;
     static constexpr int32_t kStepsVersion = 4304;
+    static constexpr int32_t kGlideTableVersion = 4302;
 
     // Any thread with the audio held off.
     explicit AFLfo(AFSystemInfo* systemInfo);
@@ -73,9 +75,13 @@ public:
 
     // Any thread but the audio thread, with the audio held off: the LFO's own fields of a slot record (rate
     // mode, trigger mode, quantize steps, waveform, rate divide, steps), as the record version has them.
-    int readChunk(AFChunk& chunk, bool silent) override;
-    void writeChunk(AFChunk& chunk) override;
-    void setChunkVersion(int32_t version) override { chunkVersion = version; }
+    // Versions 4302 and 4303 hold a glide table in place of the steps; it is read into the LFO's table.
+    bool read(AFChunk& chunk, bool silent) override;
+    void write(AFChunk& chunk) override;
+    // The version of the slot record that the next read meets.
+    void setRecordVersion(int32_t version) noexcept { recordVersion = version; }
+    // Any thread: the table that old state loads into; the LFO itself never reads it.
+    const AFGlideTable& getGlideTable() const noexcept { return glideTable; }
 
     // Any thread: the waveform menu word, "" outside the menu.
     static const char* waveformName(int index) noexcept;
@@ -115,5 +121,6 @@ private:
     int32_t lastRateMode = -1; // no rate calculated yet
     bool stopped = false;
     std::atomic<bool> rateDividePending{false};
-    int32_t chunkVersion = kRecordVersion;
+    AFGlideTable glideTable{static_cast<uint32_t>(kStepCount), 1u};
+    int32_t recordVersion = kRecordVersion;
 };

@@ -150,7 +150,7 @@ void AFStateIO::writeSlotRecord(AFUniClient& client, AFChunk& chunk, int slot) {
         writeRows(KnobEngine::kLfoRateKA + 3 * m, 3);
         for (int k = 0; k < 3; ++k)
             chunk.writeInt(engine.getModulatorCurve(3 * m + k));
-        if (m != 1) engine.getLfo(m / 2)->writeChunk(chunk);
+        if (m != 1) engine.getLfo(m / 2)->write(chunk);
         chunk.writeInt(kGuardWord);
     }
     chunk.writeInt(engine.getQuantiseMode());
@@ -322,8 +322,8 @@ void AFStateIO::applySlotBody(AFUniClient& client, AFChunk& chunk, int slot, int
             engine.setModulatorCurve(3 * m + k, chunk.readInt());
         if (m != 1) {
             AFLfo* lfo = engine.getLfo(m / 2);
-            lfo->setChunkVersion(version);
-            lfo->readChunk(chunk, silent);
+            lfo->setRecordVersion(version);
+            if (!lfo->read(chunk, silent) && !silent) AFMessageSink::report("TODO CHUNK ERROR");
             // Records without a rate divide clear LFO 1's, whichever LFO is being read.
             if (version < AFLfo::kRateDivideVersion) engine.getLfo(0)->setRateDivide(0.0f);
         }
