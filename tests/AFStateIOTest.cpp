@@ -50,7 +50,7 @@ struct Words {
 
 std::vector<uint8_t> bytesOf(const std::vector<uint32_t>& words) {
     std::vector<uint8_t> bytes(words.size() * 4);
-    std::memcpy(bytes.data(), words.data(), bytes.size());
+    if (!bytes.empty()) std::memcpy(bytes.data(), words.data(), bytes.size());
     return bytes;
 }
 
@@ -776,6 +776,33 @@ TEST(AFStateIOTest, TruncatedImagesStopAndKeepTheSlotThatWasCut) {
     // The last record was cut in every pass but the full one; the slot it names loaded only then.
     EXPECT_NE(before, -1);
     expectSlot(c, 7, globalSpec(7));
+}
+
+TEST(AFStateIOTest, ACutRecordLeavesItsSlotAndKeepsTheSlotsBeforeIt) {
+    Words start;
+    start.header();
+    start.prefix();
+    for (int s = 0; s < 3; ++s)
+        appendSlot(start, globalSpec(s));
+    const std::size_t slot3 = start.w.size();
+    for (std::size_t into : {std::size_t{1}, std::size_t{20}, std::size_t{90}}) {
+        auto cut = globalImage();
+        cut.resize(slot3 + into);
+        cut[0] = static_cast<uint32_t>(cut.size());
+        TestHost host;
+        AFUniClient& c = host.client();
+        c.setParameter(row(3, 0), 0.123f);
+        const int before = c.getSlot(3).getEffectType();
+        AFChunk chunk;
+        ASSERT_TRUE(loadWords(chunk, cut));
+        EXPECT_FALSE(c.readState(chunk, -1, true));
+        for (int s = 0; s < 3; ++s)
+            expectSlot(c, s, globalSpec(s));
+        EXPECT_EQ(c.getSlot(3).getEffectType(), before);
+        EXPECT_FLOAT_EQ(c.getParameter(row(3, 0)), 0.123f);
+        EXPECT_EQ(c.getPresetName(3), "Default");
+        EXPECT_EQ(c.getGlobalPresetName(), "Global Preset");
+    }
 }
 
 TEST(AFStateIOTest, RandomWordsAndHugeSizesNeverCrash) {
