@@ -4,6 +4,7 @@
 #include "effects/framework/TimeValueTables.h"
 #include "engine/AFDenormalGuard.h"
 #include "engine/AFRandom.h"
+#include "state/AFStateIO.h"
 
 #include <algorithm>
 #include <bit>
@@ -98,6 +99,10 @@ AFUniClient::AFUniClient(AFHostCallback callback, void* user)
 
     // 12. The shared generator, from the clock.
     AFRandom::seed(static_cast<int32_t>(std::chrono::system_clock::now().time_since_epoch().count() & 0xFF));
+
+    // 13-14. The global presets, and the default preset unless the maker's own host runs us.
+    rescanPresetBank(AFPresetBank::defaultFolder());
+    if (!ownHost) AFStateIO::loadDefaultPreset(*this, presetBank.getFolder());
 }
 
 AFUniClient::~AFUniClient() = default;
@@ -150,11 +155,18 @@ intptr_t AFUniClient::vendorSpecific(int32_t, intptr_t, void*, float) {
 }
 
 int32_t AFUniClient::getChunk(void** data, bool) {
-    *data = nullptr;
-    return 0;
+    writeState(hostChunk, -1);
+    hostImage = hostChunk.toBytes();
+    *data = hostImage.data();
+    return static_cast<int32_t>(hostImage.size());
 }
 
-int32_t AFUniClient::setChunk(void*, int32_t, bool) {
+int32_t AFUniClient::setChunk(void* data, int32_t byteSize, bool) {
+    if (data == nullptr || byteSize <= 0) return 1;
+    AFChunk image;
+    if (image.loadBytes(data, static_cast<std::size_t>(byteSize), true)) readState(image, -1, true);
+    // The held chunk mirrors what was just loaded, so an unchanged get chunk still returns a valid image.
+    writeState(hostChunk, -1);
     return 1;
 }
 
@@ -288,13 +300,17 @@ void AFUniClient::applyDictator(float value) {
 // ---- Slots ------------------------------------------------------------------------------------------------
 
 void AFUniClient::lockAudioThread() {
+    lockDepth.fetch_add(1);
     blocked.store(true);
     while (inProcess.load())
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
 void AFUniClient::unlockAudioThread() {
-    blocked.store(false);
+    if (lockDepth.fetch_sub(1) <= 1) {
+        lockDepth.store(0);
+        blocked.store(false);
+    }
 }
 
 void AFUniClient::setSlotEffect(int slot, int typeId) {
@@ -604,4 +620,65 @@ void AFUniClient::processReplacing(float** inputs, float** outputs, int32_t samp
     applyMasterMix(outL, outR, n);
     sendMidiOut();
     inProcess.store(false);
+}
+
+// ---- State and presets ------------------------------------------------------------------------------------
+
+void AFUniClient::writeState(AFChunk& chunk, int slot) {
+    AFStateIO::writeState(*this, chunk, slot);
+}
+
+bool AFUniClient::readState(AFChunk& chunk, int slot, bool silent) {
+    return AFStateIO::readState(*this, chunk, slot, silent);
+}
+
+void AFUniClient::writeDictator(AFChunk& chunk) {
+    AFStateIO::writeDictator(*this, chunk);
+}
+
+bool AFUniClient::readDictator(AFChunk& chunk, bool silent) {
+    return AFStateIO::readDictator(*this, chunk, silent);
+}
+
+bool AFUniClient::loadPreset(const std::string& path, int slot, bool silent) {
+    return AFStateIO::loadPreset(*this, path, slot, silent);
+}
+
+bool AFUniClient::savePreset(const std::string& path, int slot) {
+    return AFStateIO::savePreset(*this, path, slot);
+}
+
+bool AFUniClient::loadDictatorPreset(const std::string& path, bool silent) {
+    return AFStateIO::loadDictatorPreset(*this, path, silent);
+}
+
+bool AFUniClient::saveDictatorPreset(const std::string& path) {
+    return AFStateIO::saveDictatorPreset(*this, path);
+}
+
+void AFUniClient::rescanPresetBank(const std::string& folder) {
+    presetBank.scan(folder);
+    // A host with no programs at all misbehaves; an empty bank still shows one.
+    numPrograms = std::max(presetBank.count(), 1);
+}
+
+void AFUniClient::setProgram(int32_t program) {
+    if (program < 0 || program >= presetBank.count()) return;
+    if (loadPreset(presetBank.path(program), -1, true)) curProgram = program;
+}
+
+void AFUniClient::getProgramName(char* name) {
+    std::snprintf(name, kHostTextSize, "%s", globalPresetName.c_str());
+}
+
+bool AFUniClient::getProgramNameIndexed(int32_t, int32_t index, char* text) {
+    if (index < 0 || index >= presetBank.count()) return false;
+    std::snprintf(text, kHostTextSize, "%s", presetBank.name(index).c_str());
+    return true;
+}
+
+void AFUniClient::applyLoadedMidiMap(const std::vector<std::pair<int32_t, int32_t>>&) {}
+
+std::vector<std::pair<int32_t, int32_t>> AFUniClient::midiMapForState() const {
+    return {};
 }

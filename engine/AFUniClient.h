@@ -7,11 +7,15 @@
 #include "engine/AFGlobalOptions.h"
 #include "engine/KnobEngine.h"
 #include "host/AFPluginBase.h"
+#include "state/AFChunk.h"
+#include "state/AFPresetBank.h"
 
 #include <array>
 #include <atomic>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 class AFEffect;
 
@@ -59,8 +63,43 @@ public:
     void setBlockSize(int32_t size) override;
     intptr_t vendorSpecific(int32_t index, intptr_t value, void* ptr, float opt) override;
 
-    // Holds the audio thread off: sets the blocked flag and waits for a running block to end. Any thread but
-    // the audio thread.
+    // Programs are the global presets of the bank. Host thread.
+    void setProgram(int32_t program) override;
+    void getProgramName(char* name) override;
+    bool getProgramNameIndexed(int32_t category, int32_t index, char* text) override;
+
+    // The one state writer and reader. Slot 0..7 is that slot's effect preset, -1 the global preset (all eight
+    // slots and the global section), which is also the host state. Any thread but the audio thread; the
+    // reader holds the audio off while it changes the slots.
+    void writeState(AFChunk& chunk, int slot);
+    bool readState(AFChunk& chunk, int slot, bool silent);
+    // Dictator presets: the eight rows and the name. Any thread but the audio thread.
+    void writeDictator(AFChunk& chunk);
+    bool readDictator(AFChunk& chunk, bool silent);
+    // Files. GUI or host thread. Failures report the system's messages; loads unless `silent`.
+    bool loadPreset(const std::string& path, int slot, bool silent);
+    bool savePreset(const std::string& path, int slot);
+    bool loadDictatorPreset(const std::string& path, bool silent);
+    bool saveDictatorPreset(const std::string& path);
+    // GUI thread: rescans the global preset folder; the program count follows the bank.
+    void rescanPresetBank(const std::string& folder);
+    const AFPresetBank& getPresetBank() const noexcept { return presetBank; }
+
+    // The CC bindings a state carries, as (CC, parameter index) pairs: handed over when a load may replace
+    // the map, and asked for when a state is written. Any thread but the audio thread.
+    void applyLoadedMidiMap(const std::vector<std::pair<int32_t, int32_t>>& bindings);
+    std::vector<std::pair<int32_t, int32_t>> midiMapForState() const;
+
+    // While on, a load keeps each slot's Dry Wet. Any thread.
+    void setDryWetLock(bool on) noexcept { dryWetLock.store(on); }
+    bool isDryWetLock() const noexcept { return dryWetLock.load(); }
+    const std::string& getGlobalPresetName() const noexcept { return globalPresetName; }
+    const std::string& getDictatorPresetName() const noexcept { return dictatorPresetName; }
+    int getSelectedContentIndex() const noexcept { return selectedContentIndex; }
+    void setSelectedContentIndex(int index) noexcept { selectedContentIndex = index; }
+
+    // Holds the audio thread off: sets the blocked flag and waits for a running block to end. Nested holds
+    // release the audio only at the outermost unlock. Any thread but the audio thread.
     void lockAudioThread();
     void unlockAudioThread();
 
@@ -98,6 +137,8 @@ public:
     void removeFromOrder(int slot) noexcept;
 
 private:
+    friend class AFStateIO;
+
     void nameParameters();
     void applyDictator(float value);
     void randomiseDictatorRow(int row);
@@ -139,6 +180,14 @@ private:
     double position = 0.0;
     std::atomic<bool> inProcess{false};
     std::atomic<bool> blocked{false};
+    std::atomic<int> lockDepth{0};
+    std::atomic<bool> dryWetLock{false};
+    std::string dictatorPresetName;
+    int selectedContentIndex = 0;
+    AFPresetBank presetBank;
+    // The host state: rewritten at every get chunk and after every set chunk, and kept alive for the host.
+    AFChunk hostChunk;
+    std::vector<uint8_t> hostImage;
     std::atomic<bool> randomizeRequest{false};
     std::atomic<bool> programChangeRequest{false};
     bool ownHost = false;

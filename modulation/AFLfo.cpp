@@ -3,6 +3,7 @@
 #include "effects/framework/AFBpmListenerList.h"
 #include "effects/framework/AFSystemInfo.h"
 #include "effects/framework/TimeValueTables.h"
+#include "state/AFChunk.h"
 
 #include <cmath>
 #include <cstdio>
@@ -316,4 +317,30 @@ float AFLfo::getStep(int index) const noexcept {
 
 const char* AFLfo::waveformName(int index) noexcept {
     return index >= 0 && index < kWaveformCount ? kWaveformNames[index] : "";
+}
+
+bool AFLfo::read(AFChunk& chunk, bool silent) {
+    setParameterMode(0, chunk.readInt());
+    setTriggerMode(chunk.readInt());
+    setQuantizeSteps(chunk.readInt());
+    const int32_t wave = chunk.readInt();
+    setWaveform(wave < 0 ? 0 : (wave >= kWaveformCount ? kWaveformCount - 1 : wave));
+    if (recordVersion >= kRateDivideVersion) setRateDivide(chunk.readFloat());
+    if (recordVersion >= kStepsVersion) {
+        for (int i = 0; i < kStepCount; ++i)
+            setStep(i, chunk.readFloat());
+    } else if (recordVersion >= kGlideTableVersion) {
+        return glideTable.read(chunk, silent);
+    }
+    return true;
+}
+
+void AFLfo::write(AFChunk& chunk) {
+    chunk.writeInt(getParameterMode(0));
+    chunk.writeInt(getTriggerMode());
+    chunk.writeInt(getQuantizeSteps());
+    chunk.writeInt(getWaveform());
+    chunk.writeFloat(getRateDivide());
+    for (int i = 0; i < kStepCount; ++i)
+        chunk.writeFloat(getStep(i));
 }
