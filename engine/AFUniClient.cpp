@@ -2,7 +2,9 @@
 
 #include "effects/framework/AFEffect.h"
 #include "effects/framework/TimeValueTables.h"
+#include "effects/framework/EffectFactory.h"
 #include "engine/AFCommandParameter.h"
+#include "engine/AFCommandRememberChunk.h"
 #include "engine/AFDenormalGuard.h"
 #include "engine/AFRandom.h"
 
@@ -271,6 +273,8 @@ void AFUniClient::setParameter(int32_t index, float value) {
 }
 
 bool AFUniClient::beginEdit(int32_t index) {
+    // A gesture on another parameter that never ended must not lend its first value to this one.
+    if (index != gestureIndex) gestureOld = -1.0f;
     gestureIndex = index;
     return index >= 0 && index < kHostParameters && AFPluginBase::beginEdit(index);
 }
@@ -293,6 +297,13 @@ bool AFUniClient::undo() {
 
 bool AFUniClient::redo() {
     return history.redo(*this);
+}
+
+void AFUniClient::changeSlotEffect(int slot, int typeId) {
+    if (slot < 0 || slot >= kSlots || !EffectFactory::hasClass(typeId)) return;
+    if (slots[static_cast<std::size_t>(slot)]->getEffectType() == typeId) return;
+    history.add(std::make_unique<AFCommandRememberChunk>(*this, slot));
+    setSlotEffect(slot, typeId);
 }
 
 int AFUniClient::getEditorState(int id) const noexcept {

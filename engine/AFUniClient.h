@@ -108,6 +108,9 @@ public:
     bool canUndo() const noexcept { return history.canUndo(); }
     bool canRedo() const noexcept { return history.canRedo(); }
     AFCommandHistory& getHistory() noexcept { return history; }
+    // Editor thread: the effect swap of the effect menu, as one undo step. Choosing the effect the slot
+    // already has, or an id without a class, changes nothing and leaves no step.
+    void changeSlotEffect(int slot, int typeId);
     // Editor thread: the parameter of the gesture under way, or -1.
     int32_t getGestureIndex() const noexcept { return gestureIndex; }
 

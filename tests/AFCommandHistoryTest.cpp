@@ -232,6 +232,19 @@ TEST_F(CommandHistory, AGestureOnTheSameIndexAgainStartsAfresh) {
     EXPECT_FLOAT_EQ(client->getParameter(p), 0.25f);
 }
 
+TEST_F(CommandHistory, AGestureThatNeverEndedLendsNothingToTheNext) {
+    const int a = slotIndex(1, 1), b = slotIndex(1, 2);
+    client->beginEdit(a);
+    client->setParameterAutomated(a, 0.1f);
+    client->beginEdit(b);
+    client->setParameterAutomated(b, 0.5f);
+    client->setParameterAutomated(b, 0.7f);
+    client->endEdit(b);
+    ASSERT_EQ(client->getHistory().size(), 1);
+    EXPECT_EQ(parameterCommand(0)->getIndex(), b);
+    EXPECT_FLOAT_EQ(parameterCommand(0)->getOldValue(), 0.5f);
+}
+
 TEST_F(CommandHistory, InternalIndicesAreUndoneButTheHostNeverHearsOfThem) {
     const int amount = AFUniClient::kAmountStart + 15 * 3 + 7; // slot 3, amount 7
     drag(amount, {0.0f, 0.3f, 0.65f});
@@ -418,6 +431,24 @@ TEST_F(CommandHistory, RedoAfterUndoOfAnEffectChangeRestoresTheEffectAndItsParam
     client->redo();
     EXPECT_EQ(slotImage(*client, slot), imageAfter);
     EXPECT_EQ(slotImage(*client, 4), otherSlot);
+}
+
+TEST_F(CommandHistory, TheEffectMenuSwapIsOneStepAndOnlyWhenTheEffectChanges) {
+    const auto types = typesWithClass();
+    const int start = client->getSlot(7).getEffectType();
+    client->changeSlotEffect(7, start);
+    client->changeSlotEffect(7, 0); // no class
+    client->changeSlotEffect(8, types[0]);
+    client->changeSlotEffect(-1, types[0]);
+    EXPECT_EQ(client->getHistory().size(), 0);
+    const int other = types[0] != start ? types[0] : types[1];
+    client->changeSlotEffect(7, other);
+    EXPECT_EQ(client->getSlot(7).getEffectType(), other);
+    ASSERT_EQ(client->getHistory().size(), 1);
+    client->undo();
+    EXPECT_EQ(client->getSlot(7).getEffectType(), start);
+    client->redo();
+    EXPECT_EQ(client->getSlot(7).getEffectType(), other);
 }
 
 TEST_F(CommandHistory, WholeStateSnapshotsAndParameterGesturesInterleave) {
