@@ -2,6 +2,9 @@
 
 #include "effects/framework/AFEffect.h"
 #include "effects/framework/TimeValueTables.h"
+#include "effects/framework/EffectFactory.h"
+#include "engine/AFCommandParameter.h"
+#include "engine/AFCommandRememberChunk.h"
 #include "engine/AFDenormalGuard.h"
 #include "engine/AFRandom.h"
 #include "state/AFStateIO.h"
@@ -210,6 +213,11 @@ bool AFUniClient::getParameterProperties(int32_t index, AFParameterProperties* p
 }
 
 void AFUniClient::setParameterAutomated(int32_t index, float value) {
+    // The first value of a gesture counts as its old value.
+    if (index >= 0 && index == gestureIndex) {
+        if (gestureOld == -1.0f) gestureOld = value;
+        gestureNew = value;
+    }
     if (index < kHostParameters)
         AFPluginBase::setParameterAutomated(index, value);
     else
@@ -274,6 +282,48 @@ void AFUniClient::setParameter(int32_t index, float value) {
         return;
     }
     if (index == kRandomize && old < 0.5f && value >= 0.5f) randomizeRequest.store(true);
+}
+
+bool AFUniClient::beginEdit(int32_t index) {
+    // A gesture on another parameter that never ended must not lend its first value to this one.
+    if (index != gestureIndex) gestureOld = -1.0f;
+    gestureIndex = index;
+    return index >= 0 && index < kHostParameters && AFPluginBase::beginEdit(index);
+}
+
+bool AFUniClient::endEdit(int32_t index) {
+    const auto inRange = [](float v) { return v >= 0.0f && v <= 1.0f; };
+    const bool moved = gestureOld != gestureNew && inRange(gestureOld) && inRange(gestureNew);
+    if (index >= 0 && index == gestureIndex && moved)
+        history.add(std::make_unique<AFCommandParameter>(index, gestureOld, gestureNew));
+    gestureIndex = -1;
+    gestureOld = -1.0f;
+    return index >= 0 && index < kHostParameters && AFPluginBase::endEdit(index);
+}
+
+// ---- History ----------------------------------------------------------------------------------------------
+
+bool AFUniClient::undo() {
+    return history.undo(*this);
+}
+
+bool AFUniClient::redo() {
+    return history.redo(*this);
+}
+
+void AFUniClient::changeSlotEffect(int slot, int typeId) {
+    if (slot < 0 || slot >= kSlots || !EffectFactory::hasClass(typeId)) return;
+    if (slots[static_cast<std::size_t>(slot)]->getEffectType() == typeId) return;
+    history.add(std::make_unique<AFCommandRememberChunk>(*this, slot));
+    setSlotEffect(slot, typeId);
+}
+
+int AFUniClient::getEditorState(int id) const noexcept {
+    return id >= 0 && id < kEditorStateCount ? editorState[static_cast<std::size_t>(id)] : 0;
+}
+
+void AFUniClient::setEditorState(int id, int value) noexcept {
+    if (id >= 0 && id < kEditorStateCount) editorState[static_cast<std::size_t>(id)] = value;
 }
 
 // ---- Dictator ---------------------------------------------------------------------------------------------

@@ -2,6 +2,8 @@
 
 #include "effects/framework/AFBpmListenerList.h"
 #include "effects/framework/AFSystemInfo.h"
+#include "engine/AFCommandHistory.h"
+#include "engine/AFCommandPrepare.h"
 #include "engine/AFDictator.h"
 #include "engine/AFEventQueue.h"
 #include "engine/AFGlobalOptions.h"
@@ -17,11 +19,12 @@
 #include <utility>
 #include <vector>
 
+class AFChunk;
 class AFEffect;
 
 // The whole effect as the host sees it: eight slots in series, the host parameter table, the block loop with
 // its transport tracking, the incoming MIDI queue and the master Dry/Wet.
-class AFUniClient : public AFPluginBase {
+class AFUniClient : public AFPluginBase, public AFCommandPrepare {
 public:
     static constexpr int kSlots = 8;
     static constexpr int kHostParameters = 252;
@@ -35,6 +38,7 @@ public:
     static constexpr int kTriggerAllRows = 2000000;
     static constexpr int kSubBlock = 64;
     static constexpr int kMidiOutCapacity = 256;
+    static constexpr int kEditorStateCount = 16;
 
     // Host thread. Builds the whole state; the first audio block finds it complete.
     AFUniClient(AFHostCallback callback, void* hostUser);
@@ -48,6 +52,10 @@ public:
     void setParameter(int32_t index, float value) override;
     float getParameter(int32_t index) override;
     void setParameterAutomated(int32_t index, float value) override;
+    // Editor thread: the gesture around a parameter change. A gesture that moved the value becomes one undo
+    // step; the host hears of it for host parameters only.
+    bool beginEdit(int32_t index) override;
+    bool endEdit(int32_t index) override;
     // Host or GUI thread.
     void getParameterName(int32_t index, char* text) override;
     void getParameterLabel(int32_t index, char* text) override;
@@ -133,6 +141,30 @@ public:
     void setBatch(bool on) noexcept { batch.store(on); }
     bool isBatch() const noexcept { return batch.load(); }
 
+    // Editor thread: the command history. Undo and redo return whether the slot strip must be rebuilt.
+    bool undo();
+    bool redo();
+    bool canUndo() const noexcept { return history.canUndo(); }
+    bool canRedo() const noexcept { return history.canRedo(); }
+    AFCommandHistory& getHistory() noexcept { return history; }
+    // Editor thread: the effect swap of the effect menu, as one undo step. Choosing the effect the slot
+    // already has, or an id without a class, changes nothing and leaves no step.
+    void changeSlotEffect(int slot, int typeId);
+    // Editor thread: the parameter of the gesture under way, or -1.
+    int32_t getGestureIndex() const noexcept { return gestureIndex; }
+
+    // Editor thread: what the editor shows (selected slot, open page...), kept here so that it survives the
+    // editor and can be undone. Ids outside the table read 0 and are not stored.
+    int getEditorState(int id) const noexcept;
+    void setEditorState(int id, int value) noexcept;
+
+    // The state writer and reader: slot 0..7 is one slot (an effect preset image), -1 everything (a global
+    // preset image). Not the audio thread; reading holds the audio off.
+    void writeState(AFChunk& chunk, int slot);
+    bool readState(AFChunk& chunk, int slot, bool silent);
+    void writeDictator(AFChunk& chunk);
+    bool readDictator(AFChunk& chunk, bool silent);
+
     // Audio thread, from a slot that ended: takes it out of the processing order.
     void removeFromOrder(int slot) noexcept;
 
@@ -175,6 +207,12 @@ private:
     std::atomic<bool> batch{false};
     std::array<float, kSlots + 1> dictatorTriggers{};
     float masterMix = 1.0f;
+    // The parameter gesture, editor thread only: index -1 when none, old -1 until the first value arrives.
+    int32_t gestureIndex = -1;
+    float gestureOld = -1.0f;
+    float gestureNew = 0.0f;
+    AFCommandHistory history{this};
+    std::array<int, kEditorStateCount> editorState{};
     // The engine's own count of the position in quarters. Kept in double so that long sessions still land on
     // the grid to the sample; the float copy in the timing record is what effects read.
     double position = 0.0;

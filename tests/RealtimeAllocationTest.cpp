@@ -1,6 +1,7 @@
 #include "TestHost.h"
 
 #include "effects/framework/EffectFactory.h"
+#include "engine/AFCommandRememberChunk.h"
 #include "modulation/AFLfo.h"
 
 #include <gtest/gtest.h>
@@ -154,4 +155,43 @@ TEST(RealtimeSafety, TenThousandBlocksAllocateNothing) {
         counting.store(false);
         ASSERT_EQ(allocations.load(), 0) << "round " << round;
     }
+}
+
+// The history lives on the editor thread: the audio path allocates nothing because of it, neither while a
+// gesture is noted nor after undo and redo swapped effects and reloaded slots between the blocks.
+TEST(RealtimeSafety, HistoryLeavesTheAudioPathAllocationFree) {
+    constexpr int kBlock = 256;
+    TestHost host(48000.0f, kBlock);
+    auto& client = host.client();
+    client.getOptions().syncedHostStop.store(true);
+    std::vector<float> left(kBlock, 0.25f), right(kBlock, -0.25f);
+    int runningBlocks = 0;
+
+    for (int round = 0; round < 20; ++round) {
+        // Editor thread, between blocks: an effect change with its snapshot, then undo or redo of it.
+        client.getHistory().add(std::make_unique<AFCommandRememberChunk>(client, round % 8));
+        client.setSlotEffect(round % 8, round % 2 == 0 ? 1 : 4);
+        if (round % 3 == 0) client.undo();
+        if (round % 3 == 1) client.redo();
+
+        counting.store(true);
+        // A gesture only notes values; its command is made at endEdit, outside the counted region.
+        client.beginEdit(12 + round);
+        for (int block = 0; block < 50; ++block) {
+            client.setParameterAutomated(12 + round, static_cast<float>(block) / 50.0f);
+            if (block % 10 == 0) {
+                host.playing = !host.playing; // a stop drives setParameter on the audio thread
+                if (host.playing)
+                    for (int s = 0; s < 8; ++s)
+                        client.setParameter(s, 0.5f);
+            }
+            host.processBlock(left.data(), right.data(), kBlock);
+            for (int s = 0; s < 8; ++s)
+                runningBlocks += client.getSlot(s).isRunning() ? 1 : 0;
+        }
+        counting.store(false);
+        client.endEdit(12 + round);
+        ASSERT_EQ(allocations.load(), 0) << "round " << round;
+    }
+    EXPECT_GT(runningBlocks, 1000);
 }

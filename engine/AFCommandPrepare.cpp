@@ -1,0 +1,5 @@
+#include "engine/AFCommandPrepare.h"
+
+AFCommandPrepare::~AFCommandPrepare() = default;
+
+void AFCommandPrepare::prepare(AFCommandBase&) {}
