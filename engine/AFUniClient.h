@@ -158,13 +158,6 @@ public:
     int getEditorState(int id) const noexcept;
     void setEditorState(int id, int value) noexcept;
 
-    // The state writer and reader: slot 0..7 is one slot (an effect preset image), -1 everything (a global
-    // preset image). Not the audio thread; reading holds the audio off.
-    void writeState(AFChunk& chunk, int slot);
-    bool readState(AFChunk& chunk, int slot, bool silent);
-    void writeDictator(AFChunk& chunk);
-    bool readDictator(AFChunk& chunk, bool silent);
-
     // Audio thread, from a slot that ended: takes it out of the processing order.
     void removeFromOrder(int slot) noexcept;
 

@@ -185,9 +185,11 @@ void expectSlot(AFUniClient& c, int slot, const SlotSpec& s, int32_t version = 4
         EXPECT_EQ(lfo.getTriggerMode(), kTriggers[l]);
         EXPECT_EQ(lfo.getQuantizeSteps(), kQuantize[l]);
         EXPECT_EQ(lfo.getWaveform(), kWaves[l]);
-        if (version >= 4304)
-            for (int k = 0; k < 16; ++k)
+        if (version >= 4304) {
+            for (int k = 0; k < 16; ++k) {
                 EXPECT_FLOAT_EQ(lfo.getStep(k), stepValue(l, k));
+            }
+        }
     }
     if (version >= 4306) {
         EXPECT_FLOAT_EQ(e.getLfo(0)->getRateDivide(), kDivides[0]);
@@ -440,10 +442,12 @@ TEST(AFStateIOTest, OlderSlotRecordsReadTheirOwnFields) {
         EXPECT_FALSE(chunk.isOverrun());
         EXPECT_EQ(chunk.getPosition(), static_cast<int32_t>(chunk.getSizeInWords())) << version;
         expectSlot(c, 1, SlotSpec{}, version, 0.25f);
-        if (version < 4304) // the steps stay as they were: a new LFO's lone 0.5 at step 2
+        if (version < 4304) { // the steps stay as they were: a new LFO's lone 0.5 at step 2
             EXPECT_EQ(c.getSlot(1).getLfo(0)->getStep(2), 0.5f);
-        if (version == 4302 || version == 4303)
+        }
+        if (version == 4302 || version == 4303) {
             EXPECT_EQ(c.getSlot(1).getLfo(0)->getGlideTable().getGlide(0, 1), 1);
+        }
     }
 }
 
