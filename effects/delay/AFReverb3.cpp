@@ -11,6 +11,7 @@
 
 namespace {
 
+constexpr int kChunk = 64;
 constexpr double kHighPassDamp = 1.0 - 0.11;
 constexpr double kHighPassFrequency = 0.1;
 
@@ -178,101 +179,83 @@ void transpose(Lanes& a, Lanes& b, Lanes& c, Lanes& d) noexcept {
 
 } // namespace
 
-// The eight combs of each channel run as two groups of four lanes, four samples at a time, both channels in
-// one loop so that their four recursions overlap; the block is cut wherever a comb's ring wraps, so no inner
-// loop tests an index.
-void AFReverb3::runCombs(std::array<std::array<Comb, kCombs>, 2>& banks, const float* input,
-                         float (*out)[kChunk], int count, float fb, float c1, float c2) noexcept {
+// The eight combs of a channel run as two groups of four lanes, four samples at a time; the block is cut
+// wherever a comb's ring wraps, so no inner loop tests an index.
+void AFReverb3::runCombs(std::array<Comb, kCombs>& bank, const float* input, float* out, int count, float fb,
+                         float c1, float c2) noexcept {
     const Lanes c1Lanes = {c1, c1, c1, c1};
     const Lanes c2Lanes = {c2, c2, c2, c2};
     const Lanes fbLanes = {fb, fb, fb, fb};
     for (int n = 0; n < count;) {
         int run = count - n;
-        for (auto& bank : banks) {
-            for (Comb& comb : bank) {
-                if (comb.index == comb.length - 1) comb.index = -1;
-                run = std::min(run, comb.length - 1 - comb.index);
-            }
+        for (Comb& comb : bank) {
+            if (comb.index == comb.length - 1) comb.index = -1;
+            run = std::min(run, comb.length - 1 - comb.index);
         }
-        float* ring[2][kCombs];
-        Lanes storeLo[2];
-        Lanes storeHi[2];
-        for (int ch = 0; ch < 2; ++ch) {
-            const auto& bank = banks[static_cast<std::size_t>(ch)];
-            for (int k = 0; k < kCombs; ++k)
-                ring[ch][k] = bank[k].buffer + bank[k].index + 1;
-            storeLo[ch] = Lanes{bank[0].store, bank[1].store, bank[2].store, bank[3].store};
-            storeHi[ch] = Lanes{bank[4].store, bank[5].store, bank[6].store, bank[7].store};
-        }
+        float* ring[kCombs];
+        for (int k = 0; k < kCombs; ++k)
+            ring[k] = bank[k].buffer + bank[k].index + 1;
+        Lanes storeLo = {bank[0].store, bank[1].store, bank[2].store, bank[3].store};
+        Lanes storeHi = {bank[4].store, bank[5].store, bank[6].store, bank[7].store};
         int j = 0;
         for (; j + 4 <= run; j += 4) {
-            for (int ch = 0; ch < 2; ++ch) {
-                float* const* rings = ring[ch];
-                Lanes lo[4];
-                Lanes hi[4];
-                for (int k = 0; k < 4; ++k) {
-                    lo[k] = loadLanes(rings[k] + j);
-                    hi[k] = loadLanes(rings[k + 4] + j);
-                }
-                Lanes sum = Lanes{} + lo[0];
-                sum += lo[1];
-                sum += lo[2];
-                sum += lo[3];
-                sum += hi[0];
-                sum += hi[1];
-                sum += hi[2];
-                sum += hi[3];
-                storeLanes(out[ch] + n + j, sum);
-                transpose(lo[0], lo[1], lo[2], lo[3]);
-                transpose(hi[0], hi[1], hi[2], hi[3]);
-                Lanes sLo = storeLo[ch];
-                Lanes sHi = storeHi[ch];
-                for (int m = 0; m < 4; ++m) {
-                    const float x = input[n + j + m];
-                    sLo = lo[m] * c1Lanes + sLo * c2Lanes;
-                    lo[m] = sLo * fbLanes + x;
-                    sHi = hi[m] * c1Lanes + sHi * c2Lanes;
-                    hi[m] = sHi * fbLanes + x;
-                }
-                storeLo[ch] = sLo;
-                storeHi[ch] = sHi;
-                transpose(lo[0], lo[1], lo[2], lo[3]);
-                transpose(hi[0], hi[1], hi[2], hi[3]);
-                for (int k = 0; k < 4; ++k) {
-                    storeLanes(rings[k] + j, lo[k]);
-                    storeLanes(rings[k + 4] + j, hi[k]);
-                }
+            Lanes lo[4];
+            Lanes hi[4];
+            for (int k = 0; k < 4; ++k) {
+                lo[k] = loadLanes(ring[k] + j);
+                hi[k] = loadLanes(ring[k + 4] + j);
+            }
+            Lanes sum = Lanes{} + lo[0];
+            sum += lo[1];
+            sum += lo[2];
+            sum += lo[3];
+            sum += hi[0];
+            sum += hi[1];
+            sum += hi[2];
+            sum += hi[3];
+            storeLanes(out + n + j, sum);
+            transpose(lo[0], lo[1], lo[2], lo[3]);
+            transpose(hi[0], hi[1], hi[2], hi[3]);
+            for (int m = 0; m < 4; ++m) {
+                const float x = input[n + j + m];
+                storeLo = lo[m] * c1Lanes + storeLo * c2Lanes;
+                lo[m] = storeLo * fbLanes + x;
+                storeHi = hi[m] * c1Lanes + storeHi * c2Lanes;
+                hi[m] = storeHi * fbLanes + x;
+            }
+            transpose(lo[0], lo[1], lo[2], lo[3]);
+            transpose(hi[0], hi[1], hi[2], hi[3]);
+            for (int k = 0; k < 4; ++k) {
+                storeLanes(ring[k] + j, lo[k]);
+                storeLanes(ring[k + 4] + j, hi[k]);
             }
         }
-        for (int ch = 0; ch < 2; ++ch) {
-            auto& bank = banks[static_cast<std::size_t>(ch)];
-            float store[kCombs];
-            for (int k = 0; k < 4; ++k) {
-                store[k] = storeLo[ch][k];
-                store[k + 4] = storeHi[ch][k];
-            }
-            for (int i = j; i < run; ++i) {
-                const float x = input[n + i];
-                float sum = 0.0f;
-                for (int k = 0; k < kCombs; ++k) {
-                    const float o = ring[ch][k][i];
-                    store[k] = o * c1 + store[k] * c2;
-                    ring[ch][k][i] = store[k] * fb + x;
-                    sum += o;
-                }
-                out[ch][n + i] = sum;
-            }
+        float store[kCombs];
+        for (int k = 0; k < 4; ++k) {
+            store[k] = storeLo[k];
+            store[k + 4] = storeHi[k];
+        }
+        for (; j < run; ++j) {
+            const float x = input[n + j];
+            float sum = 0.0f;
             for (int k = 0; k < kCombs; ++k) {
-                bank[k].index += run;
-                bank[k].store = store[k];
+                const float o = ring[k][j];
+                store[k] = o * c1 + store[k] * c2;
+                ring[k][j] = store[k] * fb + x;
+                sum += o;
             }
+            out[n + j] = sum;
+        }
+        for (int k = 0; k < kCombs; ++k) {
+            bank[k].index += run;
+            bank[k].store = store[k];
         }
         n += run;
     }
 }
 
 // An allpass is longer than a block, so no sample of a block reads what the same block wrote: between wraps
-// the four stages run in one loop with no recursion, which vectorises.
+// the four stages run in one loop with no recursion, four samples at a time.
 void AFReverb3::runAllpasses(std::array<Allpass, kAllpasses>& bank, float* out, int count) noexcept {
     for (int n = 0; n < count;) {
         int run = count - n;
@@ -280,25 +263,29 @@ void AFReverb3::runAllpasses(std::array<Allpass, kAllpasses>& bank, float* out, 
             if (allpass.index == allpass.length - 1) allpass.index = -1;
             run = std::min(run, allpass.length - 1 - allpass.index);
         }
-        float* __restrict ring0 = bank[0].buffer + bank[0].index + 1;
-        float* __restrict ring1 = bank[1].buffer + bank[1].index + 1;
-        float* __restrict ring2 = bank[2].buffer + bank[2].index + 1;
-        float* __restrict ring3 = bank[3].buffer + bank[3].index + 1;
-        float* __restrict s = out + n;
-        for (int j = 0; j < run; ++j) {
+        float* ring[kAllpasses];
+        for (int k = 0; k < kAllpasses; ++k)
+            ring[k] = bank[k].buffer + bank[k].index + 1;
+        float* s = out + n;
+        const Lanes half = {0.5f, 0.5f, 0.5f, 0.5f};
+        int j = 0;
+        for (; j + 4 <= run; j += 4) {
+            Lanes v = loadLanes(s + j);
+            for (float* r : ring) {
+                const Lanes o = loadLanes(r + j);
+                storeLanes(r + j, o * half + v);
+                v = o - v;
+            }
+            storeLanes(s + j, v);
+        }
+        for (; j < run; ++j) {
             float v = s[j];
-            const float o0 = ring0[j];
-            ring0[j] = o0 * 0.5f + v;
-            v = o0 - v;
-            const float o1 = ring1[j];
-            ring1[j] = o1 * 0.5f + v;
-            v = o1 - v;
-            const float o2 = ring2[j];
-            ring2[j] = o2 * 0.5f + v;
-            v = o2 - v;
-            const float o3 = ring3[j];
-            ring3[j] = o3 * 0.5f + v;
-            s[j] = o3 - v;
+            for (float* r : ring) {
+                const float o = r[j];
+                r[j] = o * 0.5f + v;
+                v = o - v;
+            }
+            s[j] = v;
         }
         for (Allpass& allpass : bank)
             allpass.index += run;
@@ -319,9 +306,10 @@ void AFReverb3::processChunk(float* left, float* right, int count) noexcept {
         input[n] = (left[n] + right[n]) * gain + 1e-10f;
 
     float wetOut[2][kChunk];
-    runCombs(combs, input, wetOut, count, fb, c1, c2);
-    for (int ch = 0; ch < 2; ++ch)
+    for (int ch = 0; ch < 2; ++ch) {
+        runCombs(combs[ch], input, wetOut[ch], count, fb, c1, c2);
         runAllpasses(allpasses[ch], wetOut[ch], count);
+    }
 
     // Width, mix and both output high-passes in one pass, left and right in the two lanes of a pair. A
     // resting width ramp keeps its mix gains for the whole chunk.

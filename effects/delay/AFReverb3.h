@@ -64,10 +64,8 @@ private:
     void blockUpdate() noexcept;
     void updateWidthDelta() noexcept;
     void processChunk(float* left, float* right, int count) noexcept;
-    static constexpr int kChunk = 64;
-
-    static void runCombs(std::array<std::array<Comb, kCombs>, 2>& banks, const float* input,
-                         float (*out)[kChunk], int count, float fb, float c1, float c2) noexcept;
+    static void runCombs(std::array<Comb, kCombs>& bank, const float* input, float* out, int count, float fb,
+                         float c1, float c2) noexcept;
     static void runAllpasses(std::array<Allpass, kAllpasses>& bank, float* out, int count) noexcept;
 
     std::vector<float> storage;
