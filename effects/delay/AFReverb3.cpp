@@ -216,18 +216,20 @@ void AFReverb3::runCombs(std::array<Comb, kCombs>& bank, const float* input, flo
             storeLanes(out + n + j, sum);
             transpose(lo[0], lo[1], lo[2], lo[3]);
             transpose(hi[0], hi[1], hi[2], hi[3]);
+            // The damping recursion runs across the combs; the feedback and the input are added back in
+            // per-comb runs, where the four input samples are one load.
             for (int m = 0; m < 4; ++m) {
-                const float x = input[n + j + m];
                 storeLo = lo[m] * c1Lanes + storeLo * c2Lanes;
-                lo[m] = storeLo * fbLanes + x;
+                lo[m] = storeLo;
                 storeHi = hi[m] * c1Lanes + storeHi * c2Lanes;
-                hi[m] = storeHi * fbLanes + x;
+                hi[m] = storeHi;
             }
             transpose(lo[0], lo[1], lo[2], lo[3]);
             transpose(hi[0], hi[1], hi[2], hi[3]);
+            const Lanes x = loadLanes(input + n + j);
             for (int k = 0; k < 4; ++k) {
-                storeLanes(ring[k] + j, lo[k]);
-                storeLanes(ring[k + 4] + j, hi[k]);
+                storeLanes(ring[k] + j, lo[k] * fbLanes + x);
+                storeLanes(ring[k + 4] + j, hi[k] * fbLanes + x);
             }
         }
         float store[kCombs];
