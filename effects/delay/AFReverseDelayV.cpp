@@ -159,16 +159,17 @@ inline float AFReverseDelayV::processSide(Side& side, float input, double feedba
 }
 
 void AFReverseDelayV::process(float* left, float* right, int count) noexcept {
-    // Local copies, so that the stores into the rings cannot be taken to touch the running state. "Fade"
-    // changes only at ticks, between calls.
+    // Local copies, so that the stores into the rings cannot be taken to touch the running state or the ramp.
+    // "Fade" changes only at ticks, between calls.
     Side l = sides[0];
     Side r = sides[1];
+    ParamRamp ramp = feedbackRamp;
     uint32_t position = writePosition;
     bool first = firstPass;
     const uint32_t size = capacity;
     const float fade = unitClamp(parameterValues[3]);
     for (int n = 0; n < count; ++n) {
-        const double feedback = feedbackRamp.advance();
+        const double feedback = ramp.advance();
         if (--l.remaining < 0) startStretch(l, lengthLeft, position, first, fade);
         left[n] = processSide(l, left[n], feedback, position, size);
         if (--r.remaining < 0) startStretch(r, lengthRight, position, first, fade);
@@ -180,6 +181,7 @@ void AFReverseDelayV::process(float* left, float* right, int count) noexcept {
     }
     sides[0] = l;
     sides[1] = r;
+    feedbackRamp = ramp;
     writePosition = position;
     firstPass = first;
 }
