@@ -1,5 +1,6 @@
 #include "effects/filter/AFRinger.h"
 
+#include "effects/filter/LaneFilter.h"
 #include "effects/filter/WaveTables.h"
 #include "effects/framework/AFSystemInfo.h"
 
@@ -148,11 +149,8 @@ void AFRinger::reset() {
     filter.f = cutoff.getCurrent();
 }
 
-void AFRinger::updateMorph() noexcept {
-    blending = shapeIndex != lastShapeIndex || shapeFraction != lastShapeFraction;
-    lastShapeIndex = shapeIndex;
-    lastShapeFraction = shapeFraction;
-    if (blending || (shapeIndex == morphIndex && shapeFraction == morphFraction)) return;
+LANE_WIDE_CLONES void AFRinger::updateMorph() noexcept {
+    if (shapeIndex == morphIndex && shapeFraction == morphFraction) return;
     morphIndex = shapeIndex;
     morphFraction = shapeFraction;
     const auto lower = static_cast<std::size_t>(shapeIndex);
@@ -186,37 +184,13 @@ void AFRinger::controlTick() noexcept {
 }
 
 void AFRinger::process(float* left, float* right, int count) noexcept {
-    for (int done = 0; done < count; done += kMaxBlock) {
-        const int piece = std::min(count - done, kMaxBlock);
-        if (blending)
-            render<true>(left + done, right + done, piece);
-        else
-            render<false>(left + done, right + done, piece);
-    }
+    for (int done = 0; done < count; done += kMaxBlock)
+        processPiece(left + done, right + done, std::min(count - done, kMaxBlock));
 }
 
-template <bool kBlending>
-void AFRinger::render(float* left, float* right, int count) noexcept {
+void AFRinger::processPiece(float* left, float* right, int count) noexcept {
     const float* wave = morphWave.data();
     const float* delta = morphDelta.data();
-    const auto lower = static_cast<std::size_t>(lastShapeIndex & 3);
-    const float* waveA = shapes[lower];
-    const float* deltaA = shapeDeltas[lower];
-    const float* waveB = shapes[lower + 1];
-    const float* deltaB = shapeDeltas[lower + 1];
-    const float mf = lastShapeFraction;
-    // The same sums as the morph table holds, taken at the read.
-    auto partial = [&](float phase) noexcept {
-        if constexpr (kBlending) {
-            const float p = phase * 1023.5f;
-            const int i = static_cast<int>(p);
-            const float w = waveA[i] + (waveB[i] - waveA[i]) * mf;
-            const float d = deltaA[i] + (deltaB[i] - deltaA[i]) * mf;
-            return w + (p - static_cast<float>(i)) * d;
-        } else {
-            return readShape(wave, delta, phase);
-        }
-    };
     const double rate = inverseRate;
 
     // Two passes, each light enough to keep its state in registers: the carrier first, then both channels.
@@ -225,10 +199,7 @@ void AFRinger::render(float* left, float* right, int count) noexcept {
     ParamRamp freq = frequency;
     ParamRamp level = partialLevel;
     ParamRamp corner = cutoff;
-    const double damp = filter.damp;
-    double cf = filter.f;
-    double band = filter.band;
-    double low = filter.low;
+    StateVariableHP carrier = filter;
     float ph1 = phase1, ph2 = phase2, ph3 = phase3;
     for (int n = 0; n < count; ++n) {
         const double f = std::min(std::max(0.0, freq.advance()), kMaxFrequency);
@@ -238,26 +209,19 @@ void AFRinger::render(float* left, float* right, int count) noexcept {
         ph3 = wrap(ph3 + step * 3.0f);
 
         const auto l = static_cast<float>(level.advance());
-        const double signal = partial(ph1) + l * (partial(ph2) + partial(ph3));
+        const double signal =
+            readShape(wave, delta, ph1) + l * (readShape(wave, delta, ph2) + readShape(wave, delta, ph3));
 
         // A ramp run past its tick must not push the filter out of its stable range.
         const double c = corner.advance();
-        cf = c <= 1.0 && c > 0.0 ? c : cf;
-        // The filter step solved for the new band and low states, each straight from the old ones: the
-        // recursion is then a multiply and two adds deep instead of seven operations in a row.
-        const double a = 1.0 - cf * damp;
-        const double drive = cf * (signal + kAntiDenormal) + kAntiDenormal;
-        const double nextBand = (a * band + drive) - cf * low;
-        low = (cf * a * band + (cf * drive - kAntiDenormal)) + (1.0 - cf * cf) * low;
-        band = nextBand;
-        carrierOut[static_cast<std::size_t>(n)] = static_cast<float>(low);
+        carrier.f = c <= 1.0 && c > 0.0 ? c : carrier.f;
+        carrier.process(signal, kAntiDenormal);
+        carrierOut[static_cast<std::size_t>(n)] = static_cast<float>(carrier.low);
     }
     frequency = freq;
     partialLevel = level;
     cutoff = corner;
-    filter.f = cf;
-    filter.band = band;
-    filter.low = low;
+    filter = carrier;
     phase1 = ph1;
     phase2 = ph2;
     phase3 = ph3;

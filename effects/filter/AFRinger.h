@@ -49,10 +49,8 @@ private:
     void apply(int index, float value) noexcept;
     void updateRate() noexcept;
     void updateMorph() noexcept;
-    // At most kMaxBlock samples, the size of the carrier scratch. Blends the two shapes at every read while
-    // "Waveform" moves, instead of rebuilding the morph table.
-    template <bool kBlending>
-    void render(float* left, float* right, int count) noexcept;
+    // At most kMaxBlock samples, the size of the carrier scratch.
+    void processPiece(float* left, float* right, int count) noexcept;
 
     ParamRamp frequency;
     ParamRamp partialLevel;
@@ -65,15 +63,12 @@ private:
     float phase3 = 0.0f;
     std::array<const float*, kShapeCount> shapes{};
     std::array<const float*, kShapeCount> shapeDeltas{};
-    // The two neighbouring shapes crossfaded once "Waveform" has come to rest, so a partial costs one read.
+    // The two neighbouring shapes crossfaded once per change of "Waveform", so a partial costs one read; the
+    // crossfade runs on the widest lanes the processor offers, as "Waveform" may move at every tick.
     alignas(16) std::array<float, 1024> morphWave{};
     alignas(16) std::array<float, 1024> morphDelta{};
     int morphIndex = -1;
     float morphFraction = -1.0f;
-    // The crossfade at the previous control tick, and whether it differed from the one before.
-    int lastShapeIndex = -1;
-    float lastShapeFraction = -1.0f;
-    bool blending = false;
     // Both channels' filters would see the same carrier with the same coefficients and so always hold equal
     // states: one filter serves both channels.
     StateVariableHP filter;
