@@ -4,6 +4,7 @@
 #include "effects/framework/TimeValueTables.h"
 #include "engine/AFDenormalGuard.h"
 #include "engine/AFRandom.h"
+#include "state/AFGlobalSettings.h"
 
 #include <algorithm>
 #include <bit>
@@ -56,6 +57,9 @@ AFUniClient::AFUniClient(AFHostCallback callback, void* user)
     TimeValueTables::instance();
     masterMix = 1.0f;
 
+    // 3. The global settings, each with its default.
+    AFGlobalSettings::read(settings, options);
+
     // 4. Who hosts us: the maker's own host does not get the default preset.
     char vendor[kHostTextSize] = {};
     getHostVendorString(vendor);
@@ -96,11 +100,18 @@ AFUniClient::AFUniClient(AFHostCallback callback, void* user)
     systemInfo.setControlInterval(kSubBlock);
     systemInfo.setSampleRate(sampleRate);
 
+    // 10. Paths, counters and, the first time, the user's content tree.
+    contentPaths.runFirstUse();
+
     // 12. The shared generator, from the clock.
     AFRandom::seed(static_cast<int32_t>(std::chrono::system_clock::now().time_since_epoch().count() & 0xFF));
 }
 
-AFUniClient::~AFUniClient() = default;
+AFUniClient::~AFUniClient() {
+    // The last instance closed decides what the next start reads.
+    AFGlobalSettings::write(settings, options);
+    settings.flush();
+}
 
 void AFUniClient::nameParameters() {
     static constexpr const char* kGlobalNames[kSlotBlockStart] = {
