@@ -4,6 +4,7 @@
 #include "state/AFSettingsStore.h"
 #include "state/AFUserFolders.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -50,6 +51,15 @@ void copyFileWithoutOverwrite(const fs::path& from, const fs::path& to) {
     ::unlink(temporary.c_str());
 }
 
+// The folder with links resolved and without a trailing separator; empty when it cannot be resolved.
+fs::path folderPath(const std::string& folder) {
+    std::error_code error;
+    fs::path resolved = fs::weakly_canonical(folder, error).lexically_normal();
+    if (error) return {};
+    if (!resolved.has_filename()) resolved = resolved.parent_path();
+    return resolved;
+}
+
 } // namespace
 
 AFContentPaths::AFContentPaths(AFSettingsStore& settingsStore) : store(settingsStore) {}
@@ -63,7 +73,8 @@ void AFContentPaths::runFirstUse() {
     if (firstUse == 0) {
         store.write(kFirstUse, 1);
         std::string content = readText(kContentPath);
-        if (content.empty()) {
+        // A relative folder would depend on the host's working folder; such a value is replaced.
+        if (content.empty() || content[0] != '/') {
             content = defaultContentPath();
             store.write(kContentPath, content);
         }
@@ -174,8 +185,12 @@ std::string AFContentPaths::defaultInstallPath() {
 void AFContentPaths::copyTreeWithoutOverwrite(const std::string& from, const std::string& to) {
     std::error_code error;
     if (from.empty() || to.empty() || !fs::is_directory(from, error)) return;
-    const fs::path source(from);
-    const fs::path target(to);
+    const fs::path source = folderPath(from);
+    const fs::path target = folderPath(to);
+    // A target inside the source would grow while it is walked.
+    if (source.empty() || target.empty() ||
+        std::mismatch(source.begin(), source.end(), target.begin(), target.end()).first == source.end())
+        return;
     fs::create_directories(target, error);
     for (auto it =
              fs::recursive_directory_iterator(source, fs::directory_options::skip_permission_denied, error);

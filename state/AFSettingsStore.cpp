@@ -254,7 +254,8 @@ bool AFSettingsStore::flush() {
         const auto resolved = std::filesystem::weakly_canonical(filePath, error);
         if (!error) target = resolved.string();
     }
-    const std::string folder = std::filesystem::path(target).parent_path().string();
+    const std::filesystem::path parent = std::filesystem::path(target).parent_path();
+    const std::string folder = parent.empty() ? std::string(".") : parent.string();
     std::filesystem::create_directories(folder, error);
     const FolderLock lock(folder);
     if (!lock.held()) return false;

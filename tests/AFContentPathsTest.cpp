@@ -155,6 +155,22 @@ TEST_F(AFContentPathsTest, AStoredContentPathIsKeptAndAStoredInstallPathToo) {
     EXPECT_FALSE(fs::exists(content()));
 }
 
+TEST_F(AFContentPathsTest, ARelativeContentPathIsReplacedAndATargetInsideTheSourceIsNotFilled) {
+    makeFactoryTree();
+    {
+        AFSettingsStore store(settingsFile());
+        store.write("contentpath", std::string("relative/Content/"));
+    }
+    start();
+    EXPECT_EQ(text(AFSettingsStore(settingsFile()), "contentpath"), content());
+    EXPECT_EQ(TempFolder::readText(content() + "Midi Maps/Default.afm"), "factory map");
+
+    AFContentPaths::copyTreeWithoutOverwrite(folder.path("factory"), folder.path("factory/Inner/"));
+    EXPECT_FALSE(fs::exists(folder.path("factory/Inner")));
+    AFContentPaths::copyTreeWithoutOverwrite(folder.path("factory/"), folder.path("factory"));
+    EXPECT_EQ(TempFolder::readText(folder.path("factory/Midi Maps/Default.afm")), "factory map");
+}
+
 TEST_F(AFContentPathsTest, HostileCountersAndFlags) {
     {
         AFSettingsStore store(settingsFile());
