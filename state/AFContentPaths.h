@@ -56,7 +56,6 @@ public:
 
     // The start count read at construction, before it was increased for the next start.
     int32_t getUsage() const noexcept { return usage; }
-    AFSettingsStore& getStore() const noexcept { return store; }
 
     // `base` and `name` joined as a folder: '/' between unless `base` is empty or already ends in one, and
     // '/' at the end.

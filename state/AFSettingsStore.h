@@ -41,17 +41,16 @@ public:
     // GUI or host thread. False when the file could not be replaced; the writes then stay pending.
     bool flush();
 
-    const std::string& getFilePath() const noexcept { return filePath; }
     // The default file: config home + "/Orvanto/" + kFileName, or "" without a home folder.
     static std::string defaultFilePath();
 
     using Value = std::variant<int32_t, std::string>;
+
+private:
     using Entries = std::map<std::string, Value>;
     // The entries of a file's text, leaving out every line that cannot be trusted; and the text of entries.
     static Entries parse(const std::string& text);
     static std::string serialise(const Entries& entries);
-
-private:
     void store(const std::string& key, Value value);
 
     std::string filePath;
