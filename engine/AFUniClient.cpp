@@ -7,6 +7,7 @@
 #include "engine/AFCommandRememberChunk.h"
 #include "engine/AFDenormalGuard.h"
 #include "engine/AFRandom.h"
+#include "state/AFGlobalSettings.h"
 #include "state/AFStateIO.h"
 
 #include <algorithm>
@@ -60,6 +61,9 @@ AFUniClient::AFUniClient(AFHostCallback callback, void* user)
     TimeValueTables::instance();
     masterMix = 1.0f;
 
+    // 3. The global settings, each with its default.
+    AFGlobalSettings::read(settings, options);
+
     // 4. Who hosts us: the maker's own host does not get the default preset.
     char vendor[kHostTextSize] = {};
     getHostVendorString(vendor);
@@ -100,15 +104,22 @@ AFUniClient::AFUniClient(AFHostCallback callback, void* user)
     systemInfo.setControlInterval(kSubBlock);
     systemInfo.setSampleRate(sampleRate);
 
+    // 10. Paths, counters and, the first time, the user's content tree.
+    contentPaths.runFirstUse();
+
     // 12. The shared generator, from the clock.
     AFRandom::seed(static_cast<int32_t>(std::chrono::system_clock::now().time_since_epoch().count() & 0xFF));
 
     // 13-14. The global presets, and the default preset unless the maker's own host runs us.
-    rescanPresetBank(AFPresetBank::defaultFolder());
+    rescanPresetBank(contentPaths.presetPath(0));
     if (!ownHost) AFStateIO::loadDefaultPreset(*this, presetBank.getFolder());
 }
 
-AFUniClient::~AFUniClient() = default;
+AFUniClient::~AFUniClient() {
+    // The last instance closed decides what the next start reads.
+    AFGlobalSettings::write(settings, options);
+    settings.flush();
+}
 
 void AFUniClient::nameParameters() {
     static constexpr const char* kGlobalNames[kSlotBlockStart] = {

@@ -10,7 +10,9 @@
 #include "engine/KnobEngine.h"
 #include "host/AFPluginBase.h"
 #include "state/AFChunk.h"
+#include "state/AFContentPaths.h"
 #include "state/AFPresetBank.h"
+#include "state/AFSettingsStore.h"
 
 #include <array>
 #include <atomic>
@@ -121,6 +123,10 @@ public:
     void setDynamicSignalFlow(bool on, bool holdAudio = true);
 
     AFGlobalOptions& getOptions() noexcept { return options; }
+    // GUI or host thread: the per-user store and the content folders (presets, MIDI maps, step patterns).
+    AFSettingsStore& getSettings() noexcept { return settings; }
+    const AFContentPaths& getContentPaths() const noexcept { return contentPaths; }
+    AFContentPaths& getContentPaths() noexcept { return contentPaths; }
     const AFSystemInfo& getSystemInfo() const noexcept { return systemInfo; }
     double getPosition() const noexcept { return position; }
     float getMasterMix() const noexcept { return masterMix; }
@@ -222,4 +228,6 @@ private:
     std::atomic<bool> randomizeRequest{false};
     std::atomic<bool> programChangeRequest{false};
     bool ownHost = false;
+    AFSettingsStore settings;
+    AFContentPaths contentPaths{settings};
 };
