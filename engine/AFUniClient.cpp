@@ -480,9 +480,8 @@ void AFUniClient::applyLoadedMidiMap(const AFMidiBindings& loaded, bool force) {
 std::string AFUniClient::defaultMidiMapPath() const {
     const char* data = std::getenv("XDG_DATA_HOME");
     const char* home = std::getenv("HOME");
-    const std::filesystem::path base = data != nullptr && data[0] != '\0'
-                                           ? std::filesystem::path(data)
-                                           : std::filesystem::path(home != nullptr ? home : ".") / ".local/share";
+    std::filesystem::path base = std::filesystem::path(home != nullptr ? home : ".") / ".local/share";
+    if (data != nullptr && data[0] != '\0') base = data;
     return (base / "Orvanto/Content/Midi Maps/Default.afm").string();
 }
 
