@@ -97,10 +97,11 @@ public:
     bool readControllerPairs(AFChunk& chunk);
     void writeControllerPairs(AFChunk& chunk) const;
 
-    // Names shown on the MIDI page: 127 controller names (index 127 has none), then the three other sources.
+    // Any thread. Names shown on the MIDI page: 127 controller names (index 127 has none), then the three
+    // other sources.
     static const char* controllerName(int cc) noexcept;
     static const char* otherSourceName(int source) noexcept;
-    // Indices a binding may drive: host parameters, modulation amounts and the Dictator triggers.
+    // Any thread. Indices a binding may drive: host parameters, modulation amounts and the Dictator triggers.
     static bool isBindable(int32_t parameter) noexcept;
 
 private:
