@@ -7,6 +7,7 @@
 #include "engine/AFDictator.h"
 #include "engine/AFEventQueue.h"
 #include "engine/AFGlobalOptions.h"
+#include "engine/AFMidiBindings.h"
 #include "engine/KnobEngine.h"
 #include "host/AFPluginBase.h"
 #include "state/AFChunk.h"
@@ -167,6 +168,19 @@ public:
     // Audio thread, from a slot that ended: takes it out of the processing order.
     void removeFromOrder(int slot) noexcept;
 
+    // MIDI bindings. GUI thread: the editor's learn target (-1 = none) and binding edits; see AFMidiBindings
+    // for which edits hold the audio off.
+    void setLearnTarget(int parameter) noexcept { midiBindings.setLearnTarget(parameter); }
+    int getLearnTarget() const noexcept { return midiBindings.getLearnTarget(); }
+    AFMidiBindings& getMidiBindings() noexcept { return midiBindings; }
+    // Any thread: last value of each controller, 0..1.
+    float getControllerValue(int cc) const noexcept { return ccValues[static_cast<std::size_t>(cc & 0x7F)]; }
+    // Host or GUI thread, from a state load: the loaded controller pairs replace the map unless
+    // "CCRecallLock" is on and the caller does not force it.
+    void applyLoadedMidiMap(const AFMidiBindings& loaded, bool force);
+    // Where the map lives that construction loads and destruction saves.
+    std::string defaultMidiMapPath() const;
+
 private:
     friend class AFStateIO;
 
@@ -181,6 +195,10 @@ private:
     void sendMidiOut() noexcept;
     void addOutEvent(int delta, int number, int value, int channel) noexcept;
     void ensureDryCapacity(int frames);
+    template <typename List>
+    void applyBindings(const List& list, float value) noexcept;
+    void loadDefaultMidiMap();
+    void saveDefaultMidiMap() const;
 
     std::array<AFMidiEvent, kMidiOutCapacity> midiOut{};
     int midiOutCount = 0;
@@ -195,6 +213,7 @@ private:
     std::array<std::string, kSlots> presetNames;
     std::string globalPresetName;
     std::array<float, 128> ccValues{};
+    AFMidiBindings midiBindings;
     AFGlobalOptions options;
     std::array<int, kSlots> processingOrder{};
     std::unique_ptr<float[]> dryLeft;
