@@ -149,8 +149,9 @@ bool MidiFile::parse(const std::vector<uint8_t>& bytes, double hostTempo, std::s
         ++found;
     }
     if (found < tracks) return error = "the MIDI file holds fewer tracks than its header announces", false;
-    std::stable_sort(ticks.begin(), ticks.end(),
-                     [](const Tick& a, const Tick& b) { return a.tick < b.tick; });
+    std::sort(ticks.begin(), ticks.end(), [](const Tick& a, const Tick& b) {
+        return a.tick != b.tick ? a.tick < b.tick : a.order < b.order;
+    });
 
     // SMPTE division: frames per second times ticks per frame, independent of the tempo.
     const bool smpte = (division & 0x8000u) != 0;
