@@ -7,6 +7,7 @@
 #include "engine/AFCommandRememberChunk.h"
 #include "engine/AFDenormalGuard.h"
 #include "engine/AFRandom.h"
+#include "engine/AFRandomizer.h"
 #include "state/AFGlobalSettings.h"
 #include "state/AFStateIO.h"
 
@@ -384,6 +385,10 @@ void AFUniClient::unlockAudioThread() {
 void AFUniClient::setSlotEffect(int slot, int typeId) {
     if (slot < 0 || slot >= kSlots) return;
     slots[static_cast<std::size_t>(slot)]->setEffect(typeId);
+}
+
+void AFUniClient::randomize(const std::string& contentPath) {
+    AFRandomizer::randomize(*this, contentPath);
 }
 
 void AFUniClient::setSlotOption(int slot, int option, int value) {

@@ -136,6 +136,8 @@ public:
     const std::string& getPresetName(int slot) const { return presetNames[static_cast<std::size_t>(slot)]; }
     // Editor requests raised by the engine and polled by the editor's timer.
     bool takeRandomizeRequest() noexcept { return randomizeRequest.exchange(false); }
+    // Editor thread: Randomize, with the effect presets under `contentPath`.
+    void randomize(const std::string& contentPath);
     bool takeProgramChangeRequest() noexcept { return programChangeRequest.exchange(false); }
     bool hostIsMaker() const noexcept { return ownHost; }
 

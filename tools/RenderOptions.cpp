@@ -152,11 +152,15 @@ private:
 
     static const std::map<std::string, Handler>& valued() {
         static const std::map<std::string, Handler> table{
-            {"-o", &Parser::output},         {"--output", &Parser::output}, {"--rate", &Parser::rate},
-            {"--seconds", &Parser::seconds}, {"--block", &Parser::block},   {"--tempo", &Parser::tempo},
-            {"--loop", &Parser::loop},       {"--effect", &Parser::effect}, {"--set", &Parser::set},
-            {"--ramp", &Parser::ramp},       {"--option", &Parser::option}, {"--seed", &Parser::seed},
-            {"--plot", &Parser::plot},
+            {"-o", &Parser::output},       {"--output", &Parser::output},
+            {"--rate", &Parser::rate},     {"--seconds", &Parser::seconds},
+            {"--block", &Parser::block},   {"--tempo", &Parser::tempo},
+            {"--loop", &Parser::loop},     {"--effect", &Parser::effect},
+            {"--set", &Parser::set},       {"--ramp", &Parser::ramp},
+            {"--option", &Parser::option}, {"--seed", &Parser::seed},
+            {"--plot", &Parser::plot},     {"--preset", &Parser::preset},
+            {"--state", &Parser::state},   {"--save-state", &Parser::saveState},
+            {"--midi", &Parser::midi},
         };
         return table;
     }
@@ -298,6 +302,38 @@ private:
         return true;
     }
 
+    // FILE@SLOT when the text after the last '@' is a number; otherwise the whole text names the file.
+    bool preset(const std::string& name, const std::string& value) {
+        std::string path, slotText;
+        long long number = 0;
+        if (splitLast(value, '@', path, slotText) && toInt(slotText, LLONG_MIN, LLONG_MAX, number)) {
+            int slot = 0;
+            if (!slotNumber(name, value, slotText, slot)) return false;
+            o.presets.push_back({path, slot});
+        } else {
+            o.presets.push_back({value, -1});
+        }
+        return true;
+    }
+
+    bool state(const std::string& name, const std::string& value) {
+        if (!o.state.empty()) return fail(name + " given twice");
+        o.state = value;
+        return true;
+    }
+
+    bool saveState(const std::string& name, const std::string& value) {
+        if (!o.saveState.empty()) return fail(name + " given twice");
+        o.saveState = value;
+        return true;
+    }
+
+    bool midi(const std::string& name, const std::string& value) {
+        if (!o.midi.empty()) return fail(name + " given twice");
+        o.midi = value;
+        return true;
+    }
+
     bool seed(const std::string& name, const std::string& value) {
         long long n = 0;
         if (!toInt(value, INT32_MIN, INT32_MAX, n))
@@ -314,6 +350,8 @@ private:
         if (o.input.empty() && o.seconds <= 0.0) return fail("--seconds must be above 0 without INPUT");
         if (!o.input.empty() && !secondsGiven) o.seconds = 0.0;
         if (!o.plot.empty() && o.plot == o.output) return fail("--plot and -o name the same file");
+        if (!o.saveState.empty() && (o.saveState == o.output || o.saveState == o.plot))
+            return fail("--save-state names the same file as -o or --plot");
         return true;
     }
 
@@ -359,6 +397,12 @@ const char* RenderOptions::usage() {
            "  --ramp NAME=V0:V1@T0:T1  linear automation from V0 at T0 s to V1 at T1 s, at block starts\n"
            "  --option SLOT:N=VALUE set option N of the slot's effect (menu position or word)\n"
            "  --seed N              seed of the engine's random generator (default: from the clock)\n"
+           "  --state FILE          load a host state image (a global preset) first\n"
+           "  --preset FILE[@SLOT]  load a global preset, or an effect preset into slot 1..8, after --state\n"
+           "                        and before --effect, --option, --set and --ramp; repeatable, in order\n"
+           "  --save-state FILE     write the host state image after the render\n"
+           "  --midi FILE.mid       play a Standard MIDI File into the plug-in, each event at its sample\n"
+           "                        (timed by the file's tempo map, by --tempo when it has none)\n"
            "  --plot FILE.png       waveform and spectrogram of input and output\n"
            "  --list-effects        print the effect catalogue and exit\n"
            "  --list-parameters     print the host parameters after the other options and exit\n"

@@ -29,6 +29,10 @@ public:
         double start; // seconds
         double end;
     };
+    struct Preset {
+        std::string path;
+        int slot; // 0..7, or -1 for a global preset
+    };
     struct Loop {
         double start; // quarter notes
         double end;
@@ -64,6 +68,10 @@ public:
     std::vector<ParameterValue> values;
     std::vector<Ramp> ramps;
     std::optional<int32_t> seed;
+    std::vector<Preset> presets;
+    std::string state;
+    std::string saveState;
+    std::string midi;
     bool listEffects = false;
     bool listParameters = false;
     bool quiet = false;

@@ -2,8 +2,11 @@
 
 #include "effects/framework/AFEffect.h"
 #include "effects/framework/EffectFactory.h"
+#include "engine/AFMessageSink.h"
 #include "engine/AFRandom.h"
 #include "engine/AFUniClient.h"
+#include "tools/MidiFile.h"
+#include "tools/PresetImage.h"
 
 #include <strings.h>
 
@@ -25,6 +28,18 @@ RenderHost::Transport transportOf(const RenderOptions& o, int rate) {
     return t;
 }
 
+// Collects the plug-in's messages while a file loads, for the one-line error.
+void collect(void* user, const char* text) {
+    auto& messages = *static_cast<std::string*>(user);
+    std::string line(text);
+    const auto first = line.find_first_not_of(" \t\r\n");
+    line = first == std::string::npos ? "" : line.substr(first);
+    while (!line.empty() && (line.back() == '\n' || line.back() == '\r'))
+        line.pop_back();
+    if (line.empty()) return;
+    messages += (messages.empty() ? "" : "; ") + line;
+}
+
 } // namespace
 
 RenderSession::RenderSession(const RenderOptions& o, int rate)
@@ -39,6 +54,14 @@ bool RenderSession::start(std::string& error) {
     plugin->setSampleRate(static_cast<float>(sampleRate));
     plugin->setBlockSize(options.block);
     plugin->resume();
+    if (!options.state.empty() && !loadState(error)) return false;
+    for (const auto& p : options.presets)
+        if (!loadPreset(p, error)) return false;
+    if (!options.midi.empty()) {
+        MidiFile file;
+        if (!file.load(options.midi, options.tempo, error)) return false;
+        midi = MidiSchedule(file, sampleRate);
+    }
     for (const auto& e : options.effects)
         plugin->setSlotEffect(e.slot, e.typeId);
     for (const auto& o : options.options)
@@ -57,14 +80,58 @@ void RenderSession::listParameters() {
 
 void RenderSession::processBlock(float** inputs, float** outputs, int32_t frames, double seconds) {
     automation.apply(*plugin, seconds);
-    AFEvents none;
-    plugin->processEvents(&none);
+    AFEvents events = midi.eventsFor(played, frames);
+    plugin->processEvents(&events);
     plugin->processReplacing(inputs, outputs, frames);
     host.advance(frames);
+    played += frames;
 }
 
 void RenderSession::stop() {
     plugin->suspend();
+}
+
+std::vector<uint8_t> RenderSession::stateImage() {
+    void* data = nullptr;
+    const int32_t size = plugin->getChunk(&data, false);
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    return size > 0 && bytes != nullptr ? std::vector<uint8_t>(bytes, bytes + size) : std::vector<uint8_t>{};
+}
+
+bool RenderSession::loadState(std::string& error) {
+    PresetImage image;
+    if (!image.load(options.state, "--state", error)) return false;
+    if (image.kind() != PresetImage::Kind::Global) {
+        error =
+            "--state '" + options.state + "': an effect preset, not a state image (use --preset FILE@SLOT)";
+        return false;
+    }
+    std::vector<uint8_t> bytes = image.bytes();
+    plugin->setChunk(bytes.data(), static_cast<int32_t>(bytes.size()), false);
+    return true;
+}
+
+bool RenderSession::loadPreset(const RenderOptions::Preset& preset, std::string& error) {
+    PresetImage image;
+    if (!image.load(preset.path, "--preset", error)) return false;
+    const std::string where = "--preset '" + preset.path + "': ";
+    if (image.kind() == PresetImage::Kind::Effect && preset.slot < 0) {
+        error = where + "an effect preset; give its slot as FILE@SLOT";
+        return false;
+    }
+    if (image.kind() == PresetImage::Kind::Global && preset.slot >= 0) {
+        error = where + "a global preset takes no @SLOT";
+        return false;
+    }
+    std::string messages;
+    AFMessageSink::setHandler(&collect, &messages);
+    const bool loaded = plugin->loadPreset(preset.path, preset.slot, false);
+    AFMessageSink::setHandler(nullptr, nullptr);
+    if (!loaded) {
+        error = where + (messages.empty() ? "the plug-in could not load it" : messages);
+        return false;
+    }
+    return true;
 }
 
 bool RenderSession::applyOption(const RenderOptions::OptionChoice& choice, std::string& error) {

@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <optional>
@@ -39,6 +40,17 @@ int failure(const std::string& text) {
 
 bool isFlac(const std::string& name) {
     return name.size() > 5 && strcasecmp(name.c_str() + name.size() - 5, ".flac") == 0;
+}
+
+bool writeAll(int fd, const uint8_t* data, std::size_t size) {
+    while (size > 0) {
+        const ssize_t n = write(fd, data, size);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        data += n;
+        size -= static_cast<std::size_t>(n);
+    }
+    return true;
 }
 
 void listEffects() {
@@ -94,6 +106,13 @@ int render(const RenderOptions& options) {
         if (plotFd < 0) return badInput(error);
         close(plotFd); // Cairo writes the PNG by name
     }
+    std::optional<PendingFile> stateFile;
+    int stateFd = -1;
+    if (!options.saveState.empty()) {
+        stateFile.emplace(options.saveState);
+        stateFd = stateFile->create(error);
+        if (stateFd < 0) return badInput(error);
+    }
 
     SF_INFO info{};
     info.samplerate = rate;
@@ -143,6 +162,12 @@ int render(const RenderOptions& options) {
                       from.c_str(), options.output.c_str(), rate, options.tempo, options.block,
                       options.stopped ? ", stopped" : "");
         if (!plot->write(plotFile->path(), title, error) || !plotFile->commit(error)) return failure(error);
+    }
+    if (stateFile) {
+        const std::vector<uint8_t> image = session.stateImage();
+        const bool complete = !image.empty() && writeAll(stateFd, image.data(), image.size());
+        if (close(stateFd) != 0 || !complete) return failure("cannot write '" + options.saveState + "'");
+        if (!stateFile->commit(error)) return failure(error);
     }
     if (!audioFile.commit(error)) return failure(error);
     return 0;

@@ -319,4 +319,93 @@ TEST_F(RenderCli, DemoLoopHasTheRequestedLengthAndRate) {
                 r.err.find("orvanto-render [") == std::string::npos); // no bar off a terminal
 }
 
+TEST_F(RenderCli, SavedStateLoadsBackAsStateAndAsGlobalPreset) {
+    const std::vector<std::string> scene{"--effect", "2=Stutter",     "--set", "FX2 Parameter 1=0.3",
+                                         "--set",    "Control 3=0.7", "--set", "Dry/Wet=0.45"};
+    auto render = scene;
+    render.insert(render.end(),
+                  {"-o", path("a.wav"), "--seconds", "0.2", "--quiet", "--save-state", path("scene.afog")});
+    ASSERT_EQ(run(render).status, 0);
+    EXPECT_EQ(files().size(), 2u); // a.wav and scene.afog, no temporary left
+    auto direct = scene;
+    direct.push_back("--list-parameters");
+    const Outcome expected = run(direct);
+    ASSERT_EQ(expected.status, 0) << expected.err;
+    const Outcome viaState = run({"--list-parameters", "--state", path("scene.afog")});
+    ASSERT_EQ(viaState.status, 0) << viaState.err;
+    EXPECT_EQ(viaState.out, expected.out);
+    const Outcome viaPreset = run({"--list-parameters", "--preset", path("scene.afog")});
+    ASSERT_EQ(viaPreset.status, 0) << viaPreset.err;
+    EXPECT_EQ(viaPreset.out, expected.out);
+    EXPECT_EQ(lines(viaPreset.out)[12 + 29], "41\tFX2 Parameter 1\t0.300000");
+
+    // The preset comes first, the options after it win.
+    const Outcome overridden =
+        run({"--list-parameters", "--preset", path("scene.afog"), "--set", "FX2 Parameter 1=0.6"});
+    ASSERT_EQ(overridden.status, 0) << overridden.err;
+    EXPECT_EQ(lines(overridden.out)[12 + 29], "41\tFX2 Parameter 1\t0.600000");
+
+    // Saving again what was loaded gives the same image.
+    ASSERT_EQ(run({"-o", path("b.wav"), "--seconds", "0.01", "--quiet", "--state", path("scene.afog"),
+                   "--save-state", path("again.afog")})
+                  .status,
+              0);
+    EXPECT_EQ(slurp(path("again.afog")), slurp(path("scene.afog")));
+}
+
+TEST_F(RenderCli, MidiFileRendersLikeTheSameSceneWithoutIt) {
+    // Format 0, two notes and a CC: nothing is bound, so the sound stays that of the scene.
+    const std::string mid{"MThd\0\0\0\6\0\0\0\1\1\xE0"
+                          "MTrk\0\0\0\x10"
+                          "\0\x90\x3C\x64\x60\xB0\x01\x40\x60\x80\x3C\0\0\xFF\x2F\0",
+                          38};
+    std::ofstream(path("notes.mid"), std::ios::binary) << mid;
+    ASSERT_EQ(run({"-o", path("plain.wav"), "--seconds", "0.5", "--seed", "3", "--quiet"}).status, 0);
+    const Outcome r = run(
+        {"-o", path("midi.wav"), "--seconds", "0.5", "--seed", "3", "--quiet", "--midi", path("notes.mid")});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(slurp(path("midi.wav")), slurp(path("plain.wav")));
+}
+
+TEST_F(RenderCli, BadStateMidiAndPresetFilesExitWithTwo) {
+    std::ofstream(path("garbage.afo")) << "this is not a preset";
+    std::ofstream(path("garbage.mid")) << "MThd but not really";
+    const std::string out = path("out.wav");
+    ASSERT_EQ(run({"-o", path("seed.wav"), "--seconds", "0.01", "--quiet", "--save-state", path("good.afog")})
+                  .status,
+              0);
+    std::remove(path("seed.wav").c_str());
+    const std::string good = slurp(path("good.afog"));
+    std::ofstream(path("cut.afog"), std::ios::binary) << good.substr(0, good.size() / 2);
+    const std::vector<std::vector<std::string>> cases = {
+        {"-o", out, "--preset", path("missing.afo")},
+        {"-o", out, "--preset", path("garbage.afo")},
+        {"-o", out, "--preset", path("garbage.afo") + "@2"},
+        {"-o", out, "--preset", path("good.afog") + "@2"},
+        {"-o", out, "--preset", path("good.afog") + "@9"},
+        {"-o", out, "--preset", path("cut.afog")},
+        {"-o", out, "--state", path("missing.afog")},
+        {"-o", out, "--state", path("garbage.afo")},
+        {"-o", out, "--state", path("cut.afog")},
+        {"-o", out, "--state", dir},
+        {"-o", out, "--midi", path("missing.mid")},
+        {"-o", out, "--midi", path("garbage.mid")},
+        {"-o", out, "--midi", dir},
+        {"-o", out, "--save-state", path("no/such/folder/s.afog")},
+        {"-o", out, "--save-state", out},
+        {"--list-parameters", "--preset", path("garbage.afo")},
+    };
+    for (const auto& args : cases) {
+        std::string joined;
+        for (const auto& a : args)
+            joined += a + " ";
+        const Outcome r = run(args);
+        EXPECT_EQ(r.status, 2) << joined;
+        EXPECT_EQ(lines(r.err).size(), 1u) << joined << "\n" << r.err;
+        EXPECT_EQ(r.err.rfind("orvanto-render: ", 0), 0u) << r.err;
+        EXPECT_EQ(files().size(), 4u) << joined; // the three bad files and the good state
+        EXPECT_TRUE(r.out.empty()) << joined;
+    }
+}
+
 } // namespace
