@@ -1,6 +1,7 @@
 #include "effects/delay/AFReverb3.h"
 
 #include "effects/delay/StateVariableHPPair.h"
+#include "effects/filter/LaneFilter.h"
 
 #include "effects/framework/AFSystemInfo.h"
 
@@ -177,12 +178,37 @@ void transpose(Lanes& a, Lanes& b, Lanes& c, Lanes& d) noexcept {
     d = __builtin_shuffle(ab1, cd1, LaneMask{2, 3, 6, 7});
 }
 
+// Eight lanes: all eight combs of a channel in one vector where the processor has AVX.
+using Lanes8 = float __attribute__((vector_size(32)));
+using LaneMask8 = int32_t __attribute__((vector_size(32)));
+
+// Eight combs by eight samples, as transpose does for four. Vectors by reference: by value, a 32-byte vector
+// would change the calling convention with AVX.
+inline void transpose8(Lanes8 (&r)[8]) noexcept {
+    Lanes8 t[8];
+    for (int k = 0; k < 8; k += 2) {
+        t[k] = __builtin_shuffle(r[k], r[k + 1], LaneMask8{0, 8, 1, 9, 4, 12, 5, 13});
+        t[k + 1] = __builtin_shuffle(r[k], r[k + 1], LaneMask8{2, 10, 3, 11, 6, 14, 7, 15});
+    }
+    Lanes8 u[8];
+    for (int h = 0; h < 8; h += 4) {
+        u[h] = __builtin_shuffle(t[h], t[h + 2], LaneMask8{0, 1, 8, 9, 4, 5, 12, 13});
+        u[h + 1] = __builtin_shuffle(t[h], t[h + 2], LaneMask8{2, 3, 10, 11, 6, 7, 14, 15});
+        u[h + 2] = __builtin_shuffle(t[h + 1], t[h + 3], LaneMask8{0, 1, 8, 9, 4, 5, 12, 13});
+        u[h + 3] = __builtin_shuffle(t[h + 1], t[h + 3], LaneMask8{2, 3, 10, 11, 6, 7, 14, 15});
+    }
+    for (int k = 0; k < 4; ++k) {
+        r[k] = __builtin_shuffle(u[k], u[k + 4], LaneMask8{0, 1, 2, 3, 8, 9, 10, 11});
+        r[k + 4] = __builtin_shuffle(u[k], u[k + 4], LaneMask8{4, 5, 6, 7, 12, 13, 14, 15});
+    }
+}
+
 } // namespace
 
 // The eight combs of a channel run as two groups of four lanes, four samples at a time; the block is cut
 // wherever a comb's ring wraps, so no inner loop tests an index.
-void AFReverb3::runCombs(std::array<Comb, kCombs>& bank, const float* input, float* out, int count, float fb,
-                         float c1, float c2) noexcept {
+LANE_WIDE_CLONES void AFReverb3::runCombs(std::array<Comb, kCombs>& bank, const float* input, float* out,
+                                          int count, float fb, float c1, float c2) noexcept {
     const Lanes c1Lanes = {c1, c1, c1, c1};
     const Lanes c2Lanes = {c2, c2, c2, c2};
     const Lanes fbLanes = {fb, fb, fb, fb};
@@ -195,9 +221,36 @@ void AFReverb3::runCombs(std::array<Comb, kCombs>& bank, const float* input, flo
         float* ring[kCombs];
         for (int k = 0; k < kCombs; ++k)
             ring[k] = bank[k].buffer + bank[k].index + 1;
-        Lanes storeLo = {bank[0].store, bank[1].store, bank[2].store, bank[3].store};
-        Lanes storeHi = {bank[4].store, bank[5].store, bank[6].store, bank[7].store};
+        Lanes8 store8 = {bank[0].store, bank[1].store, bank[2].store, bank[3].store,
+                         bank[4].store, bank[5].store, bank[6].store, bank[7].store};
+        const Lanes8 c1Lanes8 = Lanes8{} + c1;
+        const Lanes8 c2Lanes8 = Lanes8{} + c2;
+        const Lanes8 fbLanes8 = Lanes8{} + fb;
         int j = 0;
+        for (; j + 8 <= run; j += 8) {
+            Lanes8 v[kCombs];
+            std::memcpy(&v[0], ring[0] + j, sizeof(Lanes8));
+            Lanes8 sum = Lanes8{} + v[0];
+            for (int k = 1; k < kCombs; ++k) {
+                std::memcpy(&v[k], ring[k] + j, sizeof(Lanes8));
+                sum += v[k];
+            }
+            std::memcpy(out + n + j, &sum, sizeof(sum));
+            transpose8(v);
+            for (auto& row : v) {
+                store8 = row * c1Lanes8 + store8 * c2Lanes8;
+                row = store8;
+            }
+            transpose8(v);
+            Lanes8 x;
+            std::memcpy(&x, input + n + j, sizeof(x));
+            for (int k = 0; k < kCombs; ++k) {
+                const Lanes8 w = v[k] * fbLanes8 + x;
+                std::memcpy(ring[k] + j, &w, sizeof(w));
+            }
+        }
+        Lanes storeLo = {store8[0], store8[1], store8[2], store8[3]};
+        Lanes storeHi = {store8[4], store8[5], store8[6], store8[7]};
         for (; j + 4 <= run; j += 4) {
             Lanes lo[4];
             Lanes hi[4];
