@@ -178,7 +178,7 @@ void transpose(Lanes& a, Lanes& b, Lanes& c, Lanes& d) noexcept {
     d = __builtin_shuffle(ab1, cd1, LaneMask{2, 3, 6, 7});
 }
 
-// Eight lanes: all eight combs of a channel in one vector where the processor has AVX.
+// Eight lanes: all eight combs of a channel, or eight samples, in one vector; one register with AVX.
 using Lanes8 = float __attribute__((vector_size(32)));
 using LaneMask8 = int32_t __attribute__((vector_size(32)));
 
@@ -205,8 +205,9 @@ inline void transpose8(Lanes8 (&r)[8]) noexcept {
 
 } // namespace
 
-// The eight combs of a channel run as two groups of four lanes, four samples at a time; the block is cut
-// wherever a comb's ring wraps, so no inner loop tests an index.
+// The eight combs of a channel run as the eight lanes of one vector, eight samples at a time, and what is
+// left of a run as two groups of four lanes, four samples at a time; the block is cut wherever a comb's ring
+// wraps, so no inner loop tests an index.
 LANE_WIDE_CLONES void AFReverb3::runCombs(std::array<Comb, kCombs>& bank, const float* input, float* out,
                                           int count, float fb, float c1, float c2) noexcept {
     const Lanes c1Lanes = {c1, c1, c1, c1};
@@ -310,8 +311,9 @@ LANE_WIDE_CLONES void AFReverb3::runCombs(std::array<Comb, kCombs>& bank, const 
 }
 
 // An allpass is longer than a block, so no sample of a block reads what the same block wrote: between wraps
-// the four stages run in one loop with no recursion, four samples at a time.
-void AFReverb3::runAllpasses(std::array<Allpass, kAllpasses>& bank, float* out, int count) noexcept {
+// the four stages run in one loop with no recursion, eight samples at a time, then four.
+LANE_WIDE_CLONES void AFReverb3::runAllpasses(std::array<Allpass, kAllpasses>& bank, float* out,
+                                              int count) noexcept {
     for (int n = 0; n < count;) {
         int run = count - n;
         for (Allpass& allpass : bank) {
@@ -322,8 +324,21 @@ void AFReverb3::runAllpasses(std::array<Allpass, kAllpasses>& bank, float* out, 
         for (int k = 0; k < kAllpasses; ++k)
             ring[k] = bank[k].buffer + bank[k].index + 1;
         float* s = out + n;
-        const Lanes half = {0.5f, 0.5f, 0.5f, 0.5f};
+        const Lanes8 half8 = Lanes8{} + 0.5f;
         int j = 0;
+        for (; j + 8 <= run; j += 8) {
+            Lanes8 v;
+            std::memcpy(&v, s + j, sizeof(v));
+            for (float* r : ring) {
+                Lanes8 o;
+                std::memcpy(&o, r + j, sizeof(o));
+                const Lanes8 w = o * half8 + v;
+                std::memcpy(r + j, &w, sizeof(w));
+                v = o - v;
+            }
+            std::memcpy(s + j, &v, sizeof(v));
+        }
+        const Lanes half = {0.5f, 0.5f, 0.5f, 0.5f};
         for (; j + 4 <= run; j += 4) {
             Lanes v = loadLanes(s + j);
             for (float* r : ring) {
