@@ -183,7 +183,9 @@ void AFRinger::process(float* left, float* right, int count) noexcept {
         processPiece(left + done, right + done, std::min(count - done, kMaxBlock));
 }
 
-void AFRinger::processPiece(float* left, float* right, int count) noexcept {
+// Cloned for wider processors as well: their three-operand forms and extra registers save the copies the
+// two passes need to keep their state live.
+LANE_WIDE_CLONES void AFRinger::processPiece(float* left, float* right, int count) noexcept {
     const float* wave = morphWave.data();
     const float* delta = morphDelta.data();
     const double rate = inverseRate;
