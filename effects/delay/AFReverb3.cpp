@@ -363,7 +363,9 @@ LANE_WIDE_CLONES void AFReverb3::runAllpasses(std::array<Allpass, kAllpasses>& b
     }
 }
 
-void AFReverb3::processChunk(float* left, float* right, int count) noexcept {
+// Cloned for wider processors as well: their three-operand forms save the register copies of the high-pass
+// pair.
+LANE_WIDE_CLONES void AFReverb3::processChunk(float* left, float* right, int count) noexcept {
     // Freeze closes the input and turns every comb into a lossless loop.
     const bool frozen = freeze > 0.5f;
     const float gain = frozen ? 0.0f : kInputGain;
