@@ -203,16 +203,27 @@ inline void transpose8(Lanes8 (&r)[8]) noexcept {
     }
 }
 
+// Eight-lane steps pay only where one register holds eight floats; elsewhere each is split into halves and
+// the eight-lane transpose into single moves, so the four-lane steps do the whole run.
+bool eightLanes() noexcept {
+#if defined(__x86_64__) && defined(__GNUC__)
+    return __builtin_cpu_supports("avx2");
+#else
+    return false;
+#endif
+}
+
 } // namespace
 
-// The eight combs of a channel run as the eight lanes of one vector, eight samples at a time, and what is
-// left of a run as two groups of four lanes, four samples at a time; the block is cut wherever a comb's ring
-// wraps, so no inner loop tests an index.
+// The eight combs of a channel run as the eight lanes of one vector, eight samples at a time where the
+// processor has AVX2, and what is left of a run as two groups of four lanes, four samples at a time; the
+// block is cut wherever a comb's ring wraps, so no inner loop tests an index.
 LANE_WIDE_CLONES void AFReverb3::runCombs(std::array<Comb, kCombs>& bank, const float* input, float* out,
                                           int count, float fb, float c1, float c2) noexcept {
     const Lanes c1Lanes = {c1, c1, c1, c1};
     const Lanes c2Lanes = {c2, c2, c2, c2};
     const Lanes fbLanes = {fb, fb, fb, fb};
+    const bool wide = eightLanes();
     for (int n = 0; n < count;) {
         int run = count - n;
         for (Comb& comb : bank) {
@@ -228,7 +239,7 @@ LANE_WIDE_CLONES void AFReverb3::runCombs(std::array<Comb, kCombs>& bank, const 
         const Lanes8 c2Lanes8 = Lanes8{} + c2;
         const Lanes8 fbLanes8 = Lanes8{} + fb;
         int j = 0;
-        for (; j + 8 <= run; j += 8) {
+        for (; wide && j + 8 <= run; j += 8) {
             Lanes8 v[kCombs];
             std::memcpy(&v[0], ring[0] + j, sizeof(Lanes8));
             Lanes8 sum = Lanes8{} + v[0];
@@ -311,9 +322,11 @@ LANE_WIDE_CLONES void AFReverb3::runCombs(std::array<Comb, kCombs>& bank, const 
 }
 
 // An allpass is longer than a block, so no sample of a block reads what the same block wrote: between wraps
-// the four stages run in one loop with no recursion, eight samples at a time, then four.
+// the four stages run in one loop with no recursion, eight samples at a time where the processor has AVX2,
+// then four.
 LANE_WIDE_CLONES void AFReverb3::runAllpasses(std::array<Allpass, kAllpasses>& bank, float* out,
                                               int count) noexcept {
+    const bool wide = eightLanes();
     for (int n = 0; n < count;) {
         int run = count - n;
         for (Allpass& allpass : bank) {
@@ -326,7 +339,7 @@ LANE_WIDE_CLONES void AFReverb3::runAllpasses(std::array<Allpass, kAllpasses>& b
         float* s = out + n;
         const Lanes8 half8 = Lanes8{} + 0.5f;
         int j = 0;
-        for (; j + 8 <= run; j += 8) {
+        for (; wide && j + 8 <= run; j += 8) {
             Lanes8 v;
             std::memcpy(&v, s + j, sizeof(v));
             for (float* r : ring) {
