@@ -12,6 +12,7 @@ using namespace bench;
 constexpr int kSpectralizer = 5;
 constexpr int kTonalizer = 7;
 constexpr int kRingmodulator = 8;
+constexpr int kPhaser = 14;
 constexpr int kVocodizer = 19;
 
 // Host index of knob `row` of slot 0, and of the modulation amount `k` of slot 0 (LFO 1 on knobs 1-4 first).
@@ -89,9 +90,23 @@ void Vocodizer(benchmark::State& state) {
     runRig(state, rig);
 }
 
+// "Phase" swept by LFO 1 with strong feedback, at the stage count the argument gives (3..8).
+void Phaser(benchmark::State& state) {
+    Rig rig(512);
+    rig.runSlot(0, kPhaser, false);
+    option(rig, 0, static_cast<int32_t>(state.range(0)) - 3);
+    knob(rig, 0, 0.4f);
+    knob(rig, 1, 0.8f);
+    knob(rig, 2, 0.7f);
+    knob(rig, 3, 0.6f);
+    rig.client->setParameter(kSlotAmount + 0, 0.4f);
+    runRig(state, rig);
+}
+
 } // namespace
 
 BENCHMARK(Ringmodulator);
+BENCHMARK(Phaser)->DenseRange(3, 8);
 BENCHMARK(Tonalizer);
 BENCHMARK(Spectralizer);
 BENCHMARK(SpectralizerMoving);

@@ -1,6 +1,7 @@
 #include "effects/delay/AFReverb3.h"
 
 #include "effects/delay/StateVariableHPPair.h"
+#include "effects/filter/LaneFilter.h"
 
 #include "effects/framework/AFSystemInfo.h"
 
@@ -177,15 +178,52 @@ void transpose(Lanes& a, Lanes& b, Lanes& c, Lanes& d) noexcept {
     d = __builtin_shuffle(ab1, cd1, LaneMask{2, 3, 6, 7});
 }
 
+// Eight lanes: all eight combs of a channel, or eight samples, in one vector; one register with AVX.
+using Lanes8 = float __attribute__((vector_size(32)));
+using LaneMask8 = int32_t __attribute__((vector_size(32)));
+
+// Eight combs by eight samples, as transpose does for four. Vectors by reference: by value, a 32-byte vector
+// would change the calling convention with AVX.
+inline void transpose8(Lanes8 (&r)[8]) noexcept {
+    Lanes8 t[8];
+    for (int k = 0; k < 8; k += 2) {
+        t[k] = __builtin_shuffle(r[k], r[k + 1], LaneMask8{0, 8, 1, 9, 4, 12, 5, 13});
+        t[k + 1] = __builtin_shuffle(r[k], r[k + 1], LaneMask8{2, 10, 3, 11, 6, 14, 7, 15});
+    }
+    Lanes8 u[8];
+    for (int h = 0; h < 8; h += 4) {
+        u[h] = __builtin_shuffle(t[h], t[h + 2], LaneMask8{0, 1, 8, 9, 4, 5, 12, 13});
+        u[h + 1] = __builtin_shuffle(t[h], t[h + 2], LaneMask8{2, 3, 10, 11, 6, 7, 14, 15});
+        u[h + 2] = __builtin_shuffle(t[h + 1], t[h + 3], LaneMask8{0, 1, 8, 9, 4, 5, 12, 13});
+        u[h + 3] = __builtin_shuffle(t[h + 1], t[h + 3], LaneMask8{2, 3, 10, 11, 6, 7, 14, 15});
+    }
+    for (int k = 0; k < 4; ++k) {
+        r[k] = __builtin_shuffle(u[k], u[k + 4], LaneMask8{0, 1, 2, 3, 8, 9, 10, 11});
+        r[k + 4] = __builtin_shuffle(u[k], u[k + 4], LaneMask8{4, 5, 6, 7, 12, 13, 14, 15});
+    }
+}
+
+// Eight-lane steps pay only where one register holds eight floats; elsewhere each is split into halves and
+// the eight-lane transpose into single moves, so the four-lane steps do the whole run.
+bool eightLanes() noexcept {
+#if defined(__x86_64__) && defined(__GNUC__)
+    return __builtin_cpu_supports("avx2");
+#else
+    return false;
+#endif
+}
+
 } // namespace
 
-// The eight combs of a channel run as two groups of four lanes, four samples at a time; the block is cut
-// wherever a comb's ring wraps, so no inner loop tests an index.
-void AFReverb3::runCombs(std::array<Comb, kCombs>& bank, const float* input, float* out, int count, float fb,
-                         float c1, float c2) noexcept {
+// The eight combs of a channel run as the eight lanes of one vector, eight samples at a time where the
+// processor has AVX2, and what is left of a run as two groups of four lanes, four samples at a time; the
+// block is cut wherever a comb's ring wraps, so no inner loop tests an index.
+LANE_WIDE_CLONES void AFReverb3::runCombs(std::array<Comb, kCombs>& bank, const float* input, float* out,
+                                          int count, float fb, float c1, float c2) noexcept {
     const Lanes c1Lanes = {c1, c1, c1, c1};
     const Lanes c2Lanes = {c2, c2, c2, c2};
     const Lanes fbLanes = {fb, fb, fb, fb};
+    const bool wide = eightLanes();
     for (int n = 0; n < count;) {
         int run = count - n;
         for (Comb& comb : bank) {
@@ -195,9 +233,36 @@ void AFReverb3::runCombs(std::array<Comb, kCombs>& bank, const float* input, flo
         float* ring[kCombs];
         for (int k = 0; k < kCombs; ++k)
             ring[k] = bank[k].buffer + bank[k].index + 1;
-        Lanes storeLo = {bank[0].store, bank[1].store, bank[2].store, bank[3].store};
-        Lanes storeHi = {bank[4].store, bank[5].store, bank[6].store, bank[7].store};
+        Lanes8 store8 = {bank[0].store, bank[1].store, bank[2].store, bank[3].store,
+                         bank[4].store, bank[5].store, bank[6].store, bank[7].store};
+        const Lanes8 c1Lanes8 = Lanes8{} + c1;
+        const Lanes8 c2Lanes8 = Lanes8{} + c2;
+        const Lanes8 fbLanes8 = Lanes8{} + fb;
         int j = 0;
+        for (; wide && j + 8 <= run; j += 8) {
+            Lanes8 v[kCombs];
+            std::memcpy(&v[0], ring[0] + j, sizeof(Lanes8));
+            Lanes8 sum = Lanes8{} + v[0];
+            for (int k = 1; k < kCombs; ++k) {
+                std::memcpy(&v[k], ring[k] + j, sizeof(Lanes8));
+                sum += v[k];
+            }
+            std::memcpy(out + n + j, &sum, sizeof(sum));
+            transpose8(v);
+            for (auto& row : v) {
+                store8 = row * c1Lanes8 + store8 * c2Lanes8;
+                row = store8;
+            }
+            transpose8(v);
+            Lanes8 x;
+            std::memcpy(&x, input + n + j, sizeof(x));
+            for (int k = 0; k < kCombs; ++k) {
+                const Lanes8 w = v[k] * fbLanes8 + x;
+                std::memcpy(ring[k] + j, &w, sizeof(w));
+            }
+        }
+        Lanes storeLo = {store8[0], store8[1], store8[2], store8[3]};
+        Lanes storeHi = {store8[4], store8[5], store8[6], store8[7]};
         for (; j + 4 <= run; j += 4) {
             Lanes lo[4];
             Lanes hi[4];
@@ -257,8 +322,11 @@ void AFReverb3::runCombs(std::array<Comb, kCombs>& bank, const float* input, flo
 }
 
 // An allpass is longer than a block, so no sample of a block reads what the same block wrote: between wraps
-// the four stages run in one loop with no recursion, four samples at a time.
-void AFReverb3::runAllpasses(std::array<Allpass, kAllpasses>& bank, float* out, int count) noexcept {
+// the four stages run in one loop with no recursion, eight samples at a time where the processor has AVX2,
+// then four.
+LANE_WIDE_CLONES void AFReverb3::runAllpasses(std::array<Allpass, kAllpasses>& bank, float* out,
+                                              int count) noexcept {
+    const bool wide = eightLanes();
     for (int n = 0; n < count;) {
         int run = count - n;
         for (Allpass& allpass : bank) {
@@ -269,8 +337,21 @@ void AFReverb3::runAllpasses(std::array<Allpass, kAllpasses>& bank, float* out, 
         for (int k = 0; k < kAllpasses; ++k)
             ring[k] = bank[k].buffer + bank[k].index + 1;
         float* s = out + n;
-        const Lanes half = {0.5f, 0.5f, 0.5f, 0.5f};
+        const Lanes8 half8 = Lanes8{} + 0.5f;
         int j = 0;
+        for (; wide && j + 8 <= run; j += 8) {
+            Lanes8 v;
+            std::memcpy(&v, s + j, sizeof(v));
+            for (float* r : ring) {
+                Lanes8 o;
+                std::memcpy(&o, r + j, sizeof(o));
+                const Lanes8 w = o * half8 + v;
+                std::memcpy(r + j, &w, sizeof(w));
+                v = o - v;
+            }
+            std::memcpy(s + j, &v, sizeof(v));
+        }
+        const Lanes half = {0.5f, 0.5f, 0.5f, 0.5f};
         for (; j + 4 <= run; j += 4) {
             Lanes v = loadLanes(s + j);
             for (float* r : ring) {
@@ -295,7 +376,9 @@ void AFReverb3::runAllpasses(std::array<Allpass, kAllpasses>& bank, float* out, 
     }
 }
 
-void AFReverb3::processChunk(float* left, float* right, int count) noexcept {
+// Cloned for wider processors as well: their three-operand forms save the register copies of the high-pass
+// pair.
+LANE_WIDE_CLONES void AFReverb3::processChunk(float* left, float* right, int count) noexcept {
     // Freeze closes the input and turns every comb into a lossless loop.
     const bool frozen = freeze > 0.5f;
     const float gain = frozen ? 0.0f : kInputGain;

@@ -26,11 +26,10 @@ float unit(float v) noexcept {
     return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
 }
 
-float readShape(const float* wave, const float* delta, float phase) noexcept {
-    const float p = phase * 1023.5f;
-    const int i = static_cast<int>(p);
-    return wave[i] + (p - static_cast<float>(i)) * delta[i];
-}
+// The three partials' phases in the first three lanes of one vector, each lane stepped and wrapped as a
+// scalar phase would be.
+using Partials = float __attribute__((vector_size(16)));
+using PartialRows = int32_t __attribute__((vector_size(16)));
 
 // Left and right travel together through the ring stage and the limiter.
 using Stereo = float __attribute__((vector_size(16)));
@@ -41,10 +40,6 @@ Stereo limit(Stereo y, Stereo& envelope, Stereo release) noexcept {
     const Stereo k = a > envelope ? Stereo{} + AFRinger::kLimiterAttack : release;
     envelope = (envelope - a) * k + a;
     return y / (envelope > 1.0f ? envelope : Stereo{} + 1.0f);
-}
-
-float wrap(float phase) noexcept {
-    return phase >= 1.0f ? phase - 1.0f : phase;
 }
 
 } // namespace
@@ -188,7 +183,9 @@ void AFRinger::process(float* left, float* right, int count) noexcept {
         processPiece(left + done, right + done, std::min(count - done, kMaxBlock));
 }
 
-void AFRinger::processPiece(float* left, float* right, int count) noexcept {
+// Cloned for wider processors as well: their three-operand forms and extra registers save the copies the
+// two passes need to keep their state live.
+LANE_WIDE_CLONES void AFRinger::processPiece(float* left, float* right, int count) noexcept {
     const float* wave = morphWave.data();
     const float* delta = morphDelta.data();
     const double rate = inverseRate;
@@ -200,17 +197,23 @@ void AFRinger::processPiece(float* left, float* right, int count) noexcept {
     ParamRamp level = partialLevel;
     ParamRamp corner = cutoff;
     StateVariableHP carrier = filter;
-    float ph1 = phase1, ph2 = phase2, ph3 = phase3;
+    Partials phase = {phase1, phase2, phase3, 0.0f};
+    // Times one is exact, so the fundamental steps by the plain step.
+    const Partials harmonic = {1.0f, 2.0f, 3.0f, 0.0f};
     for (int n = 0; n < count; ++n) {
         const double f = std::min(std::max(0.0, freq.advance()), kMaxFrequency);
         const auto step = static_cast<float>(f * rate);
-        ph1 = wrap(ph1 + step);
-        ph2 = wrap(ph2 + step * 2.0f);
-        ph3 = wrap(ph3 + step * 3.0f);
+        phase += step * harmonic;
+        phase = phase >= 1.0f ? phase - 1.0f : phase;
+        const Partials p = phase * 1023.5f;
+        const PartialRows row = __builtin_convertvector(p, PartialRows);
+        const Partials frac = p - __builtin_convertvector(row, Partials);
+        float read[3];
+        for (int k = 0; k < 3; ++k)
+            read[k] = wave[row[k]] + frac[k] * delta[row[k]];
 
         const auto l = static_cast<float>(level.advance());
-        const double signal =
-            readShape(wave, delta, ph1) + l * (readShape(wave, delta, ph2) + readShape(wave, delta, ph3));
+        const double signal = read[0] + l * (read[1] + read[2]);
 
         // A ramp run past its tick must not push the filter out of its stable range.
         const double c = corner.advance();
@@ -222,9 +225,9 @@ void AFRinger::processPiece(float* left, float* right, int count) noexcept {
     partialLevel = level;
     cutoff = corner;
     filter = carrier;
-    phase1 = ph1;
-    phase2 = ph2;
-    phase3 = ph3;
+    phase1 = phase[0];
+    phase2 = phase[1];
+    phase3 = phase[2];
 
     ParamRamp rect = rectify;
     Stereo env{envelopeL, envelopeR, 0.0f, 0.0f};
