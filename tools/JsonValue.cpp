@@ -166,7 +166,10 @@ private:
             if (pos >= s.size()) fail("unterminated string");
             const char c = s[pos++];
             if (c == '"') return out;
-            if (static_cast<unsigned char>(c) < 0x20) fail("control character in string");
+            if (static_cast<unsigned char>(c) < 0x20) {
+                --pos;
+                fail("control character in string");
+            }
             if (c != '\\') {
                 out += c;
                 continue;

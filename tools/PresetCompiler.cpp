@@ -201,7 +201,8 @@ void PresetCompiler::applySlot(AFUniClient& client, int slot, const JsonValue& p
     if (const JsonValue* lfo = preset.find("lfo1")) applyLfo(*engine.getLfo(0), *lfo, where + " lfo1");
     if (const JsonValue* lfo = preset.find("lfo2")) applyLfo(*engine.getLfo(1), *lfo, where + " lfo2");
     const JsonValue* name = preset.find("name");
-    client.setPresetName(slot, name ? text(*name, where + " name") : std::string(effect->getName()));
+    client.setPresetName(slot,
+                         name ? text(*name, where + " name") : std::string(EffectFactory::effectName(type)));
 }
 
 void PresetCompiler::applyDictatorRows(AFUniClient& client, const JsonValue& rows) {
