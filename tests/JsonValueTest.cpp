@@ -59,4 +59,7 @@ TEST(JsonValue, QuotesWhatItReads) {
     const std::string raw = std::string("a\"b\\c\n\x01 \xc3\xa9");
     EXPECT_EQ(JsonValue::quote(raw), "\"a\\\"b\\\\c\\u000a\\u0001 \xc3\xa9\"");
     EXPECT_EQ(JsonValue::parse(JsonValue::quote(raw)).text, raw);
+    // Stray bytes from a damaged name still give valid JSON, as Latin-1.
+    EXPECT_EQ(JsonValue::quote("a\xee\x41\xc3"), "\"a\\u00eeA\\u00c3\"");
+    EXPECT_EQ(JsonValue::parse(JsonValue::quote("\xff\xfe")).text, "\xc3\xbf\xc3\xbe");
 }

@@ -246,20 +246,42 @@ const JsonValue* JsonValue::find(const std::string& key) const {
     return it == members.end() ? nullptr : &it->second;
 }
 
+namespace {
+
+// Length of the valid UTF-8 sequence at `i`, 0 when the bytes there are not one.
+std::size_t utf8Length(const std::string& raw, std::size_t i) {
+    const auto lead = static_cast<unsigned char>(raw[i]);
+    const std::size_t length = lead < 0x80         ? 1
+                               : (lead >> 5) == 6  ? 2
+                               : (lead >> 4) == 14 ? 3
+                               : (lead >> 3) == 30 ? 4
+                                                   : 0;
+    if (length == 0 || (length == 2 && lead < 0xC2) || i + length > raw.size()) return 0;
+    for (std::size_t k = 1; k < length; ++k)
+        if ((static_cast<unsigned char>(raw[i + k]) >> 6) != 2) return 0;
+    return length;
+}
+
+} // namespace
+
+// Bytes that are no UTF-8 are taken as Latin-1, so any stored name gives valid JSON.
 std::string JsonValue::quote(const std::string& raw) {
     std::string out = "\"";
-    for (const char c : raw) {
+    for (std::size_t i = 0; i < raw.size();) {
+        const char c = raw[i];
         const auto u = static_cast<unsigned char>(c);
+        const std::size_t length = utf8Length(raw, i);
         if (c == '"' || c == '\\') {
             out += '\\';
             out += c;
-        } else if (u < 0x20) {
+        } else if (u < 0x20 || length == 0) {
             char code[8];
             std::snprintf(code, sizeof(code), "\\u%04x", u);
             out += code;
         } else {
-            out += c;
+            out.append(raw, i, length);
         }
+        i += length == 0 ? 1 : length;
     }
     return out + "\"";
 }
