@@ -7,6 +7,7 @@
 #include "engine/AFCommandRememberChunk.h"
 #include "engine/AFDenormalGuard.h"
 #include "engine/AFRandom.h"
+#include "state/AFGlobalSettings.h"
 #include "state/AFStateIO.h"
 
 #include <algorithm>
@@ -14,7 +15,9 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <thread>
 
 namespace {
@@ -60,6 +63,9 @@ AFUniClient::AFUniClient(AFHostCallback callback, void* user)
     TimeValueTables::instance();
     masterMix = 1.0f;
 
+    // 3. The global settings, each with its default.
+    AFGlobalSettings::read(settings, options);
+
     // 4. Who hosts us: the maker's own host does not get the default preset.
     char vendor[kHostTextSize] = {};
     getHostVendorString(vendor);
@@ -100,15 +106,27 @@ AFUniClient::AFUniClient(AFHostCallback callback, void* user)
     systemInfo.setControlInterval(kSubBlock);
     systemInfo.setSampleRate(sampleRate);
 
+    // 10. Paths, counters and, the first time, the user's content tree.
+    contentPaths.runFirstUse();
+
+    // 11. The default MIDI map.
+    midiBindings.attachAudioGate(&blocked, &inProcess);
+    loadDefaultMidiMap();
+
     // 12. The shared generator, from the clock.
     AFRandom::seed(static_cast<int32_t>(std::chrono::system_clock::now().time_since_epoch().count() & 0xFF));
 
     // 13-14. The global presets, and the default preset unless the maker's own host runs us.
-    rescanPresetBank(AFPresetBank::defaultFolder());
+    rescanPresetBank(contentPaths.presetPath(0));
     if (!ownHost) AFStateIO::loadDefaultPreset(*this, presetBank.getFolder());
 }
 
-AFUniClient::~AFUniClient() = default;
+AFUniClient::~AFUniClient() {
+    // The last instance closed decides what the next start reads.
+    AFGlobalSettings::write(settings, options);
+    settings.flush();
+    saveDefaultMidiMap();
+}
 
 void AFUniClient::nameParameters() {
     static constexpr const char* kGlobalNames[kSlotBlockStart] = {
@@ -459,13 +477,16 @@ int32_t AFUniClient::processEvents(AFEvents* events) {
             type = kNoteOn;
         else if (status == 0x80)
             type = kNoteOff;
-        else if (status == 0xB0)
-            type = data1 == 123 && channel == 0 ? kAllNotesOff : kController;
+        else if (status == 0xB0 && data1 == 123 && channel == 0)
+            type = kAllNotesOff;
+        else if (status == 0xB0 && !midiBindings.isCcBusy())
+            type = kController;
         else if (status == 0xE0)
             type = kPitchBend;
-        else if (status == 0xC0 && !options.ignorePrgChange.load(std::memory_order_relaxed))
+        else if (status == 0xC0 && !midiBindings.isCcBusy() &&
+                 !options.ignorePrgChange.load(std::memory_order_relaxed))
             type = kProgramChange;
-        else if (status == 0xD0)
+        else if (status == 0xD0 && !midiBindings.isCcBusy())
             type = kAftertouch;
         if (type == 0) continue;
         eventQueue.insert(std::max(event.deltaFrames, 0), type, data1, data2);
@@ -481,11 +502,39 @@ void AFUniClient::handleDueEvents() noexcept {
     }
 }
 
+template <typename List>
+void AFUniClient::applyBindings(const List& list, float value) noexcept {
+    // Straight through setParameter: a MIDI move is never reported to the host as automation.
+    const int n = list.size();
+    for (int i = 0; i < n; ++i)
+        setParameter(list[i], value);
+}
+
 void AFUniClient::handleEvent(const AFEventQueue::Record& record) noexcept {
+    // While a whole map is being replaced no binding runs, and learn waits for the next event.
+    const bool mapUsable = !midiBindings.isLoading();
     switch (record.type) {
-    case kController:
-        ccValues[static_cast<std::size_t>(record.data1 & 0x7F)] =
-            static_cast<float>(record.data2) * 0.007874016f;
+    case kNoteOn:
+        if (!mapUsable) break;
+        midiBindings.learnNote(record.data1);
+        // 1/128: a note never reaches 1.0.
+        applyBindings(midiBindings.notes(record.data1), static_cast<float>(record.data2) * 0.0078125f);
+        break;
+    case kNoteOff:
+        if (mapUsable) applyBindings(midiBindings.notes(record.data1), 0.0f);
+        break;
+    case kController: {
+        if (midiBindings.isCcBusy()) break;
+        const float value = static_cast<float>(record.data2) * 0.007874016f;
+        ccValues[static_cast<std::size_t>(record.data1 & 0x7F)] = value;
+        midiBindings.learnController(record.data1);
+        applyBindings(midiBindings.controllers(record.data1), value);
+        break;
+    }
+    case kAftertouch:
+        if (!mapUsable) break;
+        midiBindings.learnAftertouch();
+        applyBindings(midiBindings.aftertouch(), static_cast<float>(record.data1) * 0.007874016f);
         break;
     case kPitchBend:
         systemInfo.pitchBend = record.data2 > 63 ? static_cast<float>(record.data2 - 64) * 0.015873017f
@@ -498,6 +547,24 @@ void AFUniClient::handleEvent(const AFEventQueue::Record& record) noexcept {
     default:
         break;
     }
+}
+
+void AFUniClient::applyLoadedMidiMap(const AFMidiBindings& loaded, bool force) {
+    if (force || !options.ccRecallLock.load()) midiBindings.replaceControllers(loaded);
+}
+
+std::string AFUniClient::defaultMidiMapPath() const { return contentPaths.defaultMidiMapPath(); }
+
+void AFUniClient::loadDefaultMidiMap() {
+    // A missing default is no error, and a host must not see a message box while it builds us.
+    midiBindings.loadMidiMap(defaultMidiMapPath(), true);
+}
+
+void AFUniClient::saveDefaultMidiMap() const {
+    const std::filesystem::path path = defaultMidiMapPath();
+    std::error_code ignored;
+    std::filesystem::create_directories(path.parent_path(), ignored);
+    midiBindings.saveMidiMap(path.string());
 }
 
 void AFUniClient::addOutEvent(int delta, int number, int value, int channel) noexcept {
@@ -727,8 +794,17 @@ bool AFUniClient::getProgramNameIndexed(int32_t, int32_t index, char* text) {
     return true;
 }
 
-void AFUniClient::applyLoadedMidiMap(const std::vector<std::pair<int32_t, int32_t>>&) {}
+void AFUniClient::applyLoadedMidiMap(const std::vector<std::pair<int32_t, int32_t>>& bindings) {
+    auto loaded = std::make_unique<AFMidiBindings>();
+    for (const auto& [cc, parameter] : bindings) loaded->addControllerBinding(cc, parameter);
+    midiBindings.replaceControllers(*loaded);
+}
 
 std::vector<std::pair<int32_t, int32_t>> AFUniClient::midiMapForState() const {
-    return {};
+    std::vector<std::pair<int32_t, int32_t>> pairs;
+    for (int cc = 0; cc < 128; ++cc) {
+        const auto& list = midiBindings.controllers(cc);
+        for (int i = 0; i < list.size(); ++i) pairs.emplace_back(cc, list[i]);
+    }
+    return pairs;
 }

@@ -7,10 +7,13 @@
 #include "engine/AFDictator.h"
 #include "engine/AFEventQueue.h"
 #include "engine/AFGlobalOptions.h"
+#include "engine/AFMidiBindings.h"
 #include "engine/KnobEngine.h"
 #include "host/AFPluginBase.h"
 #include "state/AFChunk.h"
+#include "state/AFContentPaths.h"
 #include "state/AFPresetBank.h"
+#include "state/AFSettingsStore.h"
 
 #include <array>
 #include <atomic>
@@ -125,6 +128,10 @@ public:
     void setDynamicSignalFlow(bool on, bool holdAudio = true);
 
     AFGlobalOptions& getOptions() noexcept { return options; }
+    // GUI or host thread: the per-user store and the content folders (presets, MIDI maps, step patterns).
+    AFSettingsStore& getSettings() noexcept { return settings; }
+    const AFContentPaths& getContentPaths() const noexcept { return contentPaths; }
+    AFContentPaths& getContentPaths() noexcept { return contentPaths; }
     const AFSystemInfo& getSystemInfo() const noexcept { return systemInfo; }
     double getPosition() const noexcept { return position; }
     float getMasterMix() const noexcept { return masterMix; }
@@ -165,6 +172,19 @@ public:
     // Audio thread, from a slot that ended: takes it out of the processing order.
     void removeFromOrder(int slot) noexcept;
 
+    // MIDI bindings. GUI thread: the editor's learn target (-1 = none) and binding edits; see AFMidiBindings
+    // for which edits hold the audio off.
+    void setLearnTarget(int parameter) noexcept { midiBindings.setLearnTarget(parameter); }
+    int getLearnTarget() const noexcept { return midiBindings.getLearnTarget(); }
+    AFMidiBindings& getMidiBindings() noexcept { return midiBindings; }
+    // Any thread: last value of each controller, 0..1.
+    float getControllerValue(int cc) const noexcept { return ccValues[static_cast<std::size_t>(cc & 0x7F)]; }
+    // Host or GUI thread, from a state load: the loaded controller pairs replace the map unless
+    // "CCRecallLock" is on and the caller does not force it.
+    void applyLoadedMidiMap(const AFMidiBindings& loaded, bool force);
+    // Where the map lives that construction loads and destruction saves.
+    std::string defaultMidiMapPath() const;
+
 private:
     friend class AFStateIO;
 
@@ -179,6 +199,10 @@ private:
     void sendMidiOut() noexcept;
     void addOutEvent(int delta, int number, int value, int channel) noexcept;
     void ensureDryCapacity(int frames);
+    template <typename List>
+    void applyBindings(const List& list, float value) noexcept;
+    void loadDefaultMidiMap();
+    void saveDefaultMidiMap() const;
 
     std::array<AFMidiEvent, kMidiOutCapacity> midiOut{};
     int midiOutCount = 0;
@@ -193,6 +217,7 @@ private:
     std::array<std::string, kSlots> presetNames;
     std::string globalPresetName;
     std::array<float, 128> ccValues{};
+    AFMidiBindings midiBindings;
     AFGlobalOptions options;
     std::array<int, kSlots> processingOrder{};
     std::unique_ptr<float[]> dryLeft;
@@ -226,4 +251,6 @@ private:
     std::atomic<bool> randomizeRequest{false};
     std::atomic<bool> programChangeRequest{false};
     bool ownHost = false;
+    AFSettingsStore settings;
+    AFContentPaths contentPaths{settings};
 };

@@ -6,20 +6,6 @@
 #include <cstdlib>
 #include <filesystem>
 
-std::string AFPresetBank::defaultFolder() {
-    namespace fs = std::filesystem;
-    const char* data = std::getenv("XDG_DATA_HOME");
-    const char* home = std::getenv("HOME");
-    fs::path root;
-    if (data != nullptr && data[0] != '\0')
-        root = data;
-    else if (home != nullptr && home[0] != '\0')
-        root = fs::path(home) / ".local" / "share";
-    else
-        return {};
-    return (root / AFIdentity::kProduct / "Global Presets").string();
-}
-
 void AFPresetBank::scan(const std::string& where) {
     namespace fs = std::filesystem;
     folder = where;

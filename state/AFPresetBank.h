@@ -8,9 +8,6 @@ class AFPresetBank {
 public:
     static constexpr const char* kExtension = ".afog";
 
-    // The global preset folder under the user's data folder. Any thread.
-    static std::string defaultFolder();
-
     // GUI or host thread: lists the global presets of `folder`; a missing folder gives an empty bank.
     void scan(const std::string& folder);
 

@@ -640,7 +640,10 @@ TEST(AFStateIOTest, NineWordChunksLoadNothingAndSayNothing) {
 }
 
 TEST(AFStateIOTest, DefaultAfoIsLoadedAsAGlobalPresetAtConstruction) {
-    const fs::path folder = AFPresetBank::defaultFolder();
+    const fs::path folder = [] {
+        TestHost probe;
+        return fs::path(probe.client().getContentPaths().presetPath(0));
+    }();
     fs::create_directories(folder);
     for (const char* file : {"default.afo", "Default.afo"}) {
         const auto image = bytesOf(globalImage());

@@ -5,6 +5,24 @@
 #include <string>
 #include <unistd.h>
 
+namespace {
+
+// Every test starts from the options a new user has: what one test's plug-in writes when it closes must not
+// change how the next test's plug-in starts.
+class FreshSettings : public ::testing::EmptyTestEventListener {
+public:
+    explicit FreshSettings(std::filesystem::path folder) : settingsFolder(std::move(folder)) {}
+    void OnTestStart(const ::testing::TestInfo&) override {
+        std::error_code ignored;
+        std::filesystem::remove_all(settingsFolder, ignored);
+    }
+
+private:
+    std::filesystem::path settingsFolder;
+};
+
+} // namespace
+
 // Tests never touch the user's own settings or content: HOME and the XDG folders point at a fresh temporary
 // directory for the whole run.
 int main(int argc, char** argv) {
@@ -18,6 +36,7 @@ int main(int argc, char** argv) {
     setenv("XDG_DATA_HOME", (home / ".local/share").c_str(), 1);
 
     ::testing::InitGoogleTest(&argc, argv);
+    ::testing::UnitTest::GetInstance()->listeners().Append(new FreshSettings(home / ".config/Orvanto"));
     const int result = RUN_ALL_TESTS();
     std::error_code ignored;
     std::filesystem::remove_all(home, ignored);

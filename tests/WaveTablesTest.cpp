@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
+#include <cstdint>
 
 namespace {
 
@@ -46,6 +48,21 @@ TEST(WaveTablesTest, DeltasLeadToTheNextPointAndShapesStayBounded) {
         for (int i = 0; i < WaveTables::kSize; ++i) {
             ASSERT_NEAR(wave[i] + delta[i], wave[(i + 1) & WaveTables::kMask], 1e-6f) << w << " @" << i;
             ASSERT_LE(std::fabs(wave[i]), 1.0f + 1e-6f) << w << " @" << i;
+        }
+    }
+}
+
+TEST(WaveTablesTest, PairsHoldEachPointBesideItsDeltaBitForBit) {
+    const WaveTables& tables = WaveTables::instance();
+    for (int w = -1; w <= WaveTables::kCount; ++w) {
+        const float* wave = tables.wave(w);
+        const float* delta = tables.delta(w);
+        const float* pairs = tables.pairs(w);
+        for (int i = 0; i < WaveTables::kSize; ++i) {
+            ASSERT_EQ(std::bit_cast<uint32_t>(pairs[2 * i]), std::bit_cast<uint32_t>(wave[i]))
+                << w << " @" << i;
+            ASSERT_EQ(std::bit_cast<uint32_t>(pairs[2 * i + 1]), std::bit_cast<uint32_t>(delta[i]))
+                << w << " @" << i;
         }
     }
 }

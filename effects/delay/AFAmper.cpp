@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 
 #if defined(__SSE__)
 #include <xmmintrin.h>
@@ -82,14 +83,15 @@ Lanes crushLanes(Lanes x, Lanes step, Lanes inverse) noexcept {
 
 // Crushes four samples of both channels wherever the step is above zero.
 template <int32_t Mode>
-void crushGroup(float* left, float* right, const float* steps) noexcept {
+void crushGroup(float* left, float* right, const float* steps, const float* inverses) noexcept {
     Lanes l;
     Lanes r;
     Lanes step;
+    Lanes inverse;
     std::memcpy(&l, left, sizeof(l));
     std::memcpy(&r, right, sizeof(r));
     std::memcpy(&step, steps, sizeof(step));
-    const Lanes inverse = splat(1.0f) / step;
+    std::memcpy(&inverse, inverses, sizeof(inverse));
     const LaneMask active = step > splat(0.0f);
     l = active ? crushLanes<Mode>(l, step, inverse) : l;
     r = active ? crushLanes<Mode>(r, step, inverse) : r;
@@ -99,20 +101,23 @@ void crushGroup(float* left, float* right, const float* steps) noexcept {
 
 // The last partial group runs padded with a zero step, which leaves its lanes as they were.
 template <int32_t Mode>
-void crushBlock(float* left, float* right, const float* steps, int count) noexcept {
+void crushBlock(float* left, float* right, const float* steps, const float* inverses, int count) noexcept {
     int n = 0;
     for (; n + 4 <= count; n += 4)
-        crushGroup<Mode>(left + n, right + n, steps + n);
+        crushGroup<Mode>(left + n, right + n, steps + n, inverses + n);
     if (n == count) return;
     float l[4] = {};
     float r[4] = {};
     float step[4] = {};
+    constexpr float kNone = std::numeric_limits<float>::infinity();
+    float inverse[4] = {kNone, kNone, kNone, kNone};
     for (int i = 0; n + i < count; ++i) {
         l[i] = left[n + i];
         r[i] = right[n + i];
         step[i] = steps[n + i];
+        inverse[i] = inverses[n + i];
     }
-    crushGroup<Mode>(l, r, step);
+    crushGroup<Mode>(l, r, step, inverse);
     for (int i = 0; n + i < count; ++i) {
         left[n + i] = l[i];
         right[n + i] = r[i];
@@ -227,18 +232,26 @@ void AFAmper::processBlock(float* left, float* right, int count) noexcept {
         std::fill(rates + 1, rates + count, rates[0]);
     }
     if (crushing) {
+        // The reciprocals of the steps, once for a resting ramp.
+        float inverses[kBlock];
+        if (resting) {
+            std::fill(inverses, inverses + count, 1.0f / steps[0]);
+        } else {
+            for (int n = 0; n < count; ++n)
+                inverses[n] = 1.0f / steps[n];
+        }
         switch (crushMode) {
         case kHi:
-            crushBlock<kHi>(left, right, steps, count);
+            crushBlock<kHi>(left, right, steps, inverses, count);
             break;
         case kLow:
-            crushBlock<kLow>(left, right, steps, count);
+            crushBlock<kLow>(left, right, steps, inverses, count);
             break;
         case kClip:
-            crushBlock<kClip>(left, right, steps, count);
+            crushBlock<kClip>(left, right, steps, inverses, count);
             break;
         default:
-            crushBlock<kNormal>(left, right, steps, count);
+            crushBlock<kNormal>(left, right, steps, inverses, count);
             break;
         }
     }
@@ -260,7 +273,7 @@ void AFAmper::processBlock(float* left, float* right, int count) noexcept {
     float heldL = holdL;
     float heldR = holdR;
     int32_t countdown = holdCount;
-    for (int n = 0; n < count; ++n) {
+    for (int n = 0; n < count;) {
         if (--countdown < 1) {
             countdown = holdLength(rates[n] * scale, std::max(std::fabs(left[n]), std::fabs(right[n])));
             heldL = left[n];
@@ -270,6 +283,23 @@ void AFAmper::processBlock(float* left, float* right, int count) noexcept {
         right[n] = gainR[n] * heldR;
         heldL *= decay;
         heldR *= decay;
+        ++n;
+        // The samples up to the next reload repeat the held values; without decay that loop vectorises.
+        const int end = n + std::min(count - n, std::max(countdown - 1, 0));
+        countdown -= end - n;
+        if (decay == 1.0f) {
+            for (; n < end; ++n) {
+                left[n] = gainL[n] * heldL;
+                right[n] = gainR[n] * heldR;
+            }
+        } else {
+            for (; n < end; ++n) {
+                left[n] = gainL[n] * heldL;
+                right[n] = gainR[n] * heldR;
+                heldL *= decay;
+                heldR *= decay;
+            }
+        }
     }
     holdL = heldL;
     holdR = heldR;

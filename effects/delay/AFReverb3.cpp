@@ -11,9 +11,9 @@
 
 namespace {
 
+constexpr int kChunk = 64;
 constexpr double kHighPassDamp = 1.0 - 0.11;
 constexpr double kHighPassFrequency = 0.1;
-constexpr int kChunk = 64;
 
 float unitClamp(float v) noexcept {
     return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
@@ -216,18 +216,20 @@ void AFReverb3::runCombs(std::array<Comb, kCombs>& bank, const float* input, flo
             storeLanes(out + n + j, sum);
             transpose(lo[0], lo[1], lo[2], lo[3]);
             transpose(hi[0], hi[1], hi[2], hi[3]);
+            // The damping recursion runs across the combs; the feedback and the input are added back in
+            // per-comb runs, where the four input samples are one load.
             for (int m = 0; m < 4; ++m) {
-                const float x = input[n + j + m];
                 storeLo = lo[m] * c1Lanes + storeLo * c2Lanes;
-                lo[m] = storeLo * fbLanes + x;
+                lo[m] = storeLo;
                 storeHi = hi[m] * c1Lanes + storeHi * c2Lanes;
-                hi[m] = storeHi * fbLanes + x;
+                hi[m] = storeHi;
             }
             transpose(lo[0], lo[1], lo[2], lo[3]);
             transpose(hi[0], hi[1], hi[2], hi[3]);
+            const Lanes x = loadLanes(input + n + j);
             for (int k = 0; k < 4; ++k) {
-                storeLanes(ring[k] + j, lo[k]);
-                storeLanes(ring[k + 4] + j, hi[k]);
+                storeLanes(ring[k] + j, lo[k] * fbLanes + x);
+                storeLanes(ring[k + 4] + j, hi[k] * fbLanes + x);
             }
         }
         float store[kCombs];
@@ -255,7 +257,7 @@ void AFReverb3::runCombs(std::array<Comb, kCombs>& bank, const float* input, flo
 }
 
 // An allpass is longer than a block, so no sample of a block reads what the same block wrote: between wraps
-// the four stages run in one loop with no recursion, which vectorises.
+// the four stages run in one loop with no recursion, four samples at a time.
 void AFReverb3::runAllpasses(std::array<Allpass, kAllpasses>& bank, float* out, int count) noexcept {
     for (int n = 0; n < count;) {
         int run = count - n;
@@ -263,25 +265,29 @@ void AFReverb3::runAllpasses(std::array<Allpass, kAllpasses>& bank, float* out, 
             if (allpass.index == allpass.length - 1) allpass.index = -1;
             run = std::min(run, allpass.length - 1 - allpass.index);
         }
-        float* __restrict ring0 = bank[0].buffer + bank[0].index + 1;
-        float* __restrict ring1 = bank[1].buffer + bank[1].index + 1;
-        float* __restrict ring2 = bank[2].buffer + bank[2].index + 1;
-        float* __restrict ring3 = bank[3].buffer + bank[3].index + 1;
-        float* __restrict s = out + n;
-        for (int j = 0; j < run; ++j) {
+        float* ring[kAllpasses];
+        for (int k = 0; k < kAllpasses; ++k)
+            ring[k] = bank[k].buffer + bank[k].index + 1;
+        float* s = out + n;
+        const Lanes half = {0.5f, 0.5f, 0.5f, 0.5f};
+        int j = 0;
+        for (; j + 4 <= run; j += 4) {
+            Lanes v = loadLanes(s + j);
+            for (float* r : ring) {
+                const Lanes o = loadLanes(r + j);
+                storeLanes(r + j, o * half + v);
+                v = o - v;
+            }
+            storeLanes(s + j, v);
+        }
+        for (; j < run; ++j) {
             float v = s[j];
-            const float o0 = ring0[j];
-            ring0[j] = o0 * 0.5f + v;
-            v = o0 - v;
-            const float o1 = ring1[j];
-            ring1[j] = o1 * 0.5f + v;
-            v = o1 - v;
-            const float o2 = ring2[j];
-            ring2[j] = o2 * 0.5f + v;
-            v = o2 - v;
-            const float o3 = ring3[j];
-            ring3[j] = o3 * 0.5f + v;
-            s[j] = o3 - v;
+            for (float* r : ring) {
+                const float o = r[j];
+                r[j] = o * 0.5f + v;
+                v = o - v;
+            }
+            s[j] = v;
         }
         for (Allpass& allpass : bank)
             allpass.index += run;
@@ -307,19 +313,34 @@ void AFReverb3::processChunk(float* left, float* right, int count) noexcept {
         runAllpasses(allpasses[ch], wetOut[ch], count);
     }
 
-    // Width, mix and both output filters in one pass, left and right in the two lanes of a pair.
+    // Width, mix and both output high-passes in one pass, left and right in the two lanes of a pair. A
+    // resting width ramp keeps its mix gains for the whole chunk.
     using Pair = StateVariableHPPair::Pair;
     StateVariableHPPair highPass(highPassLeft, highPassRight, kFilterOffset);
-    for (int n = 0; n < count; ++n) {
+    if (widthRamp.getIncrement() == 0.0) {
         const double w = widthRamp.advance();
         const double wet1 = (w + 1.0) * 0.5 * kWet;
         const double wet2 = (1.0 - w) * 0.5 * kWet;
-        const double outL = wetOut[0][n];
-        const double outR = wetOut[1][n];
-        const Pair y =
-            highPass.step(Pair{wet1, wet1} * Pair{outL, outR} + Pair{wet2, wet2} * Pair{outR, outL});
-        left[n] = static_cast<float>(y[0]);
-        right[n] = static_cast<float>(y[1]);
+        for (int n = 0; n < count; ++n) {
+            const double outL = wetOut[0][n];
+            const double outR = wetOut[1][n];
+            const Pair y =
+                highPass.stepHigh(Pair{wet1, wet1} * Pair{outL, outR} + Pair{wet2, wet2} * Pair{outR, outL});
+            left[n] = static_cast<float>(y[0]);
+            right[n] = static_cast<float>(y[1]);
+        }
+    } else {
+        for (int n = 0; n < count; ++n) {
+            const double w = widthRamp.advance();
+            const double wet1 = (w + 1.0) * 0.5 * kWet;
+            const double wet2 = (1.0 - w) * 0.5 * kWet;
+            const double outL = wetOut[0][n];
+            const double outR = wetOut[1][n];
+            const Pair y =
+                highPass.stepHigh(Pair{wet1, wet1} * Pair{outL, outR} + Pair{wet2, wet2} * Pair{outR, outL});
+            left[n] = static_cast<float>(y[0]);
+            right[n] = static_cast<float>(y[1]);
+        }
     }
     highPass.finish();
 }

@@ -5,6 +5,7 @@
 #include "effects/framework/TimeValueTables.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 
@@ -158,30 +159,121 @@ inline float AFReverseDelayV::processSide(Side& side, float input, double feedba
     return y;
 }
 
-void AFReverseDelayV::process(float* left, float* right, int count) noexcept {
-    // Local copies, so that the stores into the rings cannot be taken to touch the running state. "Fade"
-    // changes only at ticks, between calls.
-    Side l = sides[0];
-    Side r = sides[1];
-    uint32_t position = writePosition;
-    bool first = firstPass;
-    const uint32_t size = capacity;
-    const float fade = unitClamp(parameterValues[3]);
-    for (int n = 0; n < count; ++n) {
-        const double feedback = feedbackRamp.advance();
-        if (--l.remaining < 0) startStretch(l, lengthLeft, position, first, fade);
-        left[n] = processSide(l, left[n], feedback, position, size);
-        if (--r.remaining < 0) startStretch(r, lengthRight, position, first, fade);
-        right[n] = processSide(r, right[n], feedback, position, size);
-        if (++position >= size) {
+namespace {
+
+using Lanes = float __attribute__((vector_size(16)));
+using Ints = int32_t __attribute__((vector_size(16)));
+using Pair = double __attribute__((vector_size(16)));
+using Half = float __attribute__((vector_size(8)));
+
+Lanes load(const float* p) noexcept {
+    Lanes v;
+    std::memcpy(&v, p, sizeof(v));
+    return v;
+}
+
+void store(float* p, Lanes v) noexcept {
+    std::memcpy(p, &v, sizeof(v));
+}
+
+Lanes splat(float v) noexcept {
+    return Lanes{v, v, v, v};
+}
+
+// The feedback write of four samples in doubles, as the one-by-one step does it.
+Lanes feedbackWrite(Lanes y, const double* feedback, Lanes input) noexcept {
+    Pair fbLow;
+    Pair fbHigh;
+    std::memcpy(&fbLow, feedback, sizeof(fbLow));
+    std::memcpy(&fbHigh, feedback + 2, sizeof(fbHigh));
+    const Pair low = __builtin_convertvector(Half{y[0], y[1]}, Pair) * -fbLow +
+                     __builtin_convertvector(Half{input[0], input[1]}, Pair);
+    const Pair high = __builtin_convertvector(Half{y[2], y[3]}, Pair) * -fbHigh +
+                      __builtin_convertvector(Half{input[2], input[3]}, Pair);
+    const Half a = __builtin_convertvector(low, Half);
+    const Half b = __builtin_convertvector(high, Half);
+    const Lanes w = {a[0], a[1], b[0], b[1]};
+    // Hard-limited to full scale, a NaN passing as it is.
+    return w < splat(-1.0f) ? splat(-1.0f) : (splat(1.0f) < w ? splat(1.0f) : w);
+}
+
+} // namespace
+
+uint32_t AFReverseDelayV::runSide(Side& side, uint32_t wanted, float* io, const double* feedback, int count,
+                                  uint32_t position, bool& first, uint32_t size, float fade) noexcept {
+    // A local copy, so that the stores into the ring cannot be taken to touch the running state.
+    Side s = side;
+    float* buffer = s.buffer;
+    for (int n = 0; n < count;) {
+        // A steady run four samples at a time: no stretch starts, neither index wraps, the read position is
+        // whole (so the interpolation weight is zero) and the reads stay clear of the run's own writes.
+        int run = 0;
+        const double top = s.readPosition;
+        if (s.remaining > 0 && top >= 0.0 && top + 1.0 < static_cast<double>(size) &&
+            top == std::floor(top)) {
+            const auto head = static_cast<int64_t>(top);
+            run = std::min({count - n, s.remaining, static_cast<int>(std::min<int64_t>(head + 1, kChunk)),
+                            static_cast<int>(std::min<uint32_t>(size - position, kChunk))}) &
+                  ~3;
+            const bool clear = head + 1 < static_cast<int64_t>(position) || head - run + 1 >= position + run;
+            if (!clear) run = 0;
+        }
+        if (run > 0) {
+            const auto head = static_cast<int64_t>(top);
+            const Lanes fadeLanes = splat(static_cast<float>(s.fadeLength));
+            const Ints fadeInts = {s.fadeLength, s.fadeLength, s.fadeLength, s.fadeLength};
+            for (int j = 0; j < run; j += 4) {
+                const float* at = buffer + head - j;
+                const Lanes current = __builtin_shufflevector(load(at - 3), load(at - 3), 3, 2, 1, 0);
+                const Lanes following = __builtin_shufflevector(load(at - 2), load(at - 2), 3, 2, 1, 0);
+                const Lanes x = current + (following - current) * splat(0.0f);
+                const int32_t left = s.remaining - 1 - j;
+                const Ints remaining = {left, left - 1, left - 2, left - 3};
+                const Ints elapsed = Ints{s.stretch, s.stretch, s.stretch, s.stretch} - remaining;
+                const Lanes rising = __builtin_convertvector(elapsed, Lanes) / fadeLanes;
+                const Lanes falling = __builtin_convertvector(remaining, Lanes) / fadeLanes;
+                const Lanes gain =
+                    elapsed < fadeInts ? rising : (remaining < fadeInts ? falling : splat(1.0f));
+                const Lanes y = gain * x;
+                store(buffer + position + j, feedbackWrite(y, feedback + n + j, load(io + n + j)));
+                store(io + n + j, y);
+            }
+            s.readPosition -= run;
+            s.remaining -= run;
+            n += run;
+            position += static_cast<uint32_t>(run);
+        } else {
+            if (--s.remaining < 0) startStretch(s, wanted, position, first, fade);
+            io[n] = processSide(s, io[n], feedback[n], position, size);
+            ++n;
+            ++position;
+        }
+        if (position >= size) {
             position = 0;
             first = false;
         }
     }
-    sides[0] = l;
-    sides[1] = r;
-    writePosition = position;
-    firstPass = first;
+    side = s;
+    return position;
+}
+
+void AFReverseDelayV::process(float* left, float* right, int count) noexcept {
+    // The two sides share only the feedback and the write position, so each runs through the chunk on its
+    // own. "Fade" changes only at ticks, between calls.
+    const uint32_t size = capacity;
+    const float fade = unitClamp(parameterValues[3]);
+    for (int done = 0; done < count; done += kChunk) {
+        const int n = std::min(kChunk, count - done);
+        double feedback[kChunk];
+        for (int i = 0; i < n; ++i)
+            feedback[i] = feedbackRamp.advance();
+        bool first = firstPass;
+        runSide(sides[0], lengthLeft, left + done, feedback, n, writePosition, first, size, fade);
+        first = firstPass;
+        writePosition =
+            runSide(sides[1], lengthRight, right + done, feedback, n, writePosition, first, size, fade);
+        firstPass = first;
+    }
 }
 
 void AFReverseDelayV::formatParameter(int index, float value, char* text) {

@@ -63,6 +63,12 @@ private:
                                                     bool first, float fade) noexcept;
     [[gnu::always_inline]] static float processSide(Side& side, float input, double feedback,
                                                     uint32_t position, uint32_t size) noexcept;
+    // One side through a chunk from the write position at its start; returns the write position after it.
+    static uint32_t runSide(Side& side, uint32_t wanted, float* io, const double* feedback, int count,
+                            uint32_t position, bool& first, uint32_t size, float fade) noexcept;
+
+    // Samples per pass of the side loops.
+    static constexpr int kChunk = 64;
 
     std::vector<float> leftBuffer;
     std::vector<float> rightBuffer;

@@ -15,18 +15,28 @@ public:
 
     // Audio thread: one sample for each filter, returning each filter's selected state.
     Pair step(Pair x) noexcept {
-        high = (x + offset) - (damp * band + low);
-        const Pair nextBand = (bandFromBand * band + bandFromLow * low) + (bandFromInput * x + bandOffset);
-        const Pair nextLow = (lowFromBand * band + lowFromLow * low) + (lowFromInput * x + lowOffset);
-        band = nextBand;
-        low = nextLow;
+        update(x);
         return takeLow ? low : (takeBand ? band : high);
+    }
+
+    // Audio thread: as step, for two filters that both give their high-pass output.
+    Pair stepHigh(Pair x) noexcept {
+        update(x);
+        return high;
     }
 
     // Audio thread, at the end of a run: writes the states back into both filters.
     void finish() noexcept;
 
 private:
+    void update(Pair x) noexcept {
+        high = (x + offset) - (damp * band + low);
+        const Pair nextBand = (bandFromBand * band + bandFromLow * low) + (bandFromInput * x + bandOffset);
+        const Pair nextLow = (lowFromBand * band + lowFromLow * low) + (lowFromInput * x + lowOffset);
+        band = nextBand;
+        low = nextLow;
+    }
+
     StateVariableHP& a;
     StateVariableHP& b;
     Pair offset, damp;

@@ -1,5 +1,6 @@
 #include "effects/filter/AFRinger.h"
 
+#include "effects/filter/LaneFilter.h"
 #include "effects/filter/WaveTables.h"
 #include "effects/framework/AFSystemInfo.h"
 
@@ -148,7 +149,7 @@ void AFRinger::reset() {
     filter.f = cutoff.getCurrent();
 }
 
-void AFRinger::updateMorph() noexcept {
+LANE_WIDE_CLONES void AFRinger::updateMorph() noexcept {
     if (shapeIndex == morphIndex && shapeFraction == morphFraction) return;
     morphIndex = shapeIndex;
     morphFraction = shapeFraction;

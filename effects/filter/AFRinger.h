@@ -63,7 +63,8 @@ private:
     float phase3 = 0.0f;
     std::array<const float*, kShapeCount> shapes{};
     std::array<const float*, kShapeCount> shapeDeltas{};
-    // The two neighbouring shapes crossfaded once per change of "Waveform", so a partial costs one read.
+    // The two neighbouring shapes crossfaded once per change of "Waveform", so a partial costs one read; the
+    // crossfade runs on the widest lanes the processor offers, as "Waveform" may move at every tick.
     alignas(16) std::array<float, 1024> morphWave{};
     alignas(16) std::array<float, 1024> morphDelta{};
     int morphIndex = -1;

@@ -80,12 +80,12 @@ private:
     alignas(32) std::array<float, kLanes> phase{};
     alignas(32) std::array<float, kLanes> phaseStep{};
     alignas(32) std::array<float, kLanes> oscOut{};
-    alignas(32) std::array<int32_t, kLanes> readIndex{};
+    alignas(32) std::array<uint32_t, kLanes> readIndex{};
     alignas(32) std::array<float, kLanes> noteFreq{};
     alignas(32) std::array<float, kLanes> arpFreq{};
 
-    const float* wave;
-    const float* delta;
+    // The wave with its deltas interleaved (WaveTables::pairs).
+    const float* pairs;
     int32_t waveIndex = 0;
     int32_t octaveMode = 0;
     int32_t chordIndex = 0;

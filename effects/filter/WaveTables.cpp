@@ -73,8 +73,12 @@ WaveTables::WaveTables() {
     for (int w = 0; w < kCount; ++w) {
         auto& table = waves[static_cast<std::size_t>(w)];
         auto& diff = deltas[static_cast<std::size_t>(w)];
-        for (int i = 0; i < kSize; ++i)
-            diff[static_cast<std::size_t>(i)] =
-                table[static_cast<std::size_t>((i + 1) & kMask)] - table[static_cast<std::size_t>(i)];
+        auto& pair = pairTables[static_cast<std::size_t>(w)];
+        for (int i = 0; i < kSize; ++i) {
+            const auto k = static_cast<std::size_t>(i);
+            diff[k] = table[static_cast<std::size_t>((i + 1) & kMask)] - table[k];
+            pair[2 * k] = table[k];
+            pair[2 * k + 1] = diff[k];
+        }
     }
 }

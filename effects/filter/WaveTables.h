@@ -17,6 +17,9 @@ public:
     const float* wave(int index) const noexcept { return waves[fold(index)].data(); }
     // Any thread. Same index as wave(); delta[i] = wave[i + 1] - wave[i], wrapping at the end.
     const float* delta(int index) const noexcept { return deltas[fold(index)].data(); }
+    // Any thread. Same index as wave(); point i and its delta side by side at [2i] and [2i + 1], so one
+    // 8-byte read fetches both.
+    const float* pairs(int index) const noexcept { return pairTables[fold(index)].data(); }
 
 private:
     WaveTables();
@@ -24,4 +27,5 @@ private:
 
     alignas(32) std::array<std::array<float, kSize>, kCount> waves{};
     alignas(32) std::array<std::array<float, kSize>, kCount> deltas{};
+    alignas(32) std::array<std::array<float, 2 * kSize>, kCount> pairTables{};
 };

@@ -162,7 +162,8 @@ void AFTapeStopper::process(float* left, float* right, int count) noexcept {
     const uint32_t size = capacity;
     const double top = static_cast<double>(size);
 
-    // The state lives in locals for the loop and is stored back once.
+    // The state lives in locals for the loop and is stored back once. The DC blocker runs in the same loop,
+    // both channels side by side, so that its recursions overlap the read head's work.
     uint32_t valid = validEnd;
     uint32_t written = writePosition;
     uint32_t cycle = cycleLength;
@@ -171,6 +172,13 @@ void AFTapeStopper::process(float* left, float* right, int count) noexcept {
     double pace = speed;
     uint8_t up = rising;
     uint8_t first = firstCycle;
+    float dcLeft = dcInLeft;
+    float dcRight = dcInRight;
+    float blockedLeft = dcOutLeft;
+    float blockedRight = dcOutRight;
+    // The factors of the two slope curves, for the slope in force while falling and while rising.
+    const double downFactor = downSlope <= 0.5 ? 2.0 * downSlope : 2.0 * (downSlope - 0.5);
+    const double upFactor = upSlope <= 0.5 ? 2.0 * upSlope : 2.0 * (upSlope - 0.5);
 
     for (int i = 0; i < count; ++i) {
         if (written < size) {
@@ -179,14 +187,16 @@ void AFTapeStopper::process(float* left, float* right, int count) noexcept {
             ++written;
             valid = std::max(valid, written);
         }
+        float wetLeft = 0.0f;
+        float wetRight = 0.0f;
         double gain = 1.0;
+        bool silent = false;
         if (cycle == 0) {
             if (wanted != 0 && played < 0xFFFFFFC0u) cycle = wanted;
             if (top > head) {
                 gain = endFade(head, top);
             } else {
-                left[i] = 0.0f;
-                right[i] = 0.0f;
+                silent = true;
                 if (wanted != 0) {
                     played = 0;
                     pace = 1.0;
@@ -194,70 +204,79 @@ void AFTapeStopper::process(float* left, float* right, int count) noexcept {
                     up = 0;
                     head = 0.0;
                 }
-                continue;
             }
         }
 
-        // Reads past what was recorded (only after a tempo change) hear silence.
-        const auto index = static_cast<uint32_t>(head);
-        const uint32_t next = index + 1 == size ? 0 : index + 1;
-        const auto fraction = static_cast<float>(head - static_cast<double>(index));
-        const float l0 = index < valid ? bufferLeft[index] : 0.0f;
-        const float r0 = index < valid ? bufferRight[index] : 0.0f;
-        const float l1 = next < valid ? bufferLeft[next] : 0.0f;
-        const float r1 = next < valid ? bufferRight[next] : 0.0f;
-        const float outLeft = l0 + (l1 - l0) * fraction;
-        const float outRight = r0 + (r1 - r0) * fraction;
+        if (!silent) {
+            // Reads past what was recorded (only after a tempo change) hear silence.
+            const auto index = static_cast<uint32_t>(head);
+            const uint32_t next = index + 1 == size ? 0 : index + 1;
+            const auto fraction = static_cast<float>(head - static_cast<double>(index));
+            const float l0 = index < valid ? bufferLeft[index] : 0.0f;
+            const float r0 = index < valid ? bufferRight[index] : 0.0f;
+            const float l1 = next < valid ? bufferLeft[next] : 0.0f;
+            const float r1 = next < valid ? bufferRight[next] : 0.0f;
+            const float outLeft = l0 + (l1 - l0) * fraction;
+            const float outRight = r0 + (r1 - r0) * fraction;
 
-        const double slope = up ? upSlope : downSlope;
-        const double s = pace;
-        double step;
-        if (manual) {
-            step = slowDown;
-        } else if (slope <= 0.5) {
-            const double fall = 1.0 - s;
-            const double a = 1.0 - fall * fall * fall;
-            step = a + 2.0 * slope * (s - a);
-        } else {
-            step = s + 2.0 * (slope - 0.5) * (s * s * s - s);
-        }
-        head += step;
+            const double slope = up ? upSlope : downSlope;
+            const double factor = up ? upFactor : downFactor;
+            const double s = pace;
+            double step;
+            if (manual) {
+                step = slowDown;
+            } else if (slope <= 0.5) {
+                const double fall = 1.0 - s;
+                const double a = 1.0 - fall * fall * fall;
+                step = a + factor * (s - a);
+            } else {
+                step = s + factor * (s * s * s - s);
+            }
+            head += step;
 
-        pace += up ? delta : -delta;
-        if (pace < lowest) {
-            pace = lowest;
-            up = risingAtFloor;
-        }
-        if (pace > 1.0) up = 0;
-        // The deliberate bounces: off the end backward at a quarter speed, off the start forward.
-        if (head >= top) {
-            up = 0;
-            head = top - 1.0;
-            pace = -0.25;
-        }
-        if (head < 0.0) {
-            head = 0.0;
-            up = 1;
-            pace = 0.25;
+            pace += up ? delta : -delta;
+            if (pace < lowest) {
+                pace = lowest;
+                up = risingAtFloor;
+            }
+            if (pace > 1.0) up = 0;
+            // The deliberate bounces: off the end backward at a quarter speed, off the start forward.
+            if (head >= top) {
+                up = 0;
+                head = top - 1.0;
+                pace = -0.25;
+            }
+            if (head < 0.0) {
+                head = 0.0;
+                up = 1;
+                pace = 0.25;
+            }
+
+            // The end fade of the cycle: its last 64 samples fall to zero.
+            double outGain = gain;
+            if (cycle != 0 && played + kFadeSamples >= cycle) outGain *= (cycle - played) * kFadeScale;
+            if (played < kFadeSamples && first == 0) outGain *= played * kFadeScale;
+            const auto g = static_cast<float>(outGain);
+            wetLeft = outLeft * g;
+            wetRight = outRight * g;
+
+            if (cycle != 0 && ++played >= cycle) {
+                pace = 1.0;
+                head = 0.0;
+                cycle = wanted;
+                played = 0;
+                written = 0;
+                up = 0;
+                first = 0;
+            }
         }
 
-        // The end fade of the cycle: its last 64 samples fall to zero.
-        double outGain = gain;
-        if (cycle != 0 && played + kFadeSamples >= cycle) outGain *= (cycle - played) * kFadeScale;
-        if (played < kFadeSamples && first == 0) outGain *= played * kFadeScale;
-        const auto g = static_cast<float>(outGain);
-        left[i] = outLeft * g;
-        right[i] = outRight * g;
-
-        if (cycle != 0 && ++played >= cycle) {
-            pace = 1.0;
-            head = 0.0;
-            cycle = wanted;
-            played = 0;
-            written = 0;
-            up = 0;
-            first = 0;
-        }
+        blockedLeft = kDcPole * blockedLeft + (wetLeft - dcLeft);
+        blockedRight = kDcPole * blockedRight + (wetRight - dcRight);
+        dcLeft = wetLeft;
+        dcRight = wetRight;
+        left[i] = blockedLeft;
+        right[i] = blockedRight;
     }
 
     validEnd = valid;
@@ -268,26 +287,10 @@ void AFTapeStopper::process(float* left, float* right, int count) noexcept {
     speed = pace;
     rising = up;
     firstCycle = first;
-
-    // DC blocker, both channels in one pass so their recursions overlap.
-    float inLeft = dcInLeft;
-    float inRight = dcInRight;
-    float outLeft = dcOutLeft;
-    float outRight = dcOutRight;
-    for (int i = 0; i < count; ++i) {
-        const float x = left[i];
-        const float y = right[i];
-        outLeft = kDcPole * outLeft + (x - inLeft);
-        outRight = kDcPole * outRight + (y - inRight);
-        inLeft = x;
-        inRight = y;
-        left[i] = outLeft;
-        right[i] = outRight;
-    }
-    dcInLeft = inLeft;
-    dcInRight = inRight;
-    dcOutLeft = outLeft;
-    dcOutRight = outRight;
+    dcInLeft = dcLeft;
+    dcInRight = dcRight;
+    dcOutLeft = blockedLeft;
+    dcOutRight = blockedRight;
 }
 
 void AFTapeStopper::formatParameter(int index, float value, char* text) {

@@ -1,0 +1,62 @@
+#include "BenchRig.h"
+#include "effects/framework/EffectFactory.h"
+#include "effects/loop/AFBeatStretcherKN.h"
+#include "engine/KnobEngine.h"
+
+#include <benchmark/benchmark.h>
+
+#include <initializer_list>
+#include <string_view>
+#include <utility>
+
+// Each effect in slot 1 with settings that keep it at full work, as a musician would play it.
+namespace {
+
+using namespace bench;
+
+struct Setting {
+    std::initializer_list<std::pair<int, float>> parameters;
+    std::initializer_list<std::pair<int, int>> options;
+};
+
+int typeOf(std::string_view name) {
+    for (int id = 0; id < EffectFactory::kTypeCount; ++id)
+        if (name == EffectFactory::effectName(id)) return id;
+    return 0;
+}
+
+void EffectInSlotBusy(benchmark::State& state, const char* name, Setting setting) {
+    Rig rig(512);
+    const int type = typeOf(name);
+    rig.client->setSlotEffect(0, type);
+    for (const auto& [option, value] : setting.options)
+        rig.client->setSlotOption(0, option, value);
+    for (const auto& [row, value] : setting.parameters)
+        rig.client->setParameter(AFUniClient::kSlotBlockStart + KnobEngine::kParameter1 + row, value);
+    rig.runSlot(0, type, false);
+    state.SetLabel(name);
+    runRig(state, rig);
+    if (const auto* grains = dynamic_cast<const AFBeatStretcherKN*>(rig.client->slotEffect(0)))
+        state.counters["voices"] = grains->activeVoices();
+}
+
+} // namespace
+
+// "Scratch": the head slows, reverses and speeds up again the whole cycle.
+BENCHMARK_CAPTURE(EffectInSlotBusy, Vinylizer, "Vinylizer",
+                  Setting{{{0, 0.6f}, {1, 0.4f}, {3, 0.7f}}, {{1, 1}}});
+// Both sides reversing with strong feedback and long fades.
+BENCHMARK_CAPTURE(EffectInSlotBusy, ReverseDelay, "Reverse Delay",
+                  Setting{{{0, 0.3f}, {1, 0.5f}, {2, 0.8f}, {3, 0.6f}}, {}});
+// Crushed in the square-root domain with a dynamic sample-rate reduction.
+BENCHMARK_CAPTURE(EffectInSlotBusy, Levelizer, "Levelizer",
+                  Setting{{{0, 0.6f}, {1, 0.4f}, {2, 0.6f}, {3, 0.3f}}, {{2, 1}, {3, 1}}});
+// Unfrozen, a large damped room that rings on.
+BENCHMARK_CAPTURE(EffectInSlotBusy, FreezeVerb, "FreezeVerb",
+                  Setting{{{0, 0.8f}, {1, 0.5f}, {2, 0.7f}, {3, 0.0f}}, {}});
+// Longest grains at the shortest distance, pitched so that each lasts just under ten starts: all ten voices
+// sound at once.
+BENCHMARK_CAPTURE(EffectInSlotBusy, Granulizer, "Granulizer",
+                  Setting{{{0, 0.3f}, {1, 1.0f}, {2, 0.0f}, {3, 0.33f}}, {{1, 1}}});
+// Looping a beat of the input.
+BENCHMARK_CAPTURE(EffectInSlotBusy, Looper, "Looper", Setting{{}, {}});
