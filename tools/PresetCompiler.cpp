@@ -2,6 +2,7 @@
 
 #include "effects/framework/AFEffect.h"
 #include "effects/framework/EffectFactory.h"
+#include "engine/AFMidiBindings.h"
 #include "engine/AFUniClient.h"
 #include "engine/KnobEngine.h"
 #include "modulation/AFGlideTable.h"
@@ -9,6 +10,7 @@
 #include "modulation/AFStepPatternFile.h"
 #include "tools/ToolClient.h"
 
+#include <cstdint>
 #include <cstring>
 #include <stdexcept>
 
@@ -110,6 +112,34 @@ void compileStepPattern(const JsonValue& source, const std::string& output) {
         table.setGlide(0, i, glides.items[i].boolean ? 1 : 0);
     }
     if (!AFStepPatternFile::save(output, table, nullptr)) fail("cannot write " + output);
+}
+
+// Sources (CC or note numbers) to lists of parameter indices.
+void applyBindings(const JsonValue* sources, const char* what, bool (AFMidiBindings::*bind)(int, int32_t),
+                   AFMidiBindings& map) {
+    if (!sources) return;
+    if (!sources->isObject()) fail(std::string(what) + ": object expected");
+    for (const auto& [key, targets] : sources->members) {
+        char* end = nullptr;
+        const long source = std::strtol(key.c_str(), &end, 10);
+        if (key.empty() || *end != '\0' || source < 0 || source >= AFMidiBindings::kSources)
+            fail(std::string(what) + ": \"" + key + "\" outside 0..127");
+        if (!targets.isArray()) fail(std::string(what) + " " + key + ": list of parameters expected");
+        for (const JsonValue& target : targets.items) {
+            const int parameter = integer(target, std::string(what) + " " + key, 0, INT32_MAX);
+            if (!AFMidiBindings::isBindable(parameter) || !(map.*bind)(static_cast<int>(source), parameter))
+                fail(std::string(what) + " " + key + ": parameter " + std::to_string(parameter) +
+                     " cannot be bound");
+        }
+    }
+}
+
+void compileMidiMap(const JsonValue& source, const std::string& output) {
+    checkKeys(source, {"format", "version", "name", "description", "controllers", "notes"}, "MIDI map");
+    AFMidiBindings map;
+    applyBindings(source.find("controllers"), "controllers", &AFMidiBindings::addControllerBinding, map);
+    applyBindings(source.find("notes"), "notes", &AFMidiBindings::addNoteBinding, map);
+    if (!map.saveMidiMap(output)) fail("cannot write " + output);
 }
 
 } // namespace
@@ -229,6 +259,10 @@ void PresetCompiler::compile(const JsonValue& source, const std::string& output)
     const std::string& format = text(member(source, "format"), "format");
     if (format == "orvanto-step-pattern") {
         compileStepPattern(source, output);
+        return;
+    }
+    if (format == "orvanto-midi-map") {
+        compileMidiMap(source, output);
         return;
     }
     const auto owned = ToolClient::create();

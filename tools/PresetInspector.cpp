@@ -3,6 +3,7 @@
 #include "effects/framework/AFEffect.h"
 #include "effects/framework/EffectFactory.h"
 #include "engine/AFMessageSink.h"
+#include "engine/AFMidiBindings.h"
 #include "engine/AFUniClient.h"
 #include "engine/KnobEngine.h"
 #include "host/AFPluginTypes.h"
@@ -73,7 +74,9 @@ bool isFlag(int32_t v) {
 
 PresetInspector::PresetInspector(std::string filePath) : path(std::move(filePath)) {
     const std::string ext = lowerExtension(path);
-    if (ext == ".afo")
+    if (ext == ".afm")
+        fileKind = Kind::MidiMap;
+    else if (ext == ".afo")
         fileKind = Kind::Effect;
     else if (ext == ".afog")
         fileKind = Kind::Global;
@@ -102,12 +105,8 @@ float PresetInspector::floatAt(int32_t word) const {
 }
 
 bool PresetInspector::loadImage() {
-    if (lowerExtension(path) == ".afm") {
-        fault = "MIDI maps are not supported by this build";
-        return false;
-    }
     if (fileKind == Kind::Unknown) {
-        fault = "unknown file kind: the name must end in .afo, .afog, .dic or .AFS";
+        fault = "unknown file kind: the name must end in .afo, .afog, .dic, .afm or .AFS";
         return false;
     }
     std::ifstream in(path, std::ios::binary);
@@ -146,7 +145,8 @@ bool PresetInspector::checkHeader() {
         return failAt(size,
                       "words left over after the last field (the header says " + std::to_string(size) + ")");
     if (chunk.getVersion() > AFChunk::contentVersion()) {
-        fault = std::string("preset was written with a newer version of ") + AFIdentity::kProduct;
+        fault = std::string(fileKind == Kind::MidiMap ? "midi map" : "preset") +
+                " was written with a newer version of " + AFIdentity::kProduct;
         return false;
     }
     return true;
@@ -335,10 +335,68 @@ bool PresetInspector::checkPattern() {
     return true;
 }
 
+bool PresetInspector::checkMidiMap() {
+    AFMidiBindings map;
+    AFChunk chunk;
+    chunk.loadBytes(bytes.data(), bytes.size(), true);
+    chunk.rewindToRead();
+    const int32_t version = intAt(AFChunk::kHeaderWords);
+    if (!map.readMapBody(chunk))
+        return version > AFMidiBindings::kMapVersion ||
+                       intAt(AFChunk::kHeaderWords + 1) != AFMidiBindings::kMapMagic
+                   ? failAt(AFChunk::kHeaderWords, "not a MIDI map of a known version")
+                   : failAt(intAt(0), "missing field or terminator: the map ends inside a list");
+    const int32_t size = intAt(0);
+    if (version < AFMidiBindings::kFirstListVersion)
+        return chunk.getPosition() < size
+                   ? failAt(chunk.getPosition(), "words left over after the last field")
+                   : true;
+    AFChunk written;
+    written.rewindToWrite();
+    map.writeMapBody(written);
+    written.allocateCounted();
+    map.writeMapBody(written);
+    const auto length = static_cast<int32_t>(written.getSizeInWords());
+    if (!compareWords(written, AFChunk::kHeaderWords, std::min(length, size))) return false;
+    if (length > size) return failAt(size, "missing field or terminator: the map ends early");
+    if (length < size) return failAt(length, "words left over after the last field");
+    return true;
+}
+
+std::string PresetInspector::describeMidiMap() {
+    AFMidiBindings map;
+    AFChunk chunk;
+    chunk.loadBytes(bytes.data(), bytes.size(), true);
+    chunk.rewindToRead();
+    map.readMapBody(chunk);
+    const auto list = [](const AFMidiBindings::IndexList& l) {
+        std::string out = "[";
+        for (int i = 0; i < l.size(); ++i)
+            out += (i ? ", " : "") + std::to_string(l[i]);
+        return out + "]";
+    };
+    std::string controllers;
+    std::string notes;
+    for (int source = 0; source < AFMidiBindings::kSources; ++source) {
+        if (map.controllers(source).size() > 0)
+            controllers += (controllers.empty() ? "\"" : ", \"") + std::to_string(source) +
+                           "\": " + list(map.controllers(source));
+        if (map.notes(source).size() > 0)
+            notes +=
+                (notes.empty() ? "\"" : ", \"") + std::to_string(source) + "\": " + list(map.notes(source));
+    }
+    std::string aftertouch = "[";
+    for (int i = 0; i < map.aftertouch().size(); ++i)
+        aftertouch += (i ? ", " : "") + std::to_string(map.aftertouch()[i]);
+    return ", \"mapVersion\": " + std::to_string(intAt(AFChunk::kHeaderWords)) + ", \"controllers\": {" +
+           controllers + "}, \"notes\": {" + notes + "}, \"aftertouch\": " + aftertouch + "]";
+}
+
 bool PresetInspector::check() {
     if (!checkHeader()) return false;
     const int32_t size = intAt(0);
     if (fileKind == Kind::Pattern) return checkPattern();
+    if (fileKind == Kind::MidiMap) return checkMidiMap();
     if (fileKind == Kind::Dictator) {
         int32_t position = AFChunk::kHeaderWords;
         if (!checkDictatorRows(position)) return false;
@@ -383,6 +441,7 @@ std::string PresetInspector::headerJson() const {
     out += fileKind == Kind::Effect     ? "effect preset"
            : fileKind == Kind::Global   ? "global preset"
            : fileKind == Kind::Dictator ? "Dictator preset"
+           : fileKind == Kind::MidiMap  ? "MIDI map"
                                         : "step pattern";
     out += "\", \"header\": {\"size\": " + std::to_string(intAt(0)) +
            ", \"version\": " + std::to_string(intAt(1)) + ", \"tempo\": " + num(floatAt(2)) +
@@ -519,6 +578,7 @@ std::string PresetInspector::describe() {
     std::string out = "{" + headerJson();
     if (!fault.empty()) out += ", \"problem\": " + JsonValue::quote(fault);
     if (fileKind == Kind::Pattern) return out + describePattern() + "}\n";
+    if (fileKind == Kind::MidiMap) return out + describeMidiMap() + "}\n";
     if (fileKind == Kind::Dictator) {
         int32_t position = AFChunk::kHeaderWords;
         out += ", \"rows\": " + describeRows(position);

@@ -7,12 +7,12 @@
 class AFChunk;
 class AFUniClient;
 
-// Reads any content file kind (effect preset, global preset, Dictator preset, step pattern) through the
-// engine's own loaders: `describe` renders every field as JSON, `check` is strict where the loaders forgive
-// and names the first wrong word. Main thread of the tool.
+// Reads any content file kind (effect preset, global preset, Dictator preset, MIDI map, step pattern) through
+// the engine's own loaders: `describe` renders every field as JSON, `check` is strict where the loaders
+// forgive and names the first wrong word. Main thread of the tool.
 class PresetInspector {
 public:
-    enum class Kind { Effect, Global, Dictator, Pattern, Unknown };
+    enum class Kind { Effect, Global, Dictator, MidiMap, Pattern, Unknown };
 
     explicit PresetInspector(std::string path);
 
@@ -33,6 +33,8 @@ private:
     bool checkDictatorRows(int32_t& position);
     bool checkString(int32_t& position, const char* field);
     bool checkPattern();
+    bool checkMidiMap();
+    std::string describeMidiMap();
     std::string describeState(AFUniClient& client);
     std::string describeSlot(AFUniClient& client, int slot);
     std::string describeRows(int32_t& position);

@@ -244,6 +244,43 @@ TEST(PresetCli, MakeThenInfoGivesTheSourceValuesBack) {
     EXPECT_EQ(slot.find("lfo2")->find("rateDivide")->number, 0.5);
 }
 
+TEST(PresetCli, MidiMapsMakeDescribeAndCheck) {
+    const fs::path source = scratch() / "map.json";
+    std::ofstream(source) << R"({"format": "orvanto-midi-map", "version": 1, "name": "Map",
+        "controllers": {"1": [0, 261], "74": [8]}, "notes": {"36": [1]}})";
+    const fs::path file = scratch() / "Map.afm";
+    const Outcome made = run({"make", source.string(), "-o", file.string()});
+    ASSERT_EQ(made.status, 0) << made.err;
+    const Outcome check = run({"check", file.string()});
+    EXPECT_EQ(check.status, 0) << check.err;
+    const Outcome info = run({"info", file.string()});
+    ASSERT_EQ(info.status, 0) << info.err;
+    const JsonValue json = JsonValue::parse(info.out);
+    EXPECT_EQ(json.find("kind")->text, "MIDI map");
+    const auto& cc1 = json.find("controllers")->find("1")->items;
+    ASSERT_EQ(cc1.size(), 2u);
+    EXPECT_EQ(cc1[0].number, 0.0);
+    EXPECT_EQ(cc1[1].number, 261.0);
+    EXPECT_EQ(json.find("controllers")->find("74")->items[0].number, 8.0);
+    EXPECT_EQ(json.find("notes")->find("36")->items[0].number, 1.0);
+
+    auto w = words(file);
+    auto trailing = w;
+    trailing.push_back(0);
+    trailing[0] += 1;
+    writeWords(scratch() / "trailing.afm", trailing);
+    Outcome o = run({"check", (scratch() / "trailing.afm").string()});
+    EXPECT_EQ(o.status, 1);
+    EXPECT_NE(o.err.find("word " + std::to_string(w.size()) + ": words left over"), std::string::npos)
+        << o.err;
+    auto version = w;
+    version[5] = 500;
+    writeWords(scratch() / "version.afm", version);
+    o = run({"check", (scratch() / "version.afm").string()});
+    EXPECT_EQ(o.status, 1);
+    EXPECT_NE(o.err.find("word 5: not a MIDI map of a known version"), std::string::npos) << o.err;
+}
+
 TEST(PresetCli, BadSourcesAndUsageFail) {
     const fs::path source = scratch() / "bad.json";
     std::ofstream(source)
@@ -256,6 +293,6 @@ TEST(PresetCli, BadSourcesAndUsageFail) {
     o = run({"check", (scratch() / "missing.afo").string()});
     EXPECT_EQ(o.status, 1);
     EXPECT_NE(o.err.find("cannot read"), std::string::npos);
-    o = run({"info", (scratch() / "map.afm").string()});
+    o = run({"info", (scratch() / "missing.afm").string()});
     EXPECT_EQ(o.status, 1);
 }
