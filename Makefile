@@ -10,7 +10,7 @@ DEPS := cmake g++ make pkg-config git libgtest-dev libgmock-dev libbenchmark-dev
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: all deps configure build demo test bench format clean
+.PHONY: all deps configure build install demo test bench format clean
 
 all: build
 
@@ -30,6 +30,10 @@ configure: deps
 
 build: configure
 	@cmake --build $(BUILD) -j$(JOBS)
+
+# The tools into $(PREFIX)/bin, the compiled factory content into $(PREFIX)/share/orvanto/content.
+install: build
+	cmake --install $(BUILD) --prefix $(PREFIX)
 
 # The sanitizer build (AddressSanitizer and UndefinedBehaviorSanitizer) runs the whole suite first, then the
 # release build runs it again; hostile files and every edge case must pass in both.

@@ -105,6 +105,10 @@ public:
     void setDryWetLock(bool on) noexcept { dryWetLock.store(on); }
     bool isDryWetLock() const noexcept { return dryWetLock.load(); }
     const std::string& getGlobalPresetName() const noexcept { return globalPresetName; }
+    // Any thread but the audio thread: the names a state carries, for tools that build states.
+    void setPresetName(int slot, const std::string& name) { presetNames[static_cast<std::size_t>(slot)] = name; }
+    void setGlobalPresetName(const std::string& name) { globalPresetName = name; }
+    void setDictatorPresetName(const std::string& name) { dictatorPresetName = name; }
     const std::string& getDictatorPresetName() const noexcept { return dictatorPresetName; }
     int getSelectedContentIndex() const noexcept { return selectedContentIndex; }
     void setSelectedContentIndex(int index) noexcept { selectedContentIndex = index; }
