@@ -409,3 +409,30 @@ TEST_F(RenderCli, BadStateMidiAndPresetFilesExitWithTwo) {
 }
 
 } // namespace
+
+TEST_F(RenderCli, FactoryMidiMapPlaysControlsAndDictator) {
+    // A fresh user with the factory tree: first use installs "Midi Maps/Default.afm", which binds CC 20 to
+    // Control 1, CC 28 to the Dictator and note 37 to Control 2. The Dictator comes first: moving it sets the
+    // Controls from its rows.
+    setenv("XDG_DATA_HOME", path("data").c_str(), 1);
+    setenv("XDG_CONFIG_HOME", path("config").c_str(), 1);
+    setenv("ORVANTO_CONTENT_SOURCE", ORVANTO_CONTENT_DIR, 1);
+    const std::string mid{"MThd\0\0\0\6\0\0\0\1\1\xE0"
+                          "MTrk\0\0\0\x10"
+                          "\0\xB0\x1C\x40\0\xB0\x14\x7F\0\x90\x25\x7F\0\xFF\x2F\0",
+                          38};
+    std::ofstream(path("map.mid"), std::ios::binary) << mid;
+    const Outcome r = run({"-o", path("out.wav"), "--seconds", "0.1", "--quiet", "--midi", path("map.mid"),
+                           "--save-state", path("after.afog")});
+    const Outcome listed = run({"--list-parameters", "--state", path("after.afog")});
+    unsetenv("ORVANTO_CONTENT_SOURCE");
+    setenv("XDG_DATA_HOME", (home + "/data").c_str(), 1);
+    setenv("XDG_CONFIG_HOME", (home + "/config").c_str(), 1);
+    ASSERT_EQ(r.status, 0) << r.err;
+    ASSERT_EQ(listed.status, 0) << listed.err;
+    const auto rows = lines(listed.out);
+    ASSERT_GT(rows.size(), 9u);
+    EXPECT_EQ(rows[0], "0\tControl 1\t1.000000");
+    EXPECT_EQ(rows[1], "1\tControl 2\t0.992188");
+    EXPECT_EQ(rows[8], "8\tDictator\t0.503937");
+}
