@@ -124,8 +124,8 @@ TEST(PresetCli, EveryContentFileChecksAndDescribesAsJson) {
         kinds.insert(json.find("kind")->text);
         EXPECT_EQ(json.find("problem"), nullptr) << file;
     }
-    EXPECT_EQ(kinds,
-              (std::set<std::string>{"effect preset", "global preset", "Dictator preset", "step pattern"}));
+    EXPECT_EQ(kinds, (std::set<std::string>{"effect preset", "global preset", "Dictator preset",
+                                            "step pattern", "MIDI map"}));
 }
 
 TEST(PresetCli, ContentTreeHasEveryMenuEffectAndTheDefault) {
