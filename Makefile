@@ -6,7 +6,8 @@ PREFIX    ?= $(HOME)/.local
 
 # Debian packages the build, the tests and the tools need.
 DEPS := cmake g++ make pkg-config git libgtest-dev libgmock-dev libbenchmark-dev \
-        libsndfile1-dev libcairo2-dev libfontconfig-dev libpng-dev zlib1g-dev clang-format
+        libsndfile1-dev libcairo2-dev libfontconfig-dev libpng-dev zlib1g-dev clang-format \
+        dpf-source liblilv-dev lilv-utils lv2-dev sordi libjack-jackd2-dev jackd2 ardour
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 

@@ -13,7 +13,9 @@ void AFPluginBase::setParameterAutomated(int32_t index, float value) {
     callHost(audioMasterAutomate, index, 0, nullptr, value);
 }
 
-void AFPluginBase::getProgramName(char* name) { name[0] = '\0'; }
+void AFPluginBase::getProgramName(char* name) {
+    name[0] = '\0';
+}
 
 int32_t AFPluginBase::canDo(const char* text) {
     static constexpr const char* kYes[] = {"receiveVstEvents", "receiveVstMidiEvent", "sendVstMidiEvent",
@@ -40,9 +42,13 @@ bool AFPluginBase::getEffectName(char* text) {
     return true;
 }
 
-bool AFPluginBase::beginEdit(int32_t index) { return callHost(audioMasterBeginEdit, index) != 0; }
+bool AFPluginBase::beginEdit(int32_t index) {
+    return callHost(audioMasterBeginEdit, index) != 0;
+}
 
-bool AFPluginBase::endEdit(int32_t index) { return callHost(audioMasterEndEdit, index) != 0; }
+bool AFPluginBase::endEdit(int32_t index) {
+    return callHost(audioMasterEndEdit, index) != 0;
+}
 
 intptr_t AFPluginBase::callHost(int32_t opcode, int32_t index, intptr_t value, void* ptr, float opt) const {
     if (hostCallback == nullptr) return 0;

@@ -24,8 +24,8 @@ enum AFHostOpcode : int32_t {
 // The host's side: answers one call. `index`, `value`, `ptr` and `opt` carry the arguments of each call as in
 // the table of host calls (automate: index and opt; get time: value is the filter; process events: ptr is an
 // AFEvents*; vendor and product: ptr is a 64-byte text; can-do: ptr is the question).
-using AFHostCallback = intptr_t (*)(AFPluginBase* plugin, int32_t opcode, int32_t index, intptr_t value, void* ptr,
-                                    float opt);
+using AFHostCallback = intptr_t (*)(AFPluginBase* plugin, int32_t opcode, int32_t index, intptr_t value,
+                                    void* ptr, float opt);
 
 enum AFTimeInfoFlags : int32_t {
     kVstTransportChanged = 1,

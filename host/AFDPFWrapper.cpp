@@ -1,0 +1,262 @@
+#include "host/AFDPFWrapper.h"
+
+#include "engine/AFUniClient.h"
+#include "host/AFBase64.h"
+#include "host/AFParameterSymbols.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+START_NAMESPACE_DISTRHO
+
+namespace {
+constexpr const char* kStateKey = "chunk";
+// The engine's time filter asks for everything; a host block with no time record still gets 120 BPM in 4/4.
+constexpr double kDefaultTempo = 120.0;
+} // namespace
+
+AFDPFClientHolder::AFDPFClientHolder(void* host)
+    : client(std::make_unique<AFUniClient>(&AFDPFWrapper::hostCallbackEntry, host)) {}
+
+AFDPFClientHolder::~AFDPFClientHolder() = default;
+
+AFDPFWrapper::AFDPFWrapper()
+    : AFDPFClientHolder(this), Plugin(kParameterCount, static_cast<uint32_t>(client->getNumPrograms()), 1) {
+    bypass.setSampleRate(getSampleRate());
+    client->setSampleRate(static_cast<float>(getSampleRate()));
+    sizeBuffers(std::max<uint32_t>(getBufferSize(), 64));
+    client->setBlockSize(static_cast<int32_t>(capacity));
+}
+
+AFDPFWrapper::~AFDPFWrapper() = default;
+
+const char* AFDPFWrapper::getDescription() const {
+    return "Eight effect slots in series, each gated and swept by one main control with two LFOs and an "
+           "envelope follower, and the Dictator playing all eight controls.";
+}
+
+void AFDPFWrapper::initAudioPort(bool input, uint32_t index, AudioPort& port) {
+    port.groupId = kPortGroupStereo;
+    Plugin::initAudioPort(input, index, port);
+}
+
+void AFDPFWrapper::initParameter(uint32_t index, Parameter& parameter) {
+    if (index == kMasterBypass) {
+        parameter.initDesignation(kParameterDesignationBypass);
+        parameter.name = "Master Bypass";
+        parameter.shortName = "Bypass";
+        return;
+    }
+    char text[kHostTextSize] = {};
+    client->getParameterName(static_cast<int32_t>(index), text);
+    parameter.name = text;
+    parameter.symbol = AFParameterSymbols::fromName(text).c_str();
+    parameter.hints = kParameterIsAutomatable;
+    AFParameterProperties properties;
+    client->getParameterProperties(static_cast<int32_t>(index), &properties);
+    if ((properties.flags & kVstParameterIsSwitch) != 0) parameter.hints |= kParameterIsBoolean;
+    parameter.ranges.min = 0.0f;
+    parameter.ranges.max = 1.0f;
+    parameter.ranges.def = std::clamp(client->getParameter(static_cast<int32_t>(index)), 0.0f, 1.0f);
+}
+
+void AFDPFWrapper::initProgramName(uint32_t index, String& name) {
+    char text[kHostTextSize] = {};
+    if (!client->getProgramNameIndexed(0, static_cast<int32_t>(index), text))
+        std::snprintf(text, sizeof(text), "Program %u", index + 1);
+    name = text;
+}
+
+void AFDPFWrapper::initState(uint32_t index, State& state) {
+    if (index != 0) return;
+    state.key = kStateKey;
+    state.label = "Orvanto state";
+    state.hints = kStateIsOnlyForDSP;
+}
+
+float AFDPFWrapper::getParameterValue(uint32_t index) const {
+    if (index == kMasterBypass) return bypass.getValue();
+    return index < kMasterBypass ? client->getParameter(static_cast<int32_t>(index)) : 0.0f;
+}
+
+void AFDPFWrapper::setParameterValue(uint32_t index, float value) {
+    if (!std::isfinite(value)) return;
+    value = std::clamp(value, 0.0f, 1.0f);
+    if (index == kMasterBypass)
+        bypass.setValue(value);
+    else if (index < kMasterBypass)
+        client->setParameter(static_cast<int32_t>(index), value);
+}
+
+void AFDPFWrapper::loadProgram(uint32_t index) {
+    client->setProgram(static_cast<int32_t>(index));
+}
+
+String AFDPFWrapper::getState(const char* key) const {
+    if (std::strcmp(key, kStateKey) != 0) return String();
+    void* data = nullptr;
+    const int32_t size = client->getChunk(&data, false);
+    if (data == nullptr || size <= 0) return String();
+    return String(
+        AFBase64::encode(static_cast<const uint8_t*>(data), static_cast<std::size_t>(size)).c_str());
+}
+
+void AFDPFWrapper::setState(const char* key, const char* value) {
+    if (std::strcmp(key, kStateKey) != 0 || value == nullptr || value[0] == '\0') return;
+    // Text that is no base64 is no state of ours: the plug-in stays as it is.
+    auto bytes = AFBase64::decode(value);
+    if (!bytes || bytes->empty()) return;
+    client->setChunk(bytes->data(), static_cast<int32_t>(bytes->size()), false);
+}
+
+void AFDPFWrapper::activate() {
+    bypass.reset();
+    client->resume();
+}
+
+void AFDPFWrapper::deactivate() {
+    client->suspend();
+}
+
+void AFDPFWrapper::bufferSizeChanged(uint32_t newBufferSize) {
+    sizeBuffers(newBufferSize);
+    client->setBlockSize(static_cast<int32_t>(capacity));
+}
+
+void AFDPFWrapper::sampleRateChanged(double newSampleRate) {
+    bypass.setSampleRate(newSampleRate);
+    client->setSampleRate(static_cast<float>(newSampleRate));
+}
+
+void AFDPFWrapper::sizeBuffers(uint32_t frames) {
+    if (frames <= capacity) return;
+    dryLeft.assign(frames, 0.0f);
+    dryRight.assign(frames, 0.0f);
+    capacity = frames;
+}
+
+void AFDPFWrapper::run(const float** inputs, float** outputs, uint32_t frames, const MidiEvent* midiEvents,
+                       uint32_t midiEventCount) {
+    // A host that breaks its own block size promise is served in pieces rather than by allocating here.
+    uint32_t nextEvent = 0;
+    for (uint32_t start = 0; start < frames; start += capacity)
+        runPiece(inputs, outputs, start, std::min(capacity, frames - start), midiEvents, midiEventCount,
+                 nextEvent);
+}
+
+void AFDPFWrapper::runPiece(const float** inputs, float** outputs, uint32_t start, uint32_t frames,
+                            const MidiEvent* midiEvents, uint32_t midiEventCount, uint32_t& nextEvent) {
+    // The dry copy, with anything that is not a number silenced before the engine or the bypass sees it.
+    // The copy also frees the engine from hosts that hand the same buffer in and out.
+    for (uint32_t i = 0; i < frames; ++i) {
+        const float l = inputs[0][start + i];
+        const float r = inputs[1][start + i];
+        dryLeft[i] = std::isfinite(l) ? l : 0.0f;
+        dryRight[i] = std::isfinite(r) ? r : 0.0f;
+    }
+
+    // MIDI of this piece, at offsets within it. Only short channel messages reach the engine.
+    int32_t count = 0;
+    for (; nextEvent < midiEventCount && midiEvents[nextEvent].frame < start + frames; ++nextEvent) {
+        const MidiEvent& event = midiEvents[nextEvent];
+        if (event.size > 3 || event.size == 0 || count == static_cast<int32_t>(kMidiCapacity)) continue;
+        AFMidiEvent& out = midiIn[static_cast<std::size_t>(count++)];
+        out = AFMidiEvent{};
+        out.deltaFrames = static_cast<int32_t>(event.frame >= start ? event.frame - start : 0);
+        std::memcpy(out.midiData, event.data, event.size);
+    }
+    if (count > 0) {
+        AFEvents events{count, midiIn.data()};
+        client->processEvents(&events);
+    }
+
+    fillTime(start);
+    float* in[2] = {dryLeft.data(), dryRight.data()};
+    float* out[2] = {outputs[0] + start, outputs[1] + start};
+    client->processReplacing(in, out, static_cast<int32_t>(frames));
+    if (!bypass.isIdle()) bypass.process(dryLeft.data(), dryRight.data(), out[0], out[1], frames);
+}
+
+void AFDPFWrapper::fillTime(uint32_t offset) {
+    const TimePosition& position = getTimePosition();
+    time = AFTimeInfo{};
+    time.sampleRate = getSampleRate();
+    time.tempo = kDefaultTempo;
+    double quarters = 0.0;
+    if (position.bbt.valid && position.bbt.beatsPerMinute > 0.0 && position.bbt.beatType > 0.0f) {
+        const auto& bbt = position.bbt;
+        time.tempo = bbt.beatsPerMinute;
+        time.timeSigNumerator = static_cast<int32_t>(bbt.beatsPerBar);
+        time.timeSigDenominator = static_cast<int32_t>(bbt.beatType);
+        const double tick = bbt.ticksPerBeat > 0.0 ? bbt.tick / bbt.ticksPerBeat : 0.0;
+        const double beats = (bbt.bar - 1) * static_cast<double>(bbt.beatsPerBar) + (bbt.beat - 1) + tick;
+        const double quarterPerBeat = 4.0 / bbt.beatType;
+        quarters = beats * quarterPerBeat;
+        time.barStartPos = (bbt.bar - 1) * static_cast<double>(bbt.beatsPerBar) * quarterPerBeat;
+        time.flags |= kVstBarsValid | kVstTimeSigValid;
+    } else {
+        quarters = static_cast<double>(position.frame) / time.sampleRate * (time.tempo / 60.0);
+    }
+    if (position.playing) {
+        quarters += offset / time.sampleRate * (time.tempo / 60.0);
+        time.flags |= kVstTransportPlaying;
+    }
+    time.ppqPos = quarters;
+    time.samplePos = static_cast<double>(position.frame) + (position.playing ? offset : 0);
+    time.flags |= kVstPpqPosValid | kVstTempoValid;
+}
+
+intptr_t AFDPFWrapper::hostCallbackEntry(AFPluginBase* plugin, int32_t opcode, int32_t, intptr_t, void* ptr,
+                                         float) {
+    // The fixed answers first: the engine asks them while it is being built, before the wrapper exists.
+    switch (opcode) {
+    case audioMasterVersion:
+        return 2;
+    case audioMasterGetVendorString:
+    case audioMasterGetProductString:
+        if (ptr == nullptr) return 0;
+        std::snprintf(static_cast<char*>(ptr), kHostTextSize, "%s", kHostVendor);
+        return 1;
+    case audioMasterCanDo:
+        if (ptr == nullptr) return 0;
+        return std::strcmp(static_cast<const char*>(ptr), "sendVstMidiEvent") == 0 ||
+               std::strcmp(static_cast<const char*>(ptr), "receiveVstMidiEvent") == 0;
+    default:
+        break;
+    }
+    if (plugin == nullptr || plugin->getHostUser() == nullptr) return 0;
+    return static_cast<AFDPFWrapper*>(plugin->getHostUser())->answer(opcode, ptr);
+}
+
+intptr_t AFDPFWrapper::answer(int32_t opcode, void* ptr) {
+    switch (opcode) {
+    case audioMasterWantMidi:
+        return 1;
+    case audioMasterGetTime:
+        return reinterpret_cast<intptr_t>(&time);
+    case audioMasterGetSampleRate:
+        return static_cast<intptr_t>(getSampleRate());
+    case audioMasterProcessEvents: {
+        const auto* events = static_cast<const AFEvents*>(ptr);
+        if (events == nullptr || events->events == nullptr) return 0;
+        for (int32_t i = 0; i < events->numEvents; ++i) {
+            const AFMidiEvent& in = events->events[i];
+            MidiEvent out{};
+            out.frame = static_cast<uint32_t>(std::max(in.deltaFrames, 0));
+            out.size = (in.midiData[0] & 0xF0) == 0xC0 || (in.midiData[0] & 0xF0) == 0xD0 ? 2 : 3;
+            std::memcpy(out.data, in.midiData, out.size);
+            if (!writeMidiEvent(out)) return 0;
+        }
+        return 1;
+    }
+    default: // automate, begin and end edit: the host reads parameter values itself
+        return 0;
+    }
+}
+
+Plugin* createPlugin() {
+    return new AFDPFWrapper();
+}
+
+END_NAMESPACE_DISTRHO

@@ -1,0 +1,91 @@
+#pragma once
+
+#include "DistrhoPlugin.hpp"
+#include "host/AFMasterBypass.h"
+#include "host/AFPluginTypes.h"
+
+#include <array>
+#include <memory>
+#include <vector>
+
+class AFUniClient;
+
+START_NAMESPACE_DISTRHO
+
+// Owns the engine before DPF's base is built, so that the program count the base needs can come from the
+// engine's preset bank.
+struct AFDPFClientHolder {
+    // `host` is the wrapper under construction: the engine may only ask it the fixed answers meanwhile.
+    explicit AFDPFClientHolder(void* host);
+    ~AFDPFClientHolder();
+    std::unique_ptr<AFUniClient> client;
+};
+
+// The host adapter: presents one AFUniClient to LV2, VST3, CLAP, VST2 and JACK through DPF, and plays the
+// host's part towards it through the plug-in surface's callback. It only forwards; the sound is the engine's.
+class AFDPFWrapper : private AFDPFClientHolder, public Plugin {
+public:
+    // Parameters 0..251 are the engine's; one more is the host's bypass.
+    static constexpr uint32_t kMasterBypass = AFIdentity::kParameters;
+    static constexpr uint32_t kParameterCount = AFIdentity::kParameters + 1;
+    static constexpr uint32_t kMidiCapacity = 512;
+    // The vendor we give the engine: not the maker's, so the default preset loads as in any other host.
+    static constexpr const char* kHostVendor = "AFDPF";
+
+    // Host thread.
+    AFDPFWrapper();
+    // The engine's host callback. Audio thread for time and MIDI out, any thread for the fixed answers.
+    static intptr_t hostCallbackEntry(AFPluginBase* plugin, int32_t opcode, int32_t index, intptr_t value,
+                                      void* ptr, float opt);
+    ~AFDPFWrapper() override;
+
+protected:
+    const char* getLabel() const override { return "Orvanto"; }
+    const char* getDescription() const override;
+    const char* getMaker() const override { return AFIdentity::kVendor; }
+    const char* getHomePage() const override { return "urn:amberforge:orvanto"; }
+    const char* getLicense() const override { return "Proprietary"; }
+    uint32_t getVersion() const override { return d_version(1, 1, 1); }
+    int64_t getUniqueId() const override { return d_cconst('a', 'f', 'o', 'u'); }
+
+    // Host thread, at instantiation.
+    void initAudioPort(bool input, uint32_t index, AudioPort& port) override;
+    void initParameter(uint32_t index, Parameter& parameter) override;
+    void initProgramName(uint32_t index, String& name) override;
+    void initState(uint32_t index, State& state) override;
+
+    // Any thread, as the host calls them.
+    float getParameterValue(uint32_t index) const override;
+    void setParameterValue(uint32_t index, float value) override;
+    // Host thread: a global preset of the bank.
+    void loadProgram(uint32_t index) override;
+    // Host thread: the whole plug-in as one value, the base64 of the host chunk.
+    String getState(const char* key) const override;
+    void setState(const char* key, const char* value) override;
+
+    // Host thread, outside the audio.
+    void activate() override;
+    void deactivate() override;
+    void bufferSizeChanged(uint32_t newBufferSize) override;
+    void sampleRateChanged(double newSampleRate) override;
+
+    // Audio thread.
+    void run(const float** inputs, float** outputs, uint32_t frames, const MidiEvent* midiEvents,
+             uint32_t midiEventCount) override;
+
+private:
+    intptr_t answer(int32_t opcode, void* ptr);
+    void fillTime(uint32_t offset);
+    void runPiece(const float** inputs, float** outputs, uint32_t start, uint32_t frames,
+                  const MidiEvent* midiEvents, uint32_t midiEventCount, uint32_t& nextEvent);
+    void sizeBuffers(uint32_t frames);
+
+    AFMasterBypass bypass;
+    AFTimeInfo time{};
+    std::array<AFMidiEvent, kMidiCapacity> midiIn{};
+    std::vector<float> dryLeft;
+    std::vector<float> dryRight;
+    uint32_t capacity = 0;
+};
+
+END_NAMESPACE_DISTRHO
