@@ -147,14 +147,19 @@ void AFDPFWrapper::run(const float** inputs, float** outputs, uint32_t frames, c
 
 void AFDPFWrapper::runPiece(const float** inputs, float** outputs, uint32_t start, uint32_t frames,
                             const MidiEvent* midiEvents, uint32_t midiEventCount, uint32_t& nextEvent) {
-    // The dry copy, with anything that is not a number silenced before the engine or the bypass sees it.
-    // The copy also frees the engine from hosts that hand the same buffer in and out.
+    // The input goes to the outputs, where the engine works in place, and to the dry copy the bypass fades
+    // to; anything that is not a number is silenced before either sees it. While a state load holds the
+    // engine off, the outputs so carry the input rather than whatever the host's buffers held.
+    float* outL = outputs[0] + start;
+    float* outR = outputs[1] + start;
     for (uint32_t i = 0; i < frames; ++i) {
         const float l = inputs[0][start + i];
         const float r = inputs[1][start + i];
         dryLeft[i] = std::isfinite(l) ? l : 0.0f;
         dryRight[i] = std::isfinite(r) ? r : 0.0f;
     }
+    std::copy_n(dryLeft.data(), frames, outL);
+    std::copy_n(dryRight.data(), frames, outR);
 
     // MIDI of this piece, at offsets within it. Only short channel messages reach the engine.
     int32_t count = 0;
@@ -172,10 +177,9 @@ void AFDPFWrapper::runPiece(const float** inputs, float** outputs, uint32_t star
     }
 
     fillTime(start);
-    float* in[2] = {dryLeft.data(), dryRight.data()};
-    float* out[2] = {outputs[0] + start, outputs[1] + start};
-    client->processReplacing(in, out, static_cast<int32_t>(frames));
-    if (!bypass.isIdle()) bypass.process(dryLeft.data(), dryRight.data(), out[0], out[1], frames);
+    float* out[2] = {outL, outR};
+    client->processReplacing(out, out, static_cast<int32_t>(frames));
+    if (!bypass.isIdle()) bypass.process(dryLeft.data(), dryRight.data(), outL, outR, frames);
 }
 
 void AFDPFWrapper::fillTime(uint32_t offset) {
