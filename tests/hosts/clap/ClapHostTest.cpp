@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -18,8 +19,46 @@
 #include <filesystem>
 #include <limits>
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
+
+// Every heap request of the process, the plug-in's included (the executable exports these, so the loaded
+// plug-in binds to them), counted while a plug-in call is under way.
+std::atomic<bool> countingAllocations{false};
+std::atomic<int64_t> allocationsCounted{0};
+
+extern "C" {
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* pointer, std::size_t size);
+
+void* malloc(std::size_t size) {
+    if (countingAllocations.load(std::memory_order_relaxed)) allocationsCounted.fetch_add(1);
+    return __libc_malloc(size);
+}
+void* calloc(std::size_t count, std::size_t size) {
+    if (countingAllocations.load(std::memory_order_relaxed)) allocationsCounted.fetch_add(1);
+    return __libc_calloc(count, size);
+}
+void* realloc(void* pointer, std::size_t size) {
+    if (countingAllocations.load(std::memory_order_relaxed)) allocationsCounted.fetch_add(1);
+    return __libc_realloc(pointer, size);
+}
+}
+
+void* operator new(std::size_t size, std::align_val_t alignment) {
+    if (countingAllocations.load(std::memory_order_relaxed)) allocationsCounted.fetch_add(1);
+    const auto a = static_cast<std::size_t>(alignment);
+    if (void* p = std::aligned_alloc(a, (size + a - 1) / a * a)) return p;
+    throw std::bad_alloc();
+}
+void operator delete(void* pointer, std::align_val_t) noexcept {
+    std::free(pointer);
+}
+void operator delete(void* pointer, std::size_t, std::align_val_t) noexcept {
+    std::free(pointer);
+}
 
 namespace {
 
@@ -261,6 +300,8 @@ public:
     }
     // Active and processing at 48 kHz in blocks of 512.
     bool run() { return activate() && start(); }
+    // The host's transport handed with each block, or none.
+    const clap_event_transport_t* transport = nullptr;
 
     clap_process_status process(const float* inL, const float* inR, float* outL, float* outR, uint32_t frames,
                                 const EventList& events, OutputEvents* out = nullptr) {
@@ -272,7 +313,7 @@ public:
         clap_process_t p{};
         p.steady_time = steadyTime;
         p.frames_count = frames;
-        p.transport = nullptr;
+        p.transport = transport;
         p.audio_inputs = &in;
         p.audio_outputs = &output;
         p.audio_inputs_count = 1;
@@ -280,7 +321,10 @@ public:
         p.in_events = events.get();
         p.out_events = out != nullptr ? out->get() : ignored.get();
         steadyTime += frames;
-        return plugin->process(plugin, &p);
+        countingAllocations.store(true);
+        const clap_process_status status = plugin->process(plugin, &p);
+        countingAllocations.store(false);
+        return status;
     }
 
     // The whole input through the plug-in in host blocks; the events go with the first block.
@@ -769,6 +813,52 @@ TEST_F(ClapHost, ActivationCyclesRepeatCleanly) {
         Instance idle;
         EXPECT_TRUE(idle.ready());
     }
+}
+
+// After activation the audio path allocates nothing: not the first block, not a block that starts the
+// transport, moves the tempo, wraps a loop or opens the slots, not one that carries MIDI.
+TEST_F(ClapHost, ProcessingAllocatesNothingFromTheFirstBlockOn) {
+    Instance instance;
+    ASSERT_TRUE(instance.ready());
+    const Stereo input = testSignal(kFrames);
+    Stereo output = input;
+    clap_event_transport_t transport{};
+    transport.header = {sizeof(transport), 0, CLAP_CORE_EVENT_SPACE_ID, CLAP_EVENT_TRANSPORT, 0};
+    instance.transport = &transport;
+
+    std::vector<EventList> events(64);
+    for (int s = 0; s < 8; ++s)
+        events[1].param(kControl1 + static_cast<clap_id>(s), 0.9);
+    events[9].midi(0xB0, 20, 30, 17);  // CC 20: Control 1 back under the threshold
+    events[12].midi(0xB0, 20, 127, 3); // and up again
+    events[20].note(true, 38, 1.0, 100);
+    events[30].note(false, 38, 0.0, 0);
+    events[40].param(kMasterBypass, 1.0);
+    events[50].param(kMasterBypass, 0.0);
+
+    ASSERT_TRUE(instance.run());
+    allocationsCounted.store(0);
+    double beats = 0.0;
+    for (int block = 0; block < 64; ++block) {
+        const bool playing = block >= 2;
+        const double tempo = block < 24 ? 120.0 : 45.0 + block;
+        transport.flags = CLAP_TRANSPORT_HAS_TEMPO | CLAP_TRANSPORT_HAS_BEATS_TIMELINE |
+                          CLAP_TRANSPORT_HAS_TIME_SIGNATURE | (playing ? CLAP_TRANSPORT_IS_PLAYING : 0);
+        transport.tempo = tempo;
+        transport.tsig_num = 4;
+        transport.tsig_denom = 4;
+        if (block == 44) beats = 1.0; // the host jumps back, as at a loop's end
+        transport.song_pos_beats = static_cast<clap_beattime>(std::llround(beats * CLAP_BEATTIME_FACTOR));
+        transport.bar_start = 0;
+        transport.bar_number = static_cast<int32_t>(beats / 4.0);
+        ASSERT_EQ(instance.process(input.left.data(), input.right.data(), output.left.data(),
+                                   output.right.data(), kFrames, events[static_cast<std::size_t>(block)]),
+                  CLAP_PROCESS_CONTINUE);
+        if (playing) beats += kFrames / kRate * tempo / 60.0;
+    }
+    EXPECT_EQ(allocationsCounted.load(), 0);
+    EXPECT_TRUE(allFinite(output));
+    EXPECT_EQ(instance.value(kControl1), 1.0) << "the MIDI reached the engine";
 }
 
 } // namespace
