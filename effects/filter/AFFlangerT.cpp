@@ -180,18 +180,20 @@ void AFFlangerT::controlTick() noexcept {
 
 void AFFlangerT::process(float* left, float* right, int count) noexcept {
     if (count <= 0) return;
-    filter.processStereoBand(left, right, count);
-
     const float factor = unitRange(parameterValues[2]) * (feedbackMode != 0 ? -0.9f : 0.9f);
     const int length = lineLength;
     const auto span = static_cast<double>(length);
     float* const lineL = delayL.data();
     float* const lineR = delayR.data();
+    // Local ramps and head, since the line and output stores could alias members.
+    ParamRamp rampL = timeL;
+    ParamRamp rampR = timeR;
     int w = write;
-    for (int i = 0; i < count; ++i) {
+    // The lines run inside the filter's pass, so their work overlaps the filter's recursions.
+    filter.processStereoBand(left, right, count, [&](int i, float filteredL, float filteredR) {
         // In double: the write index runs to hundreds of thousands, where a float has no fraction left.
-        double pL = static_cast<double>(w) - timeL.advance();
-        double pR = static_cast<double>(w) - timeR.advance();
+        double pL = static_cast<double>(w) - rampL.advance();
+        double pR = static_cast<double>(w) - rampR.advance();
         while (pL < 0.0)
             pL += span;
         while (pL >= span)
@@ -208,14 +210,16 @@ void AFFlangerT::process(float* left, float* right, int count) noexcept {
         const auto fR = static_cast<float>(pR - static_cast<double>(iR));
         const float outL = lineL[iL] + (lineL[jL] - lineL[iL]) * fL;
         const float outR = lineR[iR] + (lineR[jR] - lineR[iR]) * fR;
-        const float inL = left[i] + outL * factor;
-        const float inR = right[i] + outR * factor;
+        const float inL = filteredL + outL * factor;
+        const float inR = filteredR + outR * factor;
         lineL[w] = std::fabs(inL) < kFlush ? 0.0f : inL;
         lineR[w] = std::fabs(inR) < kFlush ? 0.0f : inR;
         left[i] = outL;
         right[i] = outR;
         w = w + 1 == length ? 0 : w + 1;
-    }
+    });
+    timeL = rampL;
+    timeR = rampR;
     write = w;
 }
 

@@ -184,26 +184,33 @@ void AFRinger::process(float* left, float* right, int count) noexcept {
 }
 
 // Cloned for wider processors as well: their three-operand forms and extra registers save the copies the
-// two passes need to keep their state live.
+// passes need to keep their state live.
 LANE_WIDE_CLONES void AFRinger::processPiece(float* left, float* right, int count) noexcept {
     const float* wave = morphWave.data();
     const float* delta = morphDelta.data();
     const double rate = inverseRate;
 
-    // Two passes, each light enough to keep its state in registers: the carrier first, then both channels.
-    // They work on local copies, since the output stores could alias members.
+    // Three passes, the oscillator, the carrier filter, then both channels: each keeps its state in registers
+    // and is short enough that the processor runs several samples of it at once. They work on local copies,
+    // since the output stores could alias members.
+    std::array<float, kMaxBlock> signal;
     std::array<float, kMaxBlock> carrierOut;
     ParamRamp freq = frequency;
     ParamRamp level = partialLevel;
-    ParamRamp corner = cutoff;
-    StateVariableHP carrier = filter;
     Partials phase = {phase1, phase2, phase3, 0.0f};
     // Times one is exact, so the fundamental steps by the plain step.
     const Partials harmonic = {1.0f, 2.0f, 3.0f, 0.0f};
+    // A resting pitch steps every sample by the same amount, worked out once.
+    const bool gliding = freq.getIncrement() != 0.0;
+    const double resting = std::min(std::max(0.0, freq.getCurrent()), kMaxFrequency);
+    const Partials restingStep = static_cast<float>(resting * rate) * harmonic;
     for (int n = 0; n < count; ++n) {
-        const double f = std::min(std::max(0.0, freq.advance()), kMaxFrequency);
-        const auto step = static_cast<float>(f * rate);
-        phase += step * harmonic;
+        Partials stepped = restingStep;
+        if (gliding) {
+            const double f = std::min(std::max(0.0, freq.advance()), kMaxFrequency);
+            stepped = static_cast<float>(f * rate) * harmonic;
+        }
+        phase += stepped;
         phase = phase >= 1.0f ? phase - 1.0f : phase;
         const Partials p = phase * 1023.5f;
         const PartialRows row = __builtin_convertvector(p, PartialRows);
@@ -211,23 +218,41 @@ LANE_WIDE_CLONES void AFRinger::processPiece(float* left, float* right, int coun
         float read[3];
         for (int k = 0; k < 3; ++k)
             read[k] = wave[row[k]] + frac[k] * delta[row[k]];
-
         const auto l = static_cast<float>(level.advance());
-        const double signal = read[0] + l * (read[1] + read[2]);
-
-        // A ramp run past its tick must not push the filter out of its stable range.
-        const double c = corner.advance();
-        carrier.f = c <= 1.0 && c > 0.0 ? c : carrier.f;
-        carrier.process(signal, kAntiDenormal);
-        carrierOut[static_cast<std::size_t>(n)] = static_cast<float>(carrier.low);
+        signal[static_cast<std::size_t>(n)] = read[0] + l * (read[1] + read[2]);
     }
     frequency = freq;
     partialLevel = level;
-    cutoff = corner;
-    filter = carrier;
     phase1 = phase[0];
     phase2 = phase[1];
     phase3 = phase[2];
+
+    ParamRamp cornerRamp = cutoff;
+    double band = filter.band;
+    double low = filter.low;
+    double corner = filter.f;
+    const double damp = filter.damp;
+    for (int n = 0; n < count; ++n) {
+        // A ramp run past its tick must not push the filter out of its stable range.
+        const double c = cornerRamp.advance();
+        corner = c <= 1.0 && c > 0.0 ? c : corner;
+        // The state-variable step solved for its new states, so only a multiply and two adds lie between one
+        // sample's states and the next; the coefficients follow the corner off that path.
+        const double x = signal[static_cast<std::size_t>(n)];
+        const double bandWeight = 1.0 - corner * damp;
+        const double lowFromBand = corner * bandWeight;
+        const double lowWeight = 1.0 - corner * corner;
+        const double bandInput = corner * x + (corner + 1.0) * kAntiDenormal;
+        const double lowInput = corner * bandInput - kAntiDenormal;
+        const double nextBand = bandWeight * band - corner * low + bandInput;
+        low = lowFromBand * band + lowWeight * low + lowInput;
+        band = nextBand;
+        carrierOut[static_cast<std::size_t>(n)] = static_cast<float>(low);
+    }
+    cutoff = cornerRamp;
+    filter.band = band;
+    filter.low = low;
+    filter.f = corner;
 
     ParamRamp rect = rectify;
     Stereo env{envelopeL, envelopeR, 0.0f, 0.0f};

@@ -17,13 +17,6 @@ constexpr int kLineSize = 8192;
 constexpr int kLineMask = kLineSize - 1;
 static_assert(kLineSize > static_cast<int>(AFSystemInfo::kMaxSampleRate / AFDirectFilter::kCombFloorHz) + 4);
 
-// State below this is cleared after each block so that silence never decays into denormals.
-constexpr float kFlush = 1e-20f;
-
-inline float flushed(float v) noexcept {
-    return std::fabs(v) < kFlush ? 0.0f : v;
-}
-
 } // namespace
 
 AFDirectFilter::AFDirectFilter(AFSystemInfo* system)
@@ -310,70 +303,9 @@ void AFDirectFilter::processPair(int mode, AFDirectFilter& leftFilter, float* le
         count);
 }
 
-template <bool Glide>
-void AFDirectFilter::runBand(float* left, float* right, int count) noexcept {
-    // Left and right side by side in vector lanes, each lane doing the scalar arithmetic of its channel.
-    using Lanes = float __attribute__((vector_size(8)));
-    Core& lo = cores[Lowpass];
-    Core& hi = cores[Highpass];
-    float gl = lo.g, kl = lo.k, gh = hi.g, kh = hi.k;
-    const float gsl = lo.gStep, ksl = lo.kStep, gsh = hi.gStep, ksh = hi.kStep;
-    Lanes l1 = {lo.s1[0], lo.s1[1]}, l2 = {lo.s2[0], lo.s2[1]};
-    Lanes h1 = {hi.s1[0], hi.s1[1]}, h2 = {hi.s2[0], hi.s2[1]};
-    float a1l = 1.0f / (1.0f + gl * (gl + kl));
-    float a1h = 1.0f / (1.0f + gh * (gh + kh));
-    for (int i = 0; i < count; ++i) {
-        if constexpr (Glide) {
-            gl += gsl;
-            kl += ksl;
-            gh += gsh;
-            kh += ksh;
-            a1l = 1.0f / (1.0f + gl * (gl + kl));
-            a1h = 1.0f / (1.0f + gh * (gh + kh));
-        }
-        const float a2l = gl * a1l, a3l = gl * a2l;
-        const float a2h = gh * a1h, a3h = gh * a2h;
-        const Lanes x = {left[i], right[i]};
-        const Lanes v3 = x - l2;
-        const Lanes v1 = a1l * l1 + a2l * v3;
-        const Lanes v2 = l2 + a2l * l1 + a3l * v3;
-        l1 = 2.0f * v1 - l1;
-        l2 = 2.0f * v2 - l2;
-        // High-pass on the low-pass output.
-        const Lanes w3 = v2 - h2;
-        const Lanes w1 = a1h * h1 + a2h * w3;
-        const Lanes w2 = h2 + a2h * h1 + a3h * w3;
-        h1 = 2.0f * w1 - h1;
-        h2 = 2.0f * w2 - h2;
-        const Lanes y = v2 - kh * w1 - w2;
-        left[i] = y[0];
-        right[i] = y[1];
-    }
-    lo.g = gl;
-    lo.k = kl;
-    hi.g = gh;
-    hi.k = kh;
-    lo.s1 = {flushed(l1[0]), flushed(l1[1])};
-    lo.s2 = {flushed(l2[0]), flushed(l2[1])};
-    hi.s1 = {flushed(h1[0]), flushed(h1[1])};
-    hi.s2 = {flushed(h2[0]), flushed(h2[1])};
-}
-
 void AFDirectFilter::processStereoBand(float* left, float* right, int count) noexcept {
-    Core& lo = cores[Lowpass];
-    Core& hi = cores[Highpass];
-    int done = 0;
-    while (done < count) {
-        int segment = count - done;
-        const bool glide = lo.glideLeft > 0 || hi.glideLeft > 0;
-        if (lo.glideLeft > 0) segment = std::min(segment, lo.glideLeft);
-        if (hi.glideLeft > 0) segment = std::min(segment, hi.glideLeft);
-        if (glide)
-            runBand<true>(left + done, right + done, segment);
-        else
-            runBand<false>(left + done, right + done, segment);
-        finishGlide(lo, segment);
-        finishGlide(hi, segment);
-        done += segment;
-    }
+    processStereoBand(left, right, count, [left, right](int i, float yl, float yr) {
+        left[i] = yl;
+        right[i] = yr;
+    });
 }

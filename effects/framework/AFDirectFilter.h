@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cmath>
 #include <vector>
 
 class AFSystemInfo;
@@ -31,6 +32,10 @@ public:
     // Audio thread: the same as processStereo(Lowpass) and then processStereo(Highpass), in one pass so that
     // the two filters' recursions overlap.
     void processStereoBand(float* left, float* right, int count) noexcept;
+    // Audio thread: as processStereoBand, handing each filtered pair to next(i, left, right) instead of
+    // storing it, so that the caller's own per-sample work overlaps the recursions.
+    template <class Next>
+    void processStereoBand(const float* left, const float* right, int count, Next&& next) noexcept;
     // Audio thread: in place, each channel through its own filter's mono path, interleaved so that the two
     // recursions overlap.
     static void processPair(int mode, AFDirectFilter& leftFilter, float* left, AFDirectFilter& rightFilter,
@@ -79,10 +84,13 @@ private:
     template <bool Glide>
     static void runCombs(AFDirectFilter& fa, AFDirectFilter& fb, float* lineA, float* lineB, float* left,
                          float* right, bool pair, int count) noexcept;
-    template <bool Glide>
-    void runBand(float* left, float* right, int count) noexcept;
+    template <bool Glide, class Next>
+    void runBand(const float* left, const float* right, int offset, int count, Next& next) noexcept;
     static void finishGlide(Core& core, int samples) noexcept;
     static void finishGlide(CombLine& line, int samples) noexcept;
+    // State below this is cleared after each block so that silence never decays into denormals.
+    static constexpr float kFlush = 1e-20f;
+    static float flushed(float v) noexcept { return std::fabs(v) < kFlush ? 0.0f : v; }
 
     AFSystemInfo* systemInfo;
     std::vector<float> lineL;
@@ -91,3 +99,72 @@ private:
     std::array<Core, 3> cores{};
     CombLine comb;
 };
+
+template <bool Glide, class Next>
+void AFDirectFilter::runBand(const float* left, const float* right, int offset, int count,
+                             Next& next) noexcept {
+    // Left and right side by side in vector lanes, each lane doing the scalar arithmetic of its channel.
+    using Lanes = float __attribute__((vector_size(8)));
+    Core& lo = cores[Lowpass];
+    Core& hi = cores[Highpass];
+    // The two filters' coefficients side by side too: low-pass, then high-pass.
+    Lanes g = {lo.g, hi.g}, k = {lo.k, hi.k};
+    const Lanes gStep = {lo.gStep, hi.gStep}, kStep = {lo.kStep, hi.kStep};
+    Lanes l1 = {lo.s1[0], lo.s1[1]}, l2 = {lo.s2[0], lo.s2[1]};
+    Lanes h1 = {hi.s1[0], hi.s1[1]}, h2 = {hi.s2[0], hi.s2[1]};
+    const Lanes one = {1.0f, 1.0f};
+    Lanes a1 = one / (one + g * (g + k));
+    for (int i = offset; i < offset + count; ++i) {
+        if constexpr (Glide) {
+            g += gStep;
+            k += kStep;
+            a1 = one / (one + g * (g + k));
+        }
+        const Lanes a2 = g * a1, a3 = g * a2;
+        const float a1l = a1[0], a2l = a2[0], a3l = a3[0];
+        const float a1h = a1[1], a2h = a2[1], a3h = a3[1], kh = k[1];
+        const Lanes x = {left[i], right[i]};
+        const Lanes v3 = x - l2;
+        const Lanes v1 = a1l * l1 + a2l * v3;
+        const Lanes v2 = l2 + a2l * l1 + a3l * v3;
+        l1 = 2.0f * v1 - l1;
+        l2 = 2.0f * v2 - l2;
+        // High-pass on the low-pass output.
+        const Lanes w3 = v2 - h2;
+        const Lanes w1 = a1h * h1 + a2h * w3;
+        const Lanes w2 = h2 + a2h * h1 + a3h * w3;
+        h1 = 2.0f * w1 - h1;
+        h2 = 2.0f * w2 - h2;
+        const Lanes y = v2 - kh * w1 - w2;
+        next(i, y[0], y[1]);
+    }
+    lo.g = g[0];
+    lo.k = k[0];
+    hi.g = g[1];
+    hi.k = k[1];
+    lo.s1 = {flushed(l1[0]), flushed(l1[1])};
+    lo.s2 = {flushed(l2[0]), flushed(l2[1])};
+    hi.s1 = {flushed(h1[0]), flushed(h1[1])};
+    hi.s2 = {flushed(h2[0]), flushed(h2[1])};
+}
+
+template <class Next>
+void AFDirectFilter::processStereoBand(const float* left, const float* right, int count,
+                                       Next&& next) noexcept {
+    Core& lo = cores[Lowpass];
+    Core& hi = cores[Highpass];
+    int done = 0;
+    while (done < count) {
+        int segment = count - done;
+        const bool glide = lo.glideLeft > 0 || hi.glideLeft > 0;
+        if (lo.glideLeft > 0) segment = segment < lo.glideLeft ? segment : lo.glideLeft;
+        if (hi.glideLeft > 0) segment = segment < hi.glideLeft ? segment : hi.glideLeft;
+        if (glide)
+            runBand<true>(left, right, done, segment, next);
+        else
+            runBand<false>(left, right, done, segment, next);
+        finishGlide(lo, segment);
+        finishGlide(hi, segment);
+        done += segment;
+    }
+}
