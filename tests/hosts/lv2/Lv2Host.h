@@ -8,7 +8,6 @@
 
 #include <cstdint>
 #include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -84,7 +83,7 @@ public:
     bool restoreChunk(const std::vector<uint8_t>& image);
     bool restoreChunkText(const std::string& text);
     // Host thread: the plug-in's state through lilv (control ports and the chunk), and back.
-    LilvState* saveState(const std::string& scratchDir);
+    LilvState* saveState();
     void restoreState(const LilvState* state);
 
     // Control input by symbol; false for an unknown symbol.
@@ -97,17 +96,17 @@ public:
              const std::vector<MidiEvent>& events = {});
 
     Transport& transport() { return playhead; }
-    int64_t position() const { return frame; }
+    // Moves the playhead to `at` frames from the song start.
+    void locate(int64_t at) { frame = at; }
     // MIDI the plug-in sent in the last block, and what the output port held that was not MIDI.
     const std::vector<MidiEvent>& midiOut() const { return sent; }
     uint32_t foreignEventsOut() const { return foreign; }
-    int32_t controlPortCount() const { return static_cast<int32_t>(controls.size()); }
 
 private:
     struct Urids {
-        LV2_URID atomFloat, atomDouble, atomInt, atomLong, atomString, atomSequence, atomChunk, midiEvent,
-            timePosition, timeFrame, timeSpeed, timeBpm, timeBar, timeBarBeat, timeBeatsPerBar, timeBeatUnit,
-            blockNominal, blockMax, blockMin, sampleRate;
+        LV2_URID atomFloat, atomDouble, atomInt, atomString, atomSequence, atomChunk, midiEvent, timePosition,
+            timeFrame, timeSpeed, timeBpm, timeBar, timeBarBeat, timeBeatsPerBar, timeBeatUnit, blockNominal,
+            blockMax, sampleRate;
     };
 
     static const void* portValue(const char* symbol, void* user, uint32_t* size, uint32_t* type);
@@ -120,7 +119,6 @@ private:
     World& world;
     Urids u{};
     double rate;
-    uint32_t maxBlock;
     int32_t optionBlock;
     float optionRate;
     LilvInstance* instance = nullptr;
@@ -139,7 +137,7 @@ private:
     uint32_t audioOut[2] = {0, 0};
     uint32_t eventsIn = 0;
     uint32_t eventsOut = 0;
-    std::vector<uint64_t> eventsInBuffer;  // 64-bit words keep the atoms aligned
+    std::vector<uint64_t> eventsInBuffer; // 64-bit words keep the atoms aligned
     std::vector<uint64_t> eventsOutBuffer;
     LV2_Atom_Forge forge{};
 
@@ -153,8 +151,8 @@ private:
 // checked against an independent encoder.
 std::string base64(const std::vector<uint8_t>& bytes);
 
-// Points HOME, XDG_CONFIG_HOME and XDG_DATA_HOME at a fresh folder and ORVANTO_CONTENT_SOURCE at the
-// compiled content, for the life of the object: the engine reads them when it is built.
+// Points HOME, XDG_CONFIG_HOME and XDG_DATA_HOME at a fresh folder, removed with the object, and
+// ORVANTO_CONTENT_SOURCE at the compiled content: the engine reads them when it is built.
 class PrivateHome {
 public:
     explicit PrivateHome(const std::string& contentDir);
