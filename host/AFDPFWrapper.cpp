@@ -4,6 +4,8 @@
 #include "host/AFBase64.h"
 #include "host/AFParameterSymbols.h"
 
+#include "DistrhoPluginUtils.hpp"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -27,6 +29,12 @@ AFDPFWrapper::AFDPFWrapper()
     client->setSampleRate(static_cast<float>(getSampleRate()));
     sizeBuffers(std::max<uint32_t>(getBufferSize(), 64));
     client->setBlockSize(static_cast<int32_t>(capacity));
+    for (uint32_t i = 0; i < kMasterBypass; ++i)
+        hostValues[i] = client->getParameter(static_cast<int32_t>(i));
+    // This DPF hands an LV2 host the parameter index where the port change request wants the port index:
+    // the audio ports and the two event ports come first.
+    if (std::strcmp(getPluginFormatName(), "LV2") == 0)
+        requestOffset = DISTRHO_PLUGIN_NUM_INPUTS + DISTRHO_PLUGIN_NUM_OUTPUTS + 2;
 }
 
 AFDPFWrapper::~AFDPFWrapper() = default;
@@ -83,10 +91,12 @@ float AFDPFWrapper::getParameterValue(uint32_t index) const {
 void AFDPFWrapper::setParameterValue(uint32_t index, float value) {
     if (!std::isfinite(value)) return;
     value = std::clamp(value, 0.0f, 1.0f);
-    if (index == kMasterBypass)
+    if (index == kMasterBypass) {
         bypass.setValue(value);
-    else if (index < kMasterBypass)
+    } else if (index < kMasterBypass) {
+        hostValues[index] = value;
         client->setParameter(static_cast<int32_t>(index), value);
+    }
 }
 
 void AFDPFWrapper::loadProgram(uint32_t index) {
@@ -143,6 +153,15 @@ void AFDPFWrapper::run(const float** inputs, float** outputs, uint32_t frames, c
     for (uint32_t start = 0; start < frames; start += capacity)
         runPiece(inputs, outputs, start, std::min(capacity, frames - start), midiEvents, midiEventCount,
                  nextEvent);
+    if (canRequestParameterValueChanges()) reportEngineMoves();
+}
+
+void AFDPFWrapper::reportEngineMoves() {
+    for (uint32_t i = 0; i < kMasterBypass; ++i) {
+        const float value = client->getParameter(static_cast<int32_t>(i));
+        if (value != hostValues[i] && requestParameterValueChange(i + requestOffset, value))
+            hostValues[i] = value;
+    }
 }
 
 void AFDPFWrapper::runPiece(const float** inputs, float** outputs, uint32_t start, uint32_t frames,

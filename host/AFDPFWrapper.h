@@ -79,6 +79,7 @@ private:
     void runPiece(const float** inputs, float** outputs, uint32_t start, uint32_t frames,
                   const MidiEvent* midiEvents, uint32_t midiEventCount, uint32_t& nextEvent);
     void sizeBuffers(uint32_t frames);
+    void reportEngineMoves();
 
     AFMasterBypass bypass;
     AFTimeInfo time{};
@@ -86,6 +87,10 @@ private:
     std::vector<float> dryLeft;
     std::vector<float> dryRight;
     uint32_t capacity = 0;
+    // What the host last set or was told of each engine parameter: the engine moves Controls itself (MIDI,
+    // the Dictator, a state load), and a host that hears of it keeps its own copy, and so its sessions, true.
+    std::array<float, AFIdentity::kParameters> hostValues{};
+    uint32_t requestOffset = 0;
 };
 
 END_NAMESPACE_DISTRHO

@@ -118,7 +118,10 @@ Instance::Instance(World& w, double sampleRate, uint32_t block)
     optionsFeature = {LV2_OPTIONS__options, options.data()};
     workerFeature = {LV2_WORKER__schedule, &worker};
     boundedFeature = {LV2_BUF_SIZE__boundedBlockLength, nullptr};
-    features = {&mapFeature, &unmapFeature, &optionsFeature, &workerFeature, &boundedFeature, nullptr};
+    changeRequest = {this, &Instance::requestChange};
+    changeFeature = {LV2_CONTROL_INPUT_PORT_CHANGE_REQUEST_URI, &changeRequest};
+    features = {&mapFeature,     &unmapFeature,  &optionsFeature, &workerFeature,
+                &boundedFeature, &changeFeature, nullptr};
 
     instance = lilv_plugin_instantiate(plugin, rate, features.data());
     if (instance == nullptr) return;
@@ -189,6 +192,19 @@ LV2_Worker_Status Instance::scheduleWork(LV2_Worker_Schedule_Handle, uint32_t, c
     // The plug-in only asks for work when a UI or a patch message sets a state value; this host sends
     // neither.
     return LV2_WORKER_ERR_UNKNOWN;
+}
+
+// The plug-in asks to move one of its control inputs, as a DAW's mixer follows it: the port takes the value
+// from the next block on, and a session saved afterwards keeps it.
+LV2_ControlInputPort_Change_Status Instance::requestChange(LV2_ControlInputPort_Change_Request_Handle handle,
+                                                           uint32_t port, float value) {
+    auto* self = static_cast<Instance*>(handle);
+    for (std::size_t i = 0; i < self->controlPorts.size(); ++i) {
+        if (self->controlPorts[i] != port) continue;
+        self->controls[i] = value;
+        return LV2_CONTROL_INPUT_PORT_CHANGE_SUCCESS;
+    }
+    return LV2_CONTROL_INPUT_PORT_CHANGE_ERR_INVALID_INDEX;
 }
 
 bool Instance::restoreChunk(const std::vector<uint8_t>& image) {

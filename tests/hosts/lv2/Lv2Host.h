@@ -1,5 +1,6 @@
 #pragma once
 
+#include ORVANTO_LV2_PORT_CHANGE_HEADER
 #include <lilv/lilv.h>
 #include <lv2/atom/forge.h>
 #include <lv2/options/options.h>
@@ -112,6 +113,8 @@ private:
     static const void* portValue(const char* symbol, void* user, uint32_t* size, uint32_t* type);
     static void setPortValue(const char* symbol, void* user, const void* value, uint32_t size, uint32_t type);
     static LV2_Worker_Status scheduleWork(LV2_Worker_Schedule_Handle handle, uint32_t size, const void* data);
+    static LV2_ControlInputPort_Change_Status requestChange(LV2_ControlInputPort_Change_Request_Handle handle,
+                                                            uint32_t port, float value);
 
     void writeEvents(uint32_t frames, const std::vector<MidiEvent>& events);
     void readEvents();
@@ -126,7 +129,9 @@ private:
 
     std::vector<LV2_Options_Option> options;
     LV2_Worker_Schedule worker{};
-    LV2_Feature mapFeature{}, unmapFeature{}, optionsFeature{}, workerFeature{}, boundedFeature{};
+    LV2_ControlInputPort_Change_Request changeRequest{};
+    LV2_Feature mapFeature{}, unmapFeature{}, optionsFeature{}, workerFeature{}, boundedFeature{},
+        changeFeature{};
     std::vector<const LV2_Feature*> features;
 
     std::map<std::string, uint32_t> symbols; // control inputs by symbol, to their index in `controls`
