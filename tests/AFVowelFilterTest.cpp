@@ -208,3 +208,34 @@ TEST_F(VowelFixture, StaysBoundedWithJumpingVowelsAtFullResonance) {
         }
     }
 }
+
+// A hot signal (+12 dB over full scale and far beyond) into the "Comp" model at full resonance: the loop's
+// shaper would otherwise turn over and run the feedback to infinity, leaving the slot silent with NaN.
+TEST_F(VowelFixture, CompModelSurvivesHotInput) {
+    for (const float level : {4.0f, 10.0f, 1e5f}) {
+        AFVowelFilter f(18, &rig.system, 0);
+        f.setOption(0, 3);
+        f.activate();
+        std::vector<float> l(64), r(64);
+        bool finite = true;
+        float loudest = 0.0f;
+        for (int b = 0; b < 3000; ++b) {
+            f.setParameter(0, static_cast<float>(b % 9) / 8.0f);
+            f.setParameter(1, 1.0f);
+            f.setParameter(2, 0.5f);
+            f.setParameter(3, 1.0f);
+            f.controlTick();
+            for (std::size_t i = 0; i < l.size(); ++i) {
+                l[i] = (b / 50) % 2 == 0 ? level : -level;
+                r[i] = level;
+            }
+            f.process(l.data(), r.data(), 64);
+            finite = finite && allFinite(l, 1e6f) && allFinite(r, 1e6f);
+            for (const float v : l)
+                loudest = std::max(loudest, std::fabs(v));
+        }
+        EXPECT_TRUE(finite) << level;
+        EXPECT_LT(loudest, 16.0f)
+            << "the shaper holds each comb within one unit of output, whatever comes in";
+    }
+}

@@ -318,7 +318,10 @@ void AFVowelFilter::runComp(float* left, float* right, int count) noexcept {
     float* __restrict const lineR1 = combLines[3].data();
     Comb cl0 = combs[0], cl1 = combs[1], cr0 = combs[2], cr1 = combs[3];
     const auto step = [&](Comb& c, float* __restrict line, float x, int w, float d) {
-        const float a = c.out * fb + x;
+        // The shaper peaks at |a| = 2 and returns to 0 at |a| = 4; past that it would turn over and grow with
+        // the square, and a hot input would run the feedback away to infinity. Held at 4, it stays as it is
+        // wherever it has a shape and gives silence beyond.
+        const float a = std::clamp(c.out * fb + x, -4.0f, 4.0f);
         const float b = (1.0f - std::fabs(a) * 0.25f) * a;
         line[w] = b + kTiny;
         int read = static_cast<int>(static_cast<float>(w) - d);
