@@ -53,8 +53,10 @@ demo: build
 	  --set 261=1 --set "FX1 Lfo Amount=0.6" --set "FX1 Lfo Rate=0.5"
 	@echo "Rendered out/demo.wav and out/demo.png"
 
+# The core's benchmarks, then the same eight Stutters timed through the LV2 plug-in in a lilv host.
 bench: build
 	$(BUILD)/bench/orvanto-bench --benchmark_counters_tabular=true
+	@cmake --build $(BUILD) --target orvanto-lv2-timing
 
 format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i

@@ -54,6 +54,11 @@ public:
     // Any thread (audio thread for queued MIDI and transport stops).
     void setParameter(int32_t index, float value) override;
     float getParameter(int32_t index) override;
+    // Any thread: host parameter `index` (0..251) without the call through the surface, for hosts that scan
+    // the whole table every block.
+    float hostParameter(int index) const noexcept {
+        return parameters[static_cast<std::size_t>(index)].load(std::memory_order_relaxed);
+    }
     void setParameterAutomated(int32_t index, float value) override;
     // Editor thread: the gesture around a parameter change. A gesture that moved the value becomes one undo
     // step; the host hears of it for host parameters only.
@@ -79,8 +84,8 @@ public:
     void getProgramName(char* name) override;
     bool getProgramNameIndexed(int32_t category, int32_t index, char* text) override;
 
-    // The one state writer and reader. Slot 0..7 is that slot's effect preset, -1 the global preset (all eight
-    // slots and the global section), which is also the host state. Any thread but the audio thread; the
+    // The one state writer and reader. Slot 0..7 is that slot's effect preset, -1 the global preset (all
+    // eight slots and the global section), which is also the host state. Any thread but the audio thread; the
     // reader holds the audio off while it changes the slots.
     void writeState(AFChunk& chunk, int slot);
     bool readState(AFChunk& chunk, int slot, bool silent);
@@ -106,7 +111,9 @@ public:
     bool isDryWetLock() const noexcept { return dryWetLock.load(); }
     const std::string& getGlobalPresetName() const noexcept { return globalPresetName; }
     // Any thread but the audio thread: the names a state carries, for tools that build states.
-    void setPresetName(int slot, const std::string& name) { presetNames[static_cast<std::size_t>(slot)] = name; }
+    void setPresetName(int slot, const std::string& name) {
+        presetNames[static_cast<std::size_t>(slot)] = name;
+    }
     void setGlobalPresetName(const std::string& name) { globalPresetName = name; }
     void setDictatorPresetName(const std::string& name) { dictatorPresetName = name; }
     const std::string& getDictatorPresetName() const noexcept { return dictatorPresetName; }

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <limits>
 
 START_NAMESPACE_DISTRHO
 
@@ -16,6 +17,11 @@ namespace {
 constexpr const char* kStateKey = "chunk";
 // The engine's time filter asks for everything; a host block with no time record still gets 120 BPM in 4/4.
 constexpr double kDefaultTempo = 120.0;
+
+// Branch-free, so the copy runs as wide as the machine allows: infinities and NaN fail the comparison.
+inline float finiteOrZero(float x) noexcept {
+    return std::fabs(x) <= std::numeric_limits<float>::max() ? x : 0.0f;
+}
 } // namespace
 
 AFDPFClientHolder::AFDPFClientHolder(void* host)
@@ -157,28 +163,41 @@ void AFDPFWrapper::run(const float** inputs, float** outputs, uint32_t frames, c
 }
 
 void AFDPFWrapper::reportEngineMoves() {
-    for (uint32_t i = 0; i < kMasterBypass; ++i) {
-        const float value = client->getParameter(static_cast<int32_t>(i));
+    // A quarter of the table each block: every parameter is looked at within four blocks, and the host's
+    // scan of its own ports stays the larger part of the format's cost.
+    const uint32_t end = std::min<uint32_t>(scanCursor + kScanStride, kMasterBypass);
+    for (uint32_t i = scanCursor; i < end; ++i) {
+        const float value = client->hostParameter(static_cast<int>(i));
         if (value != hostValues[i] && requestParameterValueChange(i + requestOffset, value))
             hostValues[i] = value;
     }
+    scanCursor = end == kMasterBypass ? 0 : end;
 }
 
 void AFDPFWrapper::runPiece(const float** inputs, float** outputs, uint32_t start, uint32_t frames,
                             const MidiEvent* midiEvents, uint32_t midiEventCount, uint32_t& nextEvent) {
-    // The input goes to the outputs, where the engine works in place, and to the dry copy the bypass fades
-    // to; anything that is not a number is silenced before either sees it. While a state load holds the
-    // engine off, the outputs so carry the input rather than whatever the host's buffers held.
+    // The input goes to the outputs, where the engine works in place, with anything that is not a number
+    // silenced before the engine sees it. While a state load holds the engine off, the outputs so carry the
+    // input rather than whatever the host's buffers held. The bypass fade also needs the dry input apart.
     float* outL = outputs[0] + start;
     float* outR = outputs[1] + start;
-    for (uint32_t i = 0; i < frames; ++i) {
-        const float l = inputs[0][start + i];
-        const float r = inputs[1][start + i];
-        dryLeft[i] = std::isfinite(l) ? l : 0.0f;
-        dryRight[i] = std::isfinite(r) ? r : 0.0f;
+    const float* inL = inputs[0] + start;
+    const float* inR = inputs[1] + start;
+    const bool keepDry = !bypass.isIdle();
+    if (keepDry) {
+        for (uint32_t i = 0; i < frames; ++i) {
+            dryLeft[i] = finiteOrZero(inL[i]);
+            dryRight[i] = finiteOrZero(inR[i]);
+        }
+        std::copy_n(dryLeft.data(), frames, outL);
+        std::copy_n(dryRight.data(), frames, outR);
+    } else {
+        // Hosts may hand the same buffer in and out: each sample is read before it is written.
+        for (uint32_t i = 0; i < frames; ++i) {
+            outL[i] = finiteOrZero(inL[i]);
+            outR[i] = finiteOrZero(inR[i]);
+        }
     }
-    std::copy_n(dryLeft.data(), frames, outL);
-    std::copy_n(dryRight.data(), frames, outR);
 
     // MIDI of this piece, at offsets within it. Only short channel messages reach the engine.
     int32_t count = 0;
@@ -198,7 +217,7 @@ void AFDPFWrapper::runPiece(const float** inputs, float** outputs, uint32_t star
     fillTime(start);
     float* out[2] = {outL, outR};
     client->processReplacing(out, out, static_cast<int32_t>(frames));
-    if (!bypass.isIdle()) bypass.process(dryLeft.data(), dryRight.data(), outL, outR, frames);
+    if (keepDry) bypass.process(dryLeft.data(), dryRight.data(), outL, outR, frames);
 }
 
 void AFDPFWrapper::fillTime(uint32_t offset) {

@@ -91,6 +91,8 @@ private:
     // the Dictator, a state load), and a host that hears of it keeps its own copy, and so its sessions, true.
     std::array<float, AFIdentity::kParameters> hostValues{};
     uint32_t requestOffset = 0;
+    static constexpr uint32_t kScanStride = (AFIdentity::kParameters + 3) / 4;
+    uint32_t scanCursor = 0;
 };
 
 END_NAMESPACE_DISTRHO
