@@ -1,8 +1,8 @@
 #include "engine/AFUniClient.h"
 
 #include "effects/framework/AFEffect.h"
-#include "effects/framework/TimeValueTables.h"
 #include "effects/framework/EffectFactory.h"
+#include "effects/framework/TimeValueTables.h"
 #include "engine/AFCommandParameter.h"
 #include "engine/AFCommandRememberChunk.h"
 #include "engine/AFDenormalGuard.h"
@@ -558,7 +558,9 @@ void AFUniClient::applyLoadedMidiMap(const AFMidiBindings& loaded, bool force) {
     if (force || !options.ccRecallLock.load()) midiBindings.replaceControllers(loaded);
 }
 
-std::string AFUniClient::defaultMidiMapPath() const { return contentPaths.defaultMidiMapPath(); }
+std::string AFUniClient::defaultMidiMapPath() const {
+    return contentPaths.defaultMidiMapPath();
+}
 
 void AFUniClient::loadDefaultMidiMap() {
     // A missing default is no error, and a host must not see a message box while it builds us.
@@ -801,7 +803,8 @@ bool AFUniClient::getProgramNameIndexed(int32_t, int32_t index, char* text) {
 
 void AFUniClient::applyLoadedMidiMap(const std::vector<std::pair<int32_t, int32_t>>& bindings) {
     auto loaded = std::make_unique<AFMidiBindings>();
-    for (const auto& [cc, parameter] : bindings) loaded->addControllerBinding(cc, parameter);
+    for (const auto& [cc, parameter] : bindings)
+        loaded->addControllerBinding(cc, parameter);
     midiBindings.replaceControllers(*loaded);
 }
 
@@ -809,7 +812,8 @@ std::vector<std::pair<int32_t, int32_t>> AFUniClient::midiMapForState() const {
     std::vector<std::pair<int32_t, int32_t>> pairs;
     for (int cc = 0; cc < 128; ++cc) {
         const auto& list = midiBindings.controllers(cc);
-        for (int i = 0; i < list.size(); ++i) pairs.emplace_back(cc, list[i]);
+        for (int i = 0; i < list.size(); ++i)
+            pairs.emplace_back(cc, list[i]);
     }
     return pairs;
 }

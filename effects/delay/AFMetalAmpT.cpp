@@ -20,7 +20,8 @@ std::span<const char* const> optionWords(int index) {
 
 } // namespace
 
-AFMetalAmpT::AFMetalAmpT(uint32_t type, AFSystemInfo* system, uint32_t flag) : AFEffect(type, 4, system, flag) {
+AFMetalAmpT::AFMetalAmpT(uint32_t type, AFSystemInfo* system, uint32_t flag)
+    : AFEffect(type, 4, system, flag) {
     setName("AFMetalAmpT");
     defineParameter(0, "Drive", 0.5f);
     defineParameter(1, "Low", 0.5f);
@@ -38,7 +39,9 @@ int32_t AFMetalAmpT::getOption(int index) {
     return optionWords(index).empty() ? 0 : options[static_cast<std::size_t>(index)];
 }
 
-void AFMetalAmpT::getOptionList(int index, AFWordList& list) { appendWords(list, optionWords(index)); }
+void AFMetalAmpT::getOptionList(int index, AFWordList& list) {
+    appendWords(list, optionWords(index));
+}
 
 void AFMetalAmpT::formatParameter(int, float value, char* text) {
     std::snprintf(text, kEffectTextSize, "%3.2f", static_cast<double>(value) * 100.0);

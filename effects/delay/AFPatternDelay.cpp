@@ -23,7 +23,8 @@ std::span<const char* const> optionWords(int index) {
 
 } // namespace
 
-AFPatternDelay::AFPatternDelay(uint32_t type, AFSystemInfo* system, uint32_t flag) : AFEffect(type, 4, system, flag) {
+AFPatternDelay::AFPatternDelay(uint32_t type, AFSystemInfo* system, uint32_t flag)
+    : AFEffect(type, 4, system, flag) {
     setName("AFPatternDelay");
     defineParameter(0, "Delay Time", 0.3f);
     defineParameter(1, "Pattern", 0.27f);
@@ -41,7 +42,9 @@ int32_t AFPatternDelay::getOption(int index) {
     return optionWords(index).empty() ? 0 : options[static_cast<std::size_t>(index)];
 }
 
-void AFPatternDelay::getOptionList(int index, AFWordList& list) { appendWords(list, optionWords(index)); }
+void AFPatternDelay::getOptionList(int index, AFWordList& list) {
+    appendWords(list, optionWords(index));
+}
 
 void AFPatternDelay::formatParameter(int, float value, char* text) {
     std::snprintf(text, kEffectTextSize, "%3.2f", static_cast<double>(value) * 100.0);

@@ -6,8 +6,35 @@ namespace {
 
 constexpr const char* kOption0[] = {"Sync", "SyncTP", "Free"};
 constexpr const char* kOption1[] = {"Sync", "SyncTP", "Free"};
-constexpr const char* kOption2[] = {"Normal", "1/4", "1/4 - - -", "1/4 -", "1/8", "1/8 - - -", "1/8 -", "1/16", "1/16 - - -", "1/16 -"};
-constexpr const char* kOption3[] = {"Pitch", "+LP ", "+LP Q", "+Comb ", "+Comb Q", "+HP", "+HP Q", "-LP ", "-LP Q", "-Comb ", "-Comb Q", "-HP", "-HP Q", "LP", "LP Q", "Comb ", "Comb Q", "HP", "HP Q", "HP 300hz Input", "HP 600hz Input", "HP 1000hz Input", "HP 2000hz Input", "BP 300hz Input", "BP 600hz Input", "BP 1000hz Input", "BP 2000hz Input"};
+constexpr const char* kOption2[] = {"Normal",    "1/4",   "1/4 - - -", "1/4 -",      "1/8",
+                                    "1/8 - - -", "1/8 -", "1/16",      "1/16 - - -", "1/16 -"};
+constexpr const char* kOption3[] = {"Pitch",
+                                    "+LP ",
+                                    "+LP Q",
+                                    "+Comb ",
+                                    "+Comb Q",
+                                    "+HP",
+                                    "+HP Q",
+                                    "-LP ",
+                                    "-LP Q",
+                                    "-Comb ",
+                                    "-Comb Q",
+                                    "-HP",
+                                    "-HP Q",
+                                    "LP",
+                                    "LP Q",
+                                    "Comb ",
+                                    "Comb Q",
+                                    "HP",
+                                    "HP Q",
+                                    "HP 300hz Input",
+                                    "HP 600hz Input",
+                                    "HP 1000hz Input",
+                                    "HP 2000hz Input",
+                                    "BP 300hz Input",
+                                    "BP 600hz Input",
+                                    "BP 1000hz Input",
+                                    "BP 2000hz Input"};
 
 std::span<const char* const> optionWords(int index) {
     switch (index) {
@@ -26,7 +53,8 @@ std::span<const char* const> optionWords(int index) {
 
 } // namespace
 
-AFPitchDelayT::AFPitchDelayT(uint32_t type, AFSystemInfo* system, uint32_t flag) : AFEffect(type, 4, system, flag) {
+AFPitchDelayT::AFPitchDelayT(uint32_t type, AFSystemInfo* system, uint32_t flag)
+    : AFEffect(type, 4, system, flag) {
     setName("AFPitchDelayT");
     defineParameter(0, "Delay Left", 0.75f);
     defineParameter(1, "Delay Right", 0.75f);
@@ -44,7 +72,9 @@ int32_t AFPitchDelayT::getOption(int index) {
     return optionWords(index).empty() ? 0 : options[static_cast<std::size_t>(index)];
 }
 
-void AFPitchDelayT::getOptionList(int index, AFWordList& list) { appendWords(list, optionWords(index)); }
+void AFPitchDelayT::getOptionList(int index, AFWordList& list) {
+    appendWords(list, optionWords(index));
+}
 
 void AFPitchDelayT::formatParameter(int, float value, char* text) {
     std::snprintf(text, kEffectTextSize, "%3.2f", static_cast<double>(value) * 100.0);

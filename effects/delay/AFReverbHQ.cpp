@@ -4,7 +4,8 @@
 
 namespace {
 
-constexpr const char* kOption2[] = {"Clean", "HP200", "HP400", "HP600", "HP800", "HP1000", "HP2000", "HP+", "Comb+", "BP+", "LP+"};
+constexpr const char* kOption2[] = {"Clean",  "HP200", "HP400", "HP600", "HP800", "HP1000",
+                                    "HP2000", "HP+",   "Comb+", "BP+",   "LP+"};
 
 std::span<const char* const> optionWords(int index) {
     switch (index) {
@@ -35,7 +36,9 @@ int32_t AFReverbHQ::getOption(int index) {
     return optionWords(index).empty() ? 0 : options[static_cast<std::size_t>(index)];
 }
 
-void AFReverbHQ::getOptionList(int index, AFWordList& list) { appendWords(list, optionWords(index)); }
+void AFReverbHQ::getOptionList(int index, AFWordList& list) {
+    appendWords(list, optionWords(index));
+}
 
 void AFReverbHQ::formatParameter(int, float value, char* text) {
     std::snprintf(text, kEffectTextSize, "%3.2f", static_cast<double>(value) * 100.0);

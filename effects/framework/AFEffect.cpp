@@ -7,8 +7,9 @@
 #include <cstring>
 
 AFEffect::AFEffect(uint32_t type, int32_t count, AFSystemInfo* system, uint32_t flag)
-    : dryGain(std::sqrt(0.5f)), wetGain(std::sqrt(0.5f)), effectType(type), parameterCount(count < 0 ? 0 : count),
-      systemInfo(system), hostWord(system != nullptr ? system->hostWord : 0), constructionFlag(flag) {
+    : dryGain(std::sqrt(0.5f)), wetGain(std::sqrt(0.5f)), effectType(type),
+      parameterCount(count < 0 ? 0 : count), systemInfo(system),
+      hostWord(system != nullptr ? system->hostWord : 0), constructionFlag(flag) {
     std::snprintf(name, sizeof(name), "%s", "AFEffect unspecified");
     if (parameterCount > 0) {
         const auto n = static_cast<std::size_t>(parameterCount);
@@ -24,11 +25,15 @@ void AFEffect::analyze(float*, float*, int) noexcept {}
 
 void AFEffect::process(float*, float*, int) noexcept {}
 
-void AFEffect::setParameter(int index, float value) { parameterValues[static_cast<std::size_t>(index)] = value; }
+void AFEffect::setParameter(int index, float value) {
+    parameterValues[static_cast<std::size_t>(index)] = value;
+}
 
 void AFEffect::setOption(int, int32_t) {}
 
-int32_t AFEffect::getOption(int) { return 0; }
+int32_t AFEffect::getOption(int) {
+    return 0;
+}
 
 void AFEffect::getOptionList(int, AFWordList&) {}
 
@@ -57,10 +62,13 @@ void AFEffect::formatParameter(int, float value, char* text) {
 
 void AFEffect::setAuxWord(uint32_t word) {
     auxWord = word;
-    for (int i = 0; i < parameterCount; ++i) setParameter(i, parameterValues[static_cast<std::size_t>(i)]);
+    for (int i = 0; i < parameterCount; ++i)
+        setParameter(i, parameterValues[static_cast<std::size_t>(i)]);
 }
 
-void AFEffect::setName(const char* text) { std::snprintf(name, sizeof(name), "%s", text); }
+void AFEffect::setName(const char* text) {
+    std::snprintf(name, sizeof(name), "%s", text);
+}
 
 void AFEffect::defineParameter(int index, const char* parameterName, float defaultValue) {
     parameterNames[static_cast<std::size_t>(index)] = std::string(parameterName).substr(0, 31);

@@ -18,7 +18,8 @@ using AFWordList = std::vector<std::string>;
 // virtual operations is part of the design and kept, including the ones nothing calls.
 class AFEffect {
 public:
-    AFEffect(uint32_t effectType, int32_t parameterCount, AFSystemInfo* systemInfo, uint32_t constructionFlag);
+    AFEffect(uint32_t effectType, int32_t parameterCount, AFSystemInfo* systemInfo,
+             uint32_t constructionFlag);
     AFEffect(const AFEffect&) = delete;
     AFEffect& operator=(const AFEffect&) = delete;
 
@@ -83,7 +84,9 @@ public:
     int32_t getParameterCount() const noexcept { return parameterCount; }
     uint32_t getEffectType() const noexcept { return effectType; }
     const char* getName() const noexcept { return name; }
-    float getParameterValue(int index) const noexcept { return parameterValues[static_cast<std::size_t>(index)]; }
+    float getParameterValue(int index) const noexcept {
+        return parameterValues[static_cast<std::size_t>(index)];
+    }
     AFSystemInfo* getSystemInfo() const noexcept { return systemInfo; }
     float getMix() const noexcept { return mix; }
     uint32_t getHostWord() const noexcept { return hostWord; }
@@ -114,7 +117,8 @@ protected:
 
 // Appends a fixed word list to an option list.
 inline void appendWords(AFWordList& list, std::span<const char* const> words) {
-    for (const char* w : words) list.emplace_back(w);
+    for (const char* w : words)
+        list.emplace_back(w);
 }
 
 // An option value kept inside its menu: a stored or hostile value never indexes past the words.

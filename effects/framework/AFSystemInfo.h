@@ -5,8 +5,8 @@
 
 class AFBpmListenerList;
 
-// The shared timing record. One lives inside the plug-in object; every effect, LFO and envelope follower holds
-// a pointer to it and reads it directly. Written by the block loop on the audio thread.
+// The shared timing record. One lives inside the plug-in object; every effect, LFO and envelope follower
+// holds a pointer to it and reads it directly. Written by the block loop on the audio thread.
 class AFSystemInfo {
 public:
     struct Pair {

@@ -78,10 +78,12 @@ constexpr std::array<Row, EffectFactory::kTypeCount> kCatalogue{{
     {"Test", 4, make<AFTest>, true},
 }};
 
-constexpr std::array<int, EffectFactory::kMenuCount> kMenuOrder{20, 21, 11, 27, 14, 7,  13, 26, 8,  19, 22, 23,
-                                                                1,  2,  12, 3,  17, 4,  9,  16, 24, 25, 18, 5};
+constexpr std::array<int, EffectFactory::kMenuCount> kMenuOrder{20, 21, 11, 27, 14, 7, 13, 26, 8,  19, 22, 23,
+                                                                1,  2,  12, 3,  17, 4, 9,  16, 24, 25, 18, 5};
 
-bool inRange(int typeId) { return typeId >= 0 && typeId < EffectFactory::kTypeCount; }
+bool inRange(int typeId) {
+    return typeId >= 0 && typeId < EffectFactory::kTypeCount;
+}
 
 } // namespace
 
@@ -117,7 +119,9 @@ int EffectFactory::menuPosition(int typeId) {
     return -1;
 }
 
-const char* EffectFactory::menuEffectName(int position) { return effectName(menuTypeId(position)); }
+const char* EffectFactory::menuEffectName(int position) {
+    return effectName(menuTypeId(position));
+}
 
 int EffectFactory::typeIdByName(const char* displayName) {
     for (int i = 0; i < kTypeCount; ++i)

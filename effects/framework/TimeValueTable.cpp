@@ -6,7 +6,8 @@
 
 TimeValueTable::TimeValueTable(std::vector<Entry> rows)
     : entries(std::move(rows)), countInt(static_cast<int>(entries.size())),
-      countFloat(static_cast<float>(entries.size())), inverseCount(1.0f / static_cast<float>(entries.size())) {}
+      countFloat(static_cast<float>(entries.size())),
+      inverseCount(1.0f / static_cast<float>(entries.size())) {}
 
 int TimeValueTable::indexFor(float v) const noexcept {
     const double raw = static_cast<double>(countInt - 1) * static_cast<double>(v) + 0.5;

@@ -17,7 +17,7 @@ Entry row(const char* text, double length) {
 // Triplet and dotted lengths are four times these decimals; they are kept as written, not as exact thirds.
 constexpr const char* kNames[7] = {"1\\2", "1\\4", "1\\8", "1\\16", "1\\32", "1\\64", "1\\128"};
 constexpr double kStraight[7] = {2, 1, 0.5, 0.25, 0.125, 0.0625, 0.03125};
-constexpr double kTriplet[7] = {0.33333333, 0.16666666, 0.08333333333, 0.04166666666,
+constexpr double kTriplet[7] = {0.33333333,  0.16666666, 0.08333333333, 0.04166666666,
                                 0.020833333, 0.01041666, 0.00520833333};
 constexpr double kDotted[7] = {0.75, 0.375, 0.1875, 0.09375, 0.046875, 0.0234375, 0.01171875};
 
@@ -55,9 +55,9 @@ TimeValueTables::TimeValueTables() {
         prefixed({off, row("2 bars", 8), row("1.5 bars", 6), row("bar", 4), row("0.75 bar", 3)}, triplet));
     offDottedTable = TimeValueTable(prefixed({off}, dotted));
     syncDottedTable = TimeValueTable(dotted);
-    sixteenthsTable = TimeValueTable({row("1//16", 0.25), row("2//16", 0.5), row("3//16", 0.75), row("4//16", 1),
-                                      row("6//16", 1.5), row("8//16", 2), row("10//16", 2.5), row("12//16", 3),
-                                      row("16//16", 4)});
+    sixteenthsTable = TimeValueTable({row("1//16", 0.25), row("2//16", 0.5), row("3//16", 0.75),
+                                      row("4//16", 1), row("6//16", 1.5), row("8//16", 2), row("10//16", 2.5),
+                                      row("12//16", 3), row("16//16", 4)});
 }
 
 void TimeValueTables::formatTime(char* text, std::size_t size, float ms) {

@@ -6,7 +6,8 @@ namespace {
 
 constexpr const char* kOption0[] = {"Sync", "Sync TP", "Free", "SyncX"};
 constexpr const char* kOption2[] = {"Free", "Tone"};
-constexpr const char* kOption3[] = {"Off", "2nd", "3rd Off", "3rd On", "Rhythm 1", "Shuffle", "Swing Soft", "Swing Hard"};
+constexpr const char* kOption3[] = {"Off",      "2nd",     "3rd Off",    "3rd On",
+                                    "Rhythm 1", "Shuffle", "Swing Soft", "Swing Hard"};
 
 std::span<const char* const> optionWords(int index) {
     switch (index) {
@@ -23,7 +24,8 @@ std::span<const char* const> optionWords(int index) {
 
 } // namespace
 
-AFPanLooper::AFPanLooper(uint32_t type, AFSystemInfo* system, uint32_t flag) : AFEffect(type, 4, system, flag) {
+AFPanLooper::AFPanLooper(uint32_t type, AFSystemInfo* system, uint32_t flag)
+    : AFEffect(type, 4, system, flag) {
     setName("AFPanLooper");
     defineParameter(0, "Size", 0.5f);
     defineParameter(1, "Pan", 0.5f);
@@ -41,7 +43,9 @@ int32_t AFPanLooper::getOption(int index) {
     return optionWords(index).empty() ? 0 : options[static_cast<std::size_t>(index)];
 }
 
-void AFPanLooper::getOptionList(int index, AFWordList& list) { appendWords(list, optionWords(index)); }
+void AFPanLooper::getOptionList(int index, AFWordList& list) {
+    appendWords(list, optionWords(index));
+}
 
 void AFPanLooper::formatParameter(int, float value, char* text) {
     std::snprintf(text, kEffectTextSize, "%3.2f", static_cast<double>(value) * 100.0);

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "effects/framework/AFEffect.h"
 #include "effects/framework/AFBPMChangeInterface.h"
+#include "effects/framework/AFEffect.h"
 
 #include <array>
 

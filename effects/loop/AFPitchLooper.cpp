@@ -23,7 +23,8 @@ std::span<const char* const> optionWords(int index) {
 
 } // namespace
 
-AFPitchLooper::AFPitchLooper(uint32_t type, AFSystemInfo* system, uint32_t flag) : AFEffect(type, 4, system, flag) {
+AFPitchLooper::AFPitchLooper(uint32_t type, AFSystemInfo* system, uint32_t flag)
+    : AFEffect(type, 4, system, flag) {
     setName("AFPitchLooper");
     defineParameter(0, "Size", 0.5f);
     defineParameter(1, "Pitch", 0.5f);
@@ -41,7 +42,9 @@ int32_t AFPitchLooper::getOption(int index) {
     return optionWords(index).empty() ? 0 : options[static_cast<std::size_t>(index)];
 }
 
-void AFPitchLooper::getOptionList(int index, AFWordList& list) { appendWords(list, optionWords(index)); }
+void AFPitchLooper::getOptionList(int index, AFWordList& list) {
+    appendWords(list, optionWords(index));
+}
 
 void AFPitchLooper::formatParameter(int, float value, char* text) {
     std::snprintf(text, kEffectTextSize, "%3.2f", static_cast<double>(value) * 100.0);

@@ -4,7 +4,8 @@
 
 namespace {
 
-constexpr const char* kOption0[] = {"Normal", "More Bass", "More Snare", "Pitch Down", "Pitch Up", "Pitch Flip", "Reverse", "ReRecord"};
+constexpr const char* kOption0[] = {"Normal",   "More Bass",  "More Snare", "Pitch Down",
+                                    "Pitch Up", "Pitch Flip", "Reverse",    "ReRecord"};
 constexpr const char* kOption1[] = {"Repeat", "Up", "Down", "Hard", "Pong", "Soft"};
 constexpr const char* kOption2[] = {"Repeat", "Up", "Down", "Hard", "Pong", "Soft"};
 constexpr const char* kOption3[] = {"Bar", "2 Bars"};
@@ -26,7 +27,8 @@ std::span<const char* const> optionWords(int index) {
 
 } // namespace
 
-AFSliceArranger::AFSliceArranger(uint32_t type, AFSystemInfo* system, uint32_t flag) : AFEffect(type, 4, system, flag) {
+AFSliceArranger::AFSliceArranger(uint32_t type, AFSystemInfo* system, uint32_t flag)
+    : AFEffect(type, 4, system, flag) {
     setName("AFSliceArranger");
     defineParameter(0, "Pattern", 0.0f);
     defineParameter(1, "Fill 1", 0.0f);
@@ -44,7 +46,9 @@ int32_t AFSliceArranger::getOption(int index) {
     return optionWords(index).empty() ? 0 : options[static_cast<std::size_t>(index)];
 }
 
-void AFSliceArranger::getOptionList(int index, AFWordList& list) { appendWords(list, optionWords(index)); }
+void AFSliceArranger::getOptionList(int index, AFWordList& list) {
+    appendWords(list, optionWords(index));
+}
 
 void AFSliceArranger::formatParameter(int, float value, char* text) {
     std::snprintf(text, kEffectTextSize, "%3.2f", static_cast<double>(value) * 100.0);

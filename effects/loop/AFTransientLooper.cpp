@@ -23,7 +23,8 @@ std::span<const char* const> optionWords(int index) {
 
 } // namespace
 
-AFTransientLooper::AFTransientLooper(uint32_t type, AFSystemInfo* system, uint32_t flag) : AFEffect(type, 4, system, flag) {
+AFTransientLooper::AFTransientLooper(uint32_t type, AFSystemInfo* system, uint32_t flag)
+    : AFEffect(type, 4, system, flag) {
     setName("AFTransientLooper");
     defineParameter(0, "Threshold", 0.5f);
     defineParameter(1, "HoldTime", 0.5f);
@@ -41,7 +42,9 @@ int32_t AFTransientLooper::getOption(int index) {
     return optionWords(index).empty() ? 0 : options[static_cast<std::size_t>(index)];
 }
 
-void AFTransientLooper::getOptionList(int index, AFWordList& list) { appendWords(list, optionWords(index)); }
+void AFTransientLooper::getOptionList(int index, AFWordList& list) {
+    appendWords(list, optionWords(index));
+}
 
 void AFTransientLooper::formatParameter(int, float value, char* text) {
     std::snprintf(text, kEffectTextSize, "%3.2f", static_cast<double>(value) * 100.0);
