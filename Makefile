@@ -4,20 +4,28 @@ ASAN_BUILD ?= build-asan
 JOBS      ?= $(shell nproc 2>/dev/null || echo 2)
 PREFIX    ?= $(HOME)/.local
 
-# Debian packages the build, the tests and the tools need.
+# Debian packages the build and the tools need; the hosts the plug-in tests load them in come on top for
+# `make test` (Ardour's plug-in scanners, a JACK server, the LV2 validator).
 DEPS := cmake g++ make pkg-config git libgtest-dev libgmock-dev libbenchmark-dev \
         libsndfile1-dev libcairo2-dev libfontconfig-dev libpng-dev zlib1g-dev clang-format \
-        dpf-source liblilv-dev lilv-utils lv2-dev sordi libjack-jackd2-dev jackd2 ardour
+        dpf-source liblilv-dev lv2-dev libjack-jackd2-dev
+TEST_DEPS := lilv-utils sordi jackd2 ardour
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: all deps configure build install demo test bench format clean
+.PHONY: all deps test-deps install-packages configure build install demo test bench format clean
 
 all: build
 
 deps:
+	@$(MAKE) --no-print-directory install-packages PACKAGES="$(DEPS)"
+
+test-deps:
+	@$(MAKE) --no-print-directory install-packages PACKAGES="$(TEST_DEPS)"
+
+install-packages:
 	@missing=""; \
-	for p in $(DEPS); do \
+	for p in $(PACKAGES); do \
 	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q "install ok installed" || missing="$$missing $$p"; \
 	done; \
 	if [ -n "$$missing" ]; then \
@@ -38,7 +46,7 @@ install: build
 
 # The sanitizer build (AddressSanitizer and UndefinedBehaviorSanitizer) runs the whole suite first, then the
 # release build runs it again; hostile files and every edge case must pass in both.
-test: build
+test: test-deps build
 	@cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORVANTO_SANITIZE=ON -DORVANTO_BUILD_BENCH=OFF >/dev/null
 	@cmake --build $(ASAN_BUILD) -j$(JOBS)
 	ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 ctest --test-dir $(ASAN_BUILD) --output-on-failure -j$(JOBS)
