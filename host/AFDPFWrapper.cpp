@@ -1,5 +1,6 @@
 #include "host/AFDPFWrapper.h"
 
+#include "engine/AFDenormalGuard.h"
 #include "engine/AFUniClient.h"
 #include "host/AFBase64.h"
 #include "host/AFParameterSymbols.h"
@@ -154,6 +155,8 @@ void AFDPFWrapper::sizeBuffers(uint32_t frames) {
 
 void AFDPFWrapper::run(const float** inputs, float** outputs, uint32_t frames, const MidiEvent* midiEvents,
                        uint32_t midiEventCount) {
+    // Denormals flushed for the whole block, the bypass fade included, not only inside the engine.
+    const AFDenormalGuard denormals;
     // A host that breaks its own block size promise is served in pieces rather than by allocating here.
     uint32_t nextEvent = 0;
     for (uint32_t start = 0; start < frames; start += capacity)
