@@ -220,9 +220,9 @@ std::vector<uint32_t> globalImage(int32_t stateVersion = 13, int32_t slotVersion
     w.header();
     w.prefix(stateVersion);
     for (int s = 0; s < 8; ++s) {
-        SlotSpec spec = s % 2 == 0 ? SlotSpec{} : kRinger;
-        spec.base = 0.05f * static_cast<float>(s);
-        appendSlot(w, spec, slotVersion);
+        SlotSpec setup = s % 2 == 0 ? SlotSpec{} : kRinger;
+        setup.base = 0.05f * static_cast<float>(s);
+        appendSlot(w, setup, slotVersion);
     }
     if (stateVersion >= 9) w.i(0), w.i(0), w.i(1), w.i(1), w.f(0.03f);
     if (stateVersion >= 13) w.i(0);
@@ -248,9 +248,9 @@ std::vector<uint32_t> globalImage(int32_t stateVersion = 13, int32_t slotVersion
 }
 
 SlotSpec globalSpec(int s) {
-    SlotSpec spec = s % 2 == 0 ? SlotSpec{} : kRinger;
-    spec.base = 0.05f * static_cast<float>(s);
-    return spec;
+    SlotSpec setup = s % 2 == 0 ? SlotSpec{} : kRinger;
+    setup.base = 0.05f * static_cast<float>(s);
+    return setup;
 }
 
 } // namespace
@@ -554,9 +554,9 @@ TEST(AFStateIOTest, FileMessages) {
         Words w;
         w.header();
         w.prefix();
-        SlotSpec spec;
+        SlotSpec setup;
         Words slot;
-        appendSlot(slot, spec, 4302);
+        appendSlot(slot, setup, 4302);
         // Find the first table's row count (magic, version, rows) and make it 0.
         for (std::size_t k = 0; k + 2 < slot.w.size(); ++k)
             if (slot.w[k] == 918221533u) {
@@ -582,15 +582,15 @@ TEST(AFStateIOTest, FileMessages) {
 TEST(AFStateIOTest, FiveOptionPairsTakeTheTerminatorForTheGuardWord) {
     TestHost host;
     AFUniClient& c = host.client();
-    SlotSpec spec;
-    spec.options = {{2, 1}, {3, 1}, {2, 2}, {3, 0}, {2, 3}};
+    SlotSpec setup;
+    setup.options = {{2, 1}, {3, 1}, {2, 2}, {3, 0}, {2, 3}};
     AFChunk chunk;
-    ASSERT_TRUE(loadWords(chunk, effectPreset(spec)));
+    ASSERT_TRUE(loadWords(chunk, effectPreset(setup)));
     c.readState(chunk, 0, true);
     EXPECT_EQ(c.getSlot(0).getEffect()->getOption(2), 3);
     // The guard word is read as LFO 1's rate, and everything after it sits one word late.
     EXPECT_EQ(c.getParameter(row(0, KnobEngine::kLfoRate)), std::bit_cast<float>(564667589u));
-    EXPECT_FLOAT_EQ(c.getParameter(row(0, KnobEngine::kLfoPhase)), modulatorValue(spec, 0, 0));
+    EXPECT_FLOAT_EQ(c.getParameter(row(0, KnobEngine::kLfoPhase)), modulatorValue(setup, 0, 0));
 }
 
 TEST(AFStateIOTest, MidiOutTwinReadsOneFurtherWord) {
