@@ -16,7 +16,7 @@ START_NAMESPACE_DISTRHO
 
 namespace {
 constexpr const char* kStateKey = "chunk";
-// The engine's time filter asks for everything; a host block with no time record still gets 120 BPM in 4/4.
+// A host that gives no musical time still gets a tempo: 120 BPM, counted from its frame position.
 constexpr double kDefaultTempo = 120.0;
 
 // Branch-free, so the copy runs as wide as the machine allows: infinities and NaN fail the comparison.
@@ -37,7 +37,7 @@ AFDPFWrapper::AFDPFWrapper()
     sizeBuffers(std::max<uint32_t>(getBufferSize(), 64));
     client->setBlockSize(static_cast<int32_t>(capacity));
     for (uint32_t i = 0; i < kMasterBypass; ++i)
-        hostValues[i] = client->getParameter(static_cast<int32_t>(i));
+        hostValues[i] = client->hostParameter(static_cast<int>(i));
     // This DPF hands an LV2 host the parameter index where the port change request wants the port index:
     // the audio ports and the two event ports come first.
     if (std::strcmp(getPluginFormatName(), "LV2") == 0)
@@ -187,15 +187,13 @@ void AFDPFWrapper::runPiece(const float** inputs, float** outputs, uint32_t star
     const float* inL = inputs[0] + start;
     const float* inR = inputs[1] + start;
     const bool keepDry = !bypass.isIdle();
+    // Hosts may hand the same buffer in and out: each sample is read before it is written.
     if (keepDry) {
         for (uint32_t i = 0; i < frames; ++i) {
-            dryLeft[i] = finiteOrZero(inL[i]);
-            dryRight[i] = finiteOrZero(inR[i]);
+            outL[i] = dryLeft[i] = finiteOrZero(inL[i]);
+            outR[i] = dryRight[i] = finiteOrZero(inR[i]);
         }
-        std::copy_n(dryLeft.data(), frames, outL);
-        std::copy_n(dryRight.data(), frames, outR);
     } else {
-        // Hosts may hand the same buffer in and out: each sample is read before it is written.
         for (uint32_t i = 0; i < frames; ++i) {
             outL[i] = finiteOrZero(inL[i]);
             outR[i] = finiteOrZero(inR[i]);

@@ -377,8 +377,9 @@ TEST_F(Lv2Host, MidiOutReportsControlMovesThroughTheAtomPort) {
 
 // ---- State through lilv ----------------------------------------------------------------------------------
 
-// Saves through lilv, writes the state as Turtle and reads it back, as a session file would carry it.
-LilvState* throughText(lv2host::Instance& plugin) {
+// Saves through lilv, writes the state as Turtle and reads it back, as a session file would carry it, and
+// restores it into a fresh, active instance: a session reopened. Null when any step fails.
+std::unique_ptr<lv2host::Instance> reopened(lv2host::Instance& plugin) {
     LilvState* saved = plugin.saveState();
     if (saved == nullptr) return nullptr;
     lv2host::UridTable& urids = world().urids();
@@ -388,7 +389,12 @@ LilvState* throughText(lv2host::Instance& plugin) {
     if (text == nullptr) return nullptr;
     LilvState* loaded = lilv_state_new_from_string(world().get(), urids.mapFeature(), text);
     lilv_free(text);
-    return loaded;
+    if (loaded == nullptr) return nullptr;
+    auto restored = newInstance();
+    restored->restoreState(loaded);
+    lilv_state_free(loaded);
+    restored->activate();
+    return restored;
 }
 
 TEST_F(Lv2Host, LilvStateRestoresPortsAndChunkIntoAFreshInstance) {
@@ -400,12 +406,8 @@ TEST_F(Lv2Host, LilvStateRestoresPortsAndChunkIntoAFreshInstance) {
     ASSERT_TRUE(original->setControl("dry_wet", 0.7f));
     const Stereo first = play(*original, input);
 
-    LilvState* state = throughText(*original);
-    ASSERT_NE(state, nullptr);
-    auto restored = newInstance();
-    restored->restoreState(state);
-    lilv_state_free(state);
-    restored->activate();
+    auto restored = reopened(*original);
+    ASSERT_NE(restored, nullptr);
     EXPECT_EQ(restored->control("control_1"), 0.35f);
     EXPECT_EQ(restored->control("fx1_parameter_1"), 0.9f);
     EXPECT_EQ(restored->control("dry_wet"), 0.7f);
@@ -425,12 +427,8 @@ TEST_F(Lv2Host, LilvStateKeepsAControlThatMidiMoved) {
     original->setControl("control_1", 0.35f);
     play(*original, input, {{20000, {0xB0, 20, 127}}});
 
-    LilvState* state = throughText(*original);
-    ASSERT_NE(state, nullptr);
-    auto restored = newInstance();
-    restored->restoreState(state);
-    lilv_state_free(state);
-    restored->activate();
+    auto restored = reopened(*original);
+    ASSERT_NE(restored, nullptr);
     const Stereo got = play(*restored, input);
 
     auto atTop = withState(image);
