@@ -31,7 +31,8 @@ AFDPFClientHolder::AFDPFClientHolder(void* host)
 AFDPFClientHolder::~AFDPFClientHolder() = default;
 
 AFDPFWrapper::AFDPFWrapper()
-    : AFDPFClientHolder(this), Plugin(kParameterCount, static_cast<uint32_t>(client->getNumPrograms()), 1) {
+    : AFDPFClientHolder(this), Plugin(kParameterCount, static_cast<uint32_t>(client->getNumPrograms()), 1),
+      isLv2(std::strcmp(getPluginFormatName(), "LV2") == 0), songPosition(isLv2) {
     bypass.setSampleRate(getSampleRate());
     client->setSampleRate(static_cast<float>(getSampleRate()));
     sizeBuffers(std::max<uint32_t>(getBufferSize(), 64));
@@ -40,8 +41,7 @@ AFDPFWrapper::AFDPFWrapper()
         hostValues[i] = client->hostParameter(static_cast<int>(i));
     // This DPF hands an LV2 host the parameter index where the port change request wants the port index:
     // the audio ports and the two event ports come first.
-    if (std::strcmp(getPluginFormatName(), "LV2") == 0)
-        requestOffset = DISTRHO_PLUGIN_NUM_INPUTS + DISTRHO_PLUGIN_NUM_OUTPUTS + 2;
+    if (isLv2) requestOffset = DISTRHO_PLUGIN_NUM_INPUTS + DISTRHO_PLUGIN_NUM_OUTPUTS + 2;
 }
 
 AFDPFWrapper::~AFDPFWrapper() = default;
@@ -129,6 +129,7 @@ void AFDPFWrapper::setState(const char* key, const char* value) {
 
 void AFDPFWrapper::activate() {
     bypass.reset();
+    songPosition.reset();
     client->resume();
 }
 
@@ -159,6 +160,7 @@ void AFDPFWrapper::run(const float** inputs, float** outputs, uint32_t frames, c
     const AFDenormalGuard denormals;
     // A host that breaks its own block size promise is served in pieces rather than by allocating here.
     uint32_t nextEvent = 0;
+    readTime(frames);
     for (uint32_t start = 0; start < frames; start += capacity)
         runPiece(inputs, outputs, start, std::min(capacity, frames - start), midiEvents, midiEventCount,
                  nextEvent);
@@ -221,12 +223,15 @@ void AFDPFWrapper::runPiece(const float** inputs, float** outputs, uint32_t star
     if (keepDry) bypass.process(dryLeft.data(), dryRight.data(), outL, outR, frames);
 }
 
-void AFDPFWrapper::fillTime(uint32_t offset) {
+void AFDPFWrapper::readTime(uint32_t frames) {
     const TimePosition& position = getTimePosition();
     time = AFTimeInfo{};
     time.sampleRate = getSampleRate();
     time.tempo = kDefaultTempo;
-    double quarters = 0.0;
+    AFSongPosition::Reading reading;
+    reading.playing = position.playing;
+    reading.frame = static_cast<int64_t>(position.frame);
+    double quarterPerBeat = 1.0;
     if (position.bbt.valid && position.bbt.beatsPerMinute > 0.0 && position.bbt.beatType > 0.0f) {
         const auto& bbt = position.bbt;
         time.tempo = bbt.beatsPerMinute;
@@ -234,20 +239,27 @@ void AFDPFWrapper::fillTime(uint32_t offset) {
         time.timeSigDenominator = static_cast<int32_t>(bbt.beatType);
         const double tick = bbt.ticksPerBeat > 0.0 ? bbt.tick / bbt.ticksPerBeat : 0.0;
         const double beats = (bbt.bar - 1) * static_cast<double>(bbt.beatsPerBar) + (bbt.beat - 1) + tick;
-        const double quarterPerBeat = 4.0 / bbt.beatType;
-        quarters = beats * quarterPerBeat;
-        time.barStartPos = (bbt.bar - 1) * static_cast<double>(bbt.beatsPerBar) * quarterPerBeat;
+        quarterPerBeat = 4.0 / bbt.beatType;
+        reading.quarters = beats * quarterPerBeat;
+        reading.barQuarters = static_cast<double>(bbt.beatsPerBar) * quarterPerBeat;
         time.flags |= kVstBarsValid | kVstTimeSigValid;
     } else {
-        quarters = static_cast<double>(position.frame) / time.sampleRate * (time.tempo / 60.0);
+        reading.quarters = static_cast<double>(position.frame) / time.sampleRate * (time.tempo / 60.0);
     }
-    if (position.playing) {
-        quarters += offset / time.sampleRate * (time.tempo / 60.0);
-        time.flags |= kVstTransportPlaying;
-    }
-    time.ppqPos = quarters;
-    time.samplePos = static_cast<double>(position.frame) + (position.playing ? offset : 0);
+    reading.quartersPerFrame = time.tempo / 60.0 * quarterPerBeat / time.sampleRate;
+    blockQuarters = songPosition.follow(reading, frames);
+    quartersPerFrame = reading.quartersPerFrame;
+    if (reading.barQuarters > 0.0)
+        time.barStartPos = std::floor(blockQuarters / reading.barQuarters) * reading.barQuarters;
+    if (position.playing) time.flags |= kVstTransportPlaying;
     time.flags |= kVstPpqPosValid | kVstTempoValid;
+}
+
+void AFDPFWrapper::fillTime(uint32_t offset) {
+    const TimePosition& position = getTimePosition();
+    const bool playing = position.playing;
+    time.ppqPos = blockQuarters + (playing ? offset * quartersPerFrame : 0.0);
+    time.samplePos = static_cast<double>(position.frame) + (playing ? offset : 0);
 }
 
 intptr_t AFDPFWrapper::hostCallbackEntry(AFPluginBase* plugin, int32_t opcode, int32_t, intptr_t, void* ptr,

@@ -3,6 +3,7 @@
 #include "DistrhoPlugin.hpp"
 #include "host/AFMasterBypass.h"
 #include "host/AFPluginTypes.h"
+#include "host/AFSongPosition.h"
 
 #include <array>
 #include <memory>
@@ -75,14 +76,21 @@ protected:
 
 private:
     intptr_t answer(int32_t opcode, void* ptr);
+    void readTime(uint32_t frames);
     void fillTime(uint32_t offset);
     void runPiece(const float** inputs, float** outputs, uint32_t start, uint32_t frames,
                   const MidiEvent* midiEvents, uint32_t midiEventCount, uint32_t& nextEvent);
     void sizeBuffers(uint32_t frames);
     void reportEngineMoves();
 
+    // LV2 hosts send the transport only when it changes, and DPF moves it on in between.
+    const bool isLv2;
     AFMasterBypass bypass;
+    AFSongPosition songPosition;
+    // The block's transport as the engine sees it; each piece moves the position on from the block start.
     AFTimeInfo time{};
+    double blockQuarters = 0.0;
+    double quartersPerFrame = 0.0;
     std::array<AFMidiEvent, kMidiCapacity> midiIn{};
     std::vector<float> dryLeft;
     std::vector<float> dryRight;

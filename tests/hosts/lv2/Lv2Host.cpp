@@ -270,26 +270,33 @@ void Instance::writeEvents(uint32_t frames, const std::vector<MidiEvent>& events
     LV2_Atom_Forge_Frame sequence;
     lv2_atom_forge_sequence_head(&forge, &sequence, 0);
 
-    const double beats = static_cast<double>(frame) * playhead.bpm / (60.0 * rate);
-    const double bar = std::floor(beats / playhead.beatsPerBar);
-    LV2_Atom_Forge_Frame object;
-    lv2_atom_forge_frame_time(&forge, 0);
-    lv2_atom_forge_object(&forge, &object, 0, u.timePosition);
-    lv2_atom_forge_key(&forge, u.timeFrame);
-    lv2_atom_forge_long(&forge, frame);
-    lv2_atom_forge_key(&forge, u.timeSpeed);
-    lv2_atom_forge_float(&forge, playhead.playing ? 1.0f : 0.0f);
-    lv2_atom_forge_key(&forge, u.timeBpm);
-    lv2_atom_forge_float(&forge, static_cast<float>(playhead.bpm));
-    lv2_atom_forge_key(&forge, u.timeBar);
-    lv2_atom_forge_long(&forge, static_cast<int64_t>(bar));
-    lv2_atom_forge_key(&forge, u.timeBarBeat);
-    lv2_atom_forge_float(&forge, static_cast<float>(beats - bar * playhead.beatsPerBar));
-    lv2_atom_forge_key(&forge, u.timeBeatsPerBar);
-    lv2_atom_forge_float(&forge, playhead.beatsPerBar);
-    lv2_atom_forge_key(&forge, u.timeBeatUnit);
-    lv2_atom_forge_int(&forge, playhead.beatUnit);
-    lv2_atom_forge_pop(&forge, &object);
+    const bool tell = playhead.positionEveryBlock || frame != told.nextFrame || playhead.bpm != told.bpm ||
+                      playhead.playing != told.playing;
+    if (tell) {
+        const double beats = static_cast<double>(frame) * playhead.bpm / (60.0 * rate);
+        const double bar = std::floor(beats / playhead.beatsPerBar);
+        LV2_Atom_Forge_Frame object;
+        lv2_atom_forge_frame_time(&forge, 0);
+        lv2_atom_forge_object(&forge, &object, 0, u.timePosition);
+        lv2_atom_forge_key(&forge, u.timeFrame);
+        lv2_atom_forge_long(&forge, frame);
+        lv2_atom_forge_key(&forge, u.timeSpeed);
+        lv2_atom_forge_float(&forge, playhead.playing ? 1.0f : 0.0f);
+        lv2_atom_forge_key(&forge, u.timeBpm);
+        lv2_atom_forge_float(&forge, static_cast<float>(playhead.bpm));
+        lv2_atom_forge_key(&forge, u.timeBar);
+        lv2_atom_forge_long(&forge, static_cast<int64_t>(bar));
+        lv2_atom_forge_key(&forge, u.timeBarBeat);
+        lv2_atom_forge_float(&forge, static_cast<float>(beats - bar * playhead.beatsPerBar));
+        lv2_atom_forge_key(&forge, u.timeBeatsPerBar);
+        lv2_atom_forge_float(&forge, playhead.beatsPerBar);
+        lv2_atom_forge_key(&forge, u.timeBeatUnit);
+        lv2_atom_forge_int(&forge, playhead.beatUnit);
+        lv2_atom_forge_pop(&forge, &object);
+        told.bpm = playhead.bpm;
+        told.playing = playhead.playing;
+    }
+    told.nextFrame = frame + (playhead.playing ? frames : 0);
 
     for (const MidiEvent& e : events) {
         if (e.frame >= frames) break;

@@ -66,6 +66,9 @@ struct Transport {
     float beatsPerBar = 4.0f;
     int32_t beatUnit = 4;
     bool playing = true;
+    // Ardour writes a time:Position only when the transport jumps, starts, stops or changes tempo, and the
+    // plug-in moves its position on by itself in between; some hosts write one with every block.
+    bool positionEveryBlock = false;
 };
 
 class Instance {
@@ -91,8 +94,9 @@ public:
     bool setControl(const std::string& symbol, float value);
     float control(const std::string& symbol) const;
 
-    // One block of at most maxBlock frames. The transport (a time:Position at frame 0) is sent with every
-    // block and then moves on by the block; `events` must be in time order.
+    // One block of at most maxBlock frames. The transport (a time:Position at frame 0) is sent with the first
+    // block and whenever it changed as Transport says, and then moves on by the block; `events` must be in
+    // time order.
     void run(const float* inLeft, const float* inRight, float* outLeft, float* outRight, uint32_t frames,
              const std::vector<MidiEvent>& events = {});
 
@@ -147,6 +151,12 @@ private:
     LV2_Atom_Forge forge{};
 
     int64_t frame = 0;
+    // What the plug-in was last told, to know when it must be told again.
+    struct Sent {
+        int64_t nextFrame = -1;
+        double bpm = 0.0;
+        bool playing = false;
+    } told;
     Transport playhead;
     std::vector<MidiEvent> sent;
     uint32_t foreign = 0;

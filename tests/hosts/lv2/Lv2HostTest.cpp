@@ -297,6 +297,10 @@ TEST_F(Lv2Host, StutterOnTheTransportMatchesTheRenderer) {
     EXPECT_LE(worst, kTolerance) << firstDifference(got, expected);
     // The Stutter must have changed the sound, or matching the renderer proves nothing.
     EXPECT_GT(maxDifference(got, input), 0.05);
+    // The same from a host that writes the transport with every block rather than only when it changes.
+    auto told = withState(image);
+    told->transport().positionEveryBlock = true;
+    EXPECT_LE(maxDifference(play(*told, input), expected), kTolerance);
     // And it follows the host's tempo: the repeats are timed in beats.
     auto slower = withState(image);
     slower->transport().bpm = 100.0;

@@ -22,9 +22,11 @@ namespace {
 constexpr double kRate = 48000.0;
 
 void usage() {
-    std::fprintf(stderr, "usage: orvanto-lv2-host INPUT -o OUTPUT [--state FILE] [--block N] [--tempo BPM]\n"
-                         "       orvanto-lv2-host --time --state FILE [--seconds S] [--runs N] [--block N]\n"
-                         "       either: [--bundle DIR] (default the built bundle)\n");
+    std::fprintf(stderr,
+                 "usage: orvanto-lv2-host INPUT -o OUTPUT [--state FILE] [--block N] [--tempo BPM]\n"
+                 "       orvanto-lv2-host --time --state FILE [--seconds S] [--runs N] [--block N]\n"
+                 "       either: [--bundle DIR] (default the built bundle) [--position-every-block] (the\n"
+                 "       transport with every block rather than only when it changes)\n");
 }
 
 bool readBytes(const std::string& path, std::vector<uint8_t>& bytes) {
@@ -37,6 +39,7 @@ bool readBytes(const std::string& path, std::vector<uint8_t>& bytes) {
 struct Options {
     std::string input, output, state, bundle = ORVANTO_LV2_BUNDLE;
     bool time = false;
+    bool positionEveryBlock = false;
     uint32_t block = 512;
     double tempo = 120.0;
     double seconds = 4.0;
@@ -49,6 +52,8 @@ bool parse(int argc, char** argv, Options& o) {
         const bool hasValue = i + 1 < argc;
         if (arg == "--time") {
             o.time = true;
+        } else if (arg == "--position-every-block") {
+            o.positionEveryBlock = true;
         } else if ((arg == "-o" || arg == "--output") && hasValue) {
             o.output = argv[++i];
         } else if (arg == "--state" && hasValue) {
@@ -242,6 +247,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     plugin.transport().bpm = o.tempo;
+    plugin.transport().positionEveryBlock = o.positionEveryBlock;
     if (!image.empty() && !plugin.restoreChunk(image)) {
         std::fprintf(stderr, "orvanto-lv2-host: the plug-in refused the state\n");
         return 2;
