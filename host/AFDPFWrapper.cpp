@@ -164,13 +164,16 @@ void AFDPFWrapper::run(const float** inputs, float** outputs, uint32_t frames, c
     for (uint32_t start = 0; start < frames; start += capacity)
         runPiece(inputs, outputs, start, std::min(capacity, frames - start), midiEvents, midiEventCount,
                  nextEvent);
-    if (canRequestParameterValueChanges()) reportEngineMoves();
+    if (canRequestParameterValueChanges()) reportEngineMoves(frames);
 }
 
-void AFDPFWrapper::reportEngineMoves() {
-    // A quarter of the table each block: every parameter is looked at within four blocks, and the host's
-    // scan of its own ports stays the larger part of the format's cost.
-    const uint32_t end = std::min<uint32_t>(scanCursor + kScanStride, kMasterBypass);
+void AFDPFWrapper::reportEngineMoves(uint32_t frames) {
+    // Part of the table each block, so that the host's own scan of its ports stays the larger cost: every
+    // parameter is looked at within 16 blocks, or within a tenth of a second where blocks are long.
+    const double perBlock = std::ceil(kMasterBypass * (frames / (kReportSeconds * getSampleRate())));
+    const auto stride =
+        static_cast<uint32_t>(std::clamp(perBlock, double{kMinScanStride}, double{kMasterBypass}));
+    const uint32_t end = std::min<uint32_t>(scanCursor + stride, kMasterBypass);
     for (uint32_t i = scanCursor; i < end; ++i) {
         const float value = client->hostParameter(static_cast<int>(i));
         if (value != hostValues[i] && requestParameterValueChange(i + requestOffset, value))

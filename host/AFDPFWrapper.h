@@ -81,7 +81,7 @@ private:
     void runPiece(const float** inputs, float** outputs, uint32_t start, uint32_t frames,
                   const MidiEvent* midiEvents, uint32_t midiEventCount, uint32_t& nextEvent);
     void sizeBuffers(uint32_t frames);
-    void reportEngineMoves();
+    void reportEngineMoves(uint32_t frames);
 
     // LV2 hosts send the transport only when it changes, and DPF moves it on in between.
     const bool isLv2;
@@ -99,7 +99,8 @@ private:
     // the Dictator, a state load), and a host that hears of it keeps its own copy, and so its sessions, true.
     std::array<float, AFIdentity::kParameters> hostValues{};
     uint32_t requestOffset = 0;
-    static constexpr uint32_t kScanStride = (AFIdentity::kParameters + 3) / 4;
+    static constexpr uint32_t kMinScanStride = (AFIdentity::kParameters + 15) / 16;
+    static constexpr double kReportSeconds = 0.1;
     uint32_t scanCursor = 0;
 };
 
