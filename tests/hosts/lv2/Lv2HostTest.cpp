@@ -311,6 +311,37 @@ TEST_F(Lv2Host, StutterOnTheTransportMatchesTheRenderer) {
     EXPECT_GT(maxDifference(play(*elsewhere, input), expected), 1e-3);
 }
 
+// A filter swept by an LFO locked to the host's bars: wherever the plug-in's song position strays from the
+// host's, if only for one block at a bar line, the sweep jumps and the output leaves the renderer's.
+constexpr const char* kBarLockedSweep = R"({
+  "format": "orvanto-global-preset", "version": 1, "name": "Bar Locked Sweep", "description": "",
+  "controls": [1, 0, 0, 0, 0, 0, 0, 0],
+  "slots": [
+    {"name": "Sweep", "effect": "Filter", "lfo1": {"trigger": 2}, "modulation": {"lfo": [0.6, 0, 0, 0, 0]},
+     "parameters": {"Parameter 1": 0.3, "Param1 Knob Amt": 0.5, "Dry Wet": 1.0, "Lfo Rate": 0.2,
+                    "Lfo Amount": 1.0}},
+    {"name": "Idle", "effect": "Filter"}, {"name": "Idle", "effect": "Filter"}, {"name": "Idle", "effect": "Filter"},
+    {"name": "Idle", "effect": "Filter"}, {"name": "Idle", "effect": "Filter"}, {"name": "Idle", "effect": "Filter"},
+    {"name": "Idle", "effect": "Filter"}
+  ]
+})";
+
+TEST_F(Lv2Host, BarLockedLfoHoldsTheHostsPositionBetweenItsMessages) {
+    std::ofstream(path("sweep.json")) << kBarLockedSweep;
+    const Outcome made =
+        runProgram(ORVANTO_PRESET, {"make", path("sweep.json"), "-o", path("sweep.afog")}, dir);
+    ASSERT_EQ(made.status, 0) << made.output;
+    const auto image = stateImage({"--preset", path("sweep.afog")});
+    ASSERT_FALSE(image.empty());
+    const Stereo expected = reference();
+    EXPECT_GT(maxDifference(expected, input), 0.05);
+
+    // The transport is written once, at the start, as Ardour does while it plays on: two bar lines follow.
+    auto plugin = withState(image);
+    const Stereo got = play(*plugin, input);
+    EXPECT_LE(maxDifference(got, expected), kTolerance) << firstDifference(got, expected);
+}
+
 TEST_F(Lv2Host, MidiControlMatchesTheRendererToTheSample) {
     // Stutter running from the start; CC 20 (Control 1) then sweeps it, at offsets across the block: one at a
     // block start, two on the second last sample of a block, the rest in between, the last switching it off.
