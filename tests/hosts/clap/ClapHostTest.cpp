@@ -635,6 +635,19 @@ TEST_F(ClapHost, NonFiniteInputGivesFiniteOutput) {
             for (float& v : *side)
                 if (!std::isfinite(v)) v = 0.0f;
         EXPECT_EQ(firstDifference(instance.render(input), expected), -1);
+
+        // The same from a host that processes in place, where a clean block is taken as it stands.
+        Instance inPlace;
+        ASSERT_TRUE(inPlace.ready());
+        ASSERT_TRUE(inPlace.run());
+        Stereo shared = input;
+        for (std::size_t at = 0; at < shared.left.size(); at += kFrames) {
+            ASSERT_EQ(inPlace.process(shared.left.data() + at, shared.right.data() + at,
+                                      shared.left.data() + at, shared.right.data() + at, kFrames,
+                                      EventList{}),
+                      CLAP_PROCESS_CONTINUE);
+        }
+        EXPECT_EQ(firstDifference(shared, expected), -1);
     }
     {
         // With every slot open nothing poisons the effects' memories: the clean input after stays finite.
