@@ -34,6 +34,11 @@ inline bool allFinite(const float* x, uint32_t frames) noexcept {
         bad |= static_cast<uint32_t>((std::bit_cast<uint32_t>(x[i]) & kExponent) == kExponent);
     return bad == 0;
 }
+
+// LV2 hosts send the transport only when it changes, and DPF moves it on in between.
+bool isLv2() noexcept {
+    return std::strcmp(getPluginFormatName(), "LV2") == 0;
+}
 } // namespace
 
 AFDPFClientHolder::AFDPFClientHolder(void* host)
@@ -43,7 +48,7 @@ AFDPFClientHolder::~AFDPFClientHolder() = default;
 
 AFDPFWrapper::AFDPFWrapper()
     : AFDPFClientHolder(this), Plugin(kParameterCount, static_cast<uint32_t>(client->getNumPrograms()), 1),
-      isLv2(std::strcmp(getPluginFormatName(), "LV2") == 0), songPosition(isLv2) {
+      songPosition(isLv2()) {
     bypass.setSampleRate(getSampleRate());
     client->setSampleRate(static_cast<float>(getSampleRate()));
     sizeBuffers(std::max<uint32_t>(getBufferSize(), 64));
@@ -52,7 +57,7 @@ AFDPFWrapper::AFDPFWrapper()
         hostValues[i] = client->hostParameter(static_cast<int>(i));
     // This DPF hands an LV2 host the parameter index where the port change request wants the port index:
     // the audio ports and the two event ports come first.
-    if (isLv2) requestOffset = DISTRHO_PLUGIN_NUM_INPUTS + DISTRHO_PLUGIN_NUM_OUTPUTS + 2;
+    if (isLv2()) requestOffset = DISTRHO_PLUGIN_NUM_INPUTS + DISTRHO_PLUGIN_NUM_OUTPUTS + 2;
 }
 
 AFDPFWrapper::~AFDPFWrapper() = default;

@@ -83,8 +83,6 @@ private:
     void sizeBuffers(uint32_t frames);
     void reportEngineMoves(uint32_t frames);
 
-    // LV2 hosts send the transport only when it changes, and DPF moves it on in between.
-    const bool isLv2;
     AFMasterBypass bypass;
     AFSongPosition songPosition;
     // The block's transport as the engine sees it; each piece moves the position on from the block start.
