@@ -23,14 +23,6 @@
 
 namespace {
 
-constexpr const char* kSlotRowNames[KnobEngine::kParameterCount] = {
-    "Parameter 1",     "Parameter 2",     "Parameter 3",     "Parameter 4",     "Dry Wet",
-    "Bypass",          "Param1 Knob Amt", "Param2 Knob Amt", "Param3 Knob Amt", "Param4 Knob Amt",
-    "DryWet Knob Amt", "Lfo Rate",        "Lfo Phase",       "Lfo Amount",      "EF Attack",
-    "EF Relese",       "EF Amount",       "Lfo2 Rate",       "Lfo2 Phase",      "Lfo2 Amount",
-    "Lfo Rate KA",     "Lfo Phase KA",    "Lfo Amount KA",   "EF Attack KA",    "EF Release KA",
-    "EF Amount KA",    "Lfo2 Rate KA",    "Lfo2 Phase KA",   "Lfo2 Amount KA"};
-
 constexpr int32_t kTimeFilter = 7682; // transport, ppq, tempo, bars, cycle
 constexpr int kNoBoundary = 10000000;
 constexpr int32_t kNoEvent = 1000000;
@@ -138,7 +130,7 @@ void AFUniClient::nameParameters() {
     char text[kHostTextSize];
     for (int s = 0; s < kSlots; ++s) {
         for (int k = 0; k < KnobEngine::kParameterCount; ++k) {
-            std::snprintf(text, sizeof(text), "FX%d %s", s + 1, kSlotRowNames[k]);
+            std::snprintf(text, sizeof(text), "FX%d %s", s + 1, KnobEngine::kRowNames[k]);
             parameterNames[static_cast<std::size_t>(kSlotBlockStart + 29 * s + k)] = text;
         }
         std::snprintf(text, sizeof(text), "FX%d FX Gain", s + 1);

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 namespace {
 
@@ -19,47 +20,6 @@ constexpr double kGridQuarters[KnobEngine::kQuantiseModes] = {0.0, 0.25, 0.5, 1.
 float clip01(float v) noexcept {
     return v < 0.0f ? 0.0f : (v > 1.0f ? 1.0f : v);
 }
-
-// Per-type overrides of the slot defaults.
-struct Override {
-    int type;
-    int quantise; // -1: keep 0
-    void (*apply)(std::atomic<float>* p, std::atomic<float>* amounts, AFEffect* effect);
-};
-
-void set(std::atomic<float>* p, int row, float v) {
-    p[row].store(v, std::memory_order_relaxed);
-}
-
-constexpr Override kOverrides[] = {
-    {1, 2, [](auto p, auto, auto) { set(p, 7, 0.2f); }},
-    {2, 2, [](auto p, auto, auto) { set(p, 9, 0.2f); }},
-    {4, -1, [](auto p, auto, auto) { set(p, 9, 0.6f); }},
-    {5, -1, [](auto p, auto, auto) { set(p, 0, 0.4f); }},
-    {7, -1, [](auto p, auto, auto) { set(p, 6, 0.8f), set(p, 7, 0.79f); }},
-    {8, -1, [](auto p, auto, auto) { set(p, 6, 0.8f); }},
-    {9, 2, [](auto p, auto, auto) { set(p, 8, 0.8f); }},
-    {11, -1, [](auto p, auto, auto) { set(p, 4, 0.5f); }},
-    {12, 2, [](auto p, auto, auto) { set(p, 8, 0.6f); }},
-    {13, -1, [](auto p, auto, auto) { set(p, 4, 0.2f), set(p, 10, 0.8f); }},
-    {14, -1, [](auto p, auto a, auto) { set(p, 11, 0.35f), set(a, 0, 1.0f); }},
-    {16, 2, [](auto p, auto, auto) { set(p, 7, 1.0f); }},
-    {17, 2, [](auto p, auto, auto) { set(p, 9, 0.2f); }},
-    {18, -1, [](auto p, auto, auto) { set(p, 2, 0.0f), set(p, 8, 0.99f); }},
-    {19, -1, [](auto p, auto, auto) { set(p, 4, 0.5f), set(p, 7, 0.8f); }},
-    {20, -1, [](auto p, auto, auto) { set(p, 4, 0.25f); }},
-    {21, -1, [](auto p, auto, auto) { set(p, 4, 0.5f); }},
-    {22, -1, [](auto p, auto, auto) { set(p, 9, 0.75f); }},
-    {23, -1, [](auto p, auto, auto) { set(p, 6, 0.8f), set(p, 8, 0.8f); }},
-    {24, -1, [](auto p, auto, auto e) { e->setOption(2, 1), set(p, 6, 1.0f); }},
-    {25, 2, [](auto p, auto, auto) { set(p, 8, 0.9f); }},
-    {26, -1, [](auto p, auto, auto) { set(p, 0, 0.5f), set(p, 4, 0.1f), set(p, 10, 0.8f); }},
-    {27, -1,
-     [](auto p, auto a, auto) {
-         set(p, 11, 0.35f), set(p, 12, 0.5f), set(p, 13, 0.08f), set(p, 6, 0.12f), set(p, 9, 0.4f);
-         set(a, 0, 1.0f), set(a, 1, 1.0f);
-     }},
-};
 
 } // namespace
 
@@ -76,6 +36,12 @@ KnobEngine::KnobEngine(AFSystemInfo* systemInfo, AFUniClient* owner, int slotInd
 }
 
 KnobEngine::~KnobEngine() = default;
+
+int KnobEngine::rowByName(const char* name) noexcept {
+    for (int row = 0; row < kParameterCount; ++row)
+        if (std::strcmp(kRowNames[static_cast<std::size_t>(row)], name) == 0) return row;
+    return -1;
+}
 
 int KnobEngine::getEffectType() const noexcept {
     return static_cast<int>(effect->getEffectType());
@@ -137,13 +103,15 @@ void KnobEngine::applyDefaults() {
 
     for (int i = 0; i < kAmountCount; ++i)
         amounts[i].store(0.0f, std::memory_order_relaxed);
-    int quantise = 0;
-    for (const auto& o : kOverrides) {
-        if (o.type != getEffectType()) continue;
-        o.apply(parameters, amounts, effect.get());
-        quantise = std::max(o.quantise, 0);
-    }
-    quantiseMode.store(quantise, std::memory_order_relaxed);
+    // What the effect's own entry changes of these. Every slot effect comes from the catalogue.
+    const AFEffectDescriptor& entry = *effect->getDescriptor();
+    for (const AFSlotDefault& d : entry.slotDefaults)
+        if (const int row = rowByName(d.row); row >= 0) setParameterRow(row, d.value);
+    for (const AFAmountDefault& d : entry.amountDefaults)
+        amounts[d.source * 5 + d.target].store(d.value, std::memory_order_relaxed);
+    for (const AFOptionDefault& d : entry.optionDefaults)
+        effect->setOption(d.option, d.value);
+    quantiseMode.store(entry.quantise, std::memory_order_relaxed);
     mixLaw.store(1, std::memory_order_relaxed);
     for (int j = 0; j < kModulatorCount; ++j)
         setModulatorKnobAmount(j, parameter(kLfoRateKA + j));

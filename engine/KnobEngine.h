@@ -40,6 +40,16 @@ public:
         kLfo2Amount = 19,
         kLfoRateKA = 20,
     };
+    // The rows' names, as the host table shows them after "FXn ".
+    static constexpr std::array<const char*, kParameterCount> kRowNames{
+        "Parameter 1",     "Parameter 2",     "Parameter 3",     "Parameter 4",     "Dry Wet",
+        "Bypass",          "Param1 Knob Amt", "Param2 Knob Amt", "Param3 Knob Amt", "Param4 Knob Amt",
+        "DryWet Knob Amt", "Lfo Rate",        "Lfo Phase",       "Lfo Amount",      "EF Attack",
+        "EF Relese",       "EF Amount",       "Lfo2 Rate",       "Lfo2 Phase",      "Lfo2 Amount",
+        "Lfo Rate KA",     "Lfo Phase KA",    "Lfo Amount KA",   "EF Attack KA",    "EF Release KA",
+        "EF Amount KA",    "Lfo2 Rate KA",    "Lfo2 Phase KA",   "Lfo2 Amount KA"};
+    // Any thread: the row of a name, -1 when none.
+    static int rowByName(const char* name) noexcept;
 
     // Construction, on the host thread. `parameters` points at the slot's 29 host parameters, `amounts` at
     // its 15 modulation amounts, `control` at its main control, all inside the client's table.

@@ -61,14 +61,6 @@ void checkKeys(const JsonValue& object, std::initializer_list<const char*> allow
     }
 }
 
-constexpr const char* kSlotRowNames[KnobEngine::kParameterCount] = {
-    "Parameter 1",     "Parameter 2",     "Parameter 3",     "Parameter 4",     "Dry Wet",
-    "Bypass",          "Param1 Knob Amt", "Param2 Knob Amt", "Param3 Knob Amt", "Param4 Knob Amt",
-    "DryWet Knob Amt", "Lfo Rate",        "Lfo Phase",       "Lfo Amount",      "EF Attack",
-    "EF Relese",       "EF Amount",       "Lfo2 Rate",       "Lfo2 Phase",      "Lfo2 Amount",
-    "Lfo Rate KA",     "Lfo Phase KA",    "Lfo Amount KA",   "EF Attack KA",    "EF Release KA",
-    "EF Amount KA",    "Lfo2 Rate KA",    "Lfo2 Phase KA",   "Lfo2 Amount KA"};
-
 constexpr const char* kSources[3] = {"lfo", "envelope", "lfo2"};
 
 int optionValue(AFEffect& effect, int index, const JsonValue& value, const std::string& what) {
@@ -156,7 +148,7 @@ std::vector<std::string> PresetCompiler::effectParameterNames(AFEffect& effect) 
 
 int PresetCompiler::slotRowByName(const std::vector<std::string>& effectNames, const std::string& name) {
     for (int r = 0; r < KnobEngine::kParameterCount; ++r)
-        if (name == kSlotRowNames[r]) return r;
+        if (name == KnobEngine::kRowNames[r]) return r;
     for (std::size_t i = 0; i < effectNames.size(); ++i)
         if (name == effectNames[i]) return static_cast<int>(i);
     return -1;

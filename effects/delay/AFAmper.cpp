@@ -124,15 +124,24 @@ void crushBlock(float* left, float* right, const float* steps, const float* inve
     }
 }
 
+constexpr AFParameterInfo kParameters[] = {
+    {"Volume", 0.5f}, {"Pan", 0.5f}, {"Crush", 0.0f}, {"Samplerate", 0.0f}};
+constexpr AFWords kOptions[] = {AFWords{}, AFWords{}, kCrushWords, kHoldWords};
+constexpr AFSlotDefault kSlotDefaults[] = {{"Param4 Knob Amt", 0.75f}};
+
 } // namespace
 
+const AFEffectDescriptor AFAmper::descriptor{.typeId = 22,
+                                             .displayName = "Levelizer",
+                                             .className = "Amper",
+                                             .create = makeEffect<AFAmper>,
+                                             .parameters = kParameters,
+                                             .options = kOptions,
+                                             .menuPosition = 10,
+                                             .slotDefaults = kSlotDefaults};
+
 AFAmper::AFAmper(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag), volume(system), pan(system), crush(system), rate(system) {
-    setName("Amper");
-    defineParameter(0, "Volume", 0.5f);
-    defineParameter(1, "Pan", 0.5f);
-    defineParameter(2, "Crush", 0.0f);
-    defineParameter(3, "Samplerate", 0.0f);
+    : AFEffect(descriptor, type, system, flag), volume(system), pan(system), crush(system), rate(system) {
     for (int i = 0; i < 4; ++i)
         setParameter(i, parameterValues[static_cast<std::size_t>(i)]);
     activate();
@@ -167,11 +176,6 @@ int32_t AFAmper::getOption(int index) {
     if (index == 2) return crushMode;
     if (index == 3) return holdMode;
     return 0;
-}
-
-void AFAmper::getOptionList(int index, AFWordList& list) {
-    if (index == 2) appendWords(list, kCrushWords);
-    if (index == 3) appendWords(list, kHoldWords);
 }
 
 void AFAmper::controlTick() noexcept {

@@ -31,17 +31,24 @@ constexpr int totalLength() {
     return total;
 }
 
+constexpr AFParameterInfo kParameters[] = {{"Size", 0.5f}, {"Damp", 0.5f}, {"Width", 0.5f}, {"Freeze", 1.0f}};
+constexpr AFSlotDefault kSlotDefaults[] = {
+    {"Parameter 1", 0.5f}, {"Dry Wet", 0.1f}, {"DryWet Knob Amt", 0.8f}};
+
 } // namespace
 
+const AFEffectDescriptor AFReverb3::descriptor{.typeId = 26,
+                                               .displayName = "FreezeVerb",
+                                               .className = "Reverb",
+                                               .create = makeEffect<AFReverb3>,
+                                               .parameters = kParameters,
+                                               .menuPosition = 7,
+                                               .slotDefaults = kSlotDefaults};
+
 AFReverb3::AFReverb3(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 6, system, flag), storage(totalLength(), 0.0f), widthRamp(system),
+    : AFEffect(descriptor, type, system, flag, 6), storage(totalLength(), 0.0f), widthRamp(system),
       highPassLeft(kHighPassFrequency, kHighPassDamp, StateVariableHP::Output::High),
       highPassRight(kHighPassFrequency, kHighPassDamp, StateVariableHP::Output::High) {
-    setName("Reverb");
-    defineParameter(0, "Size", 0.5f);
-    defineParameter(1, "Damp", 0.5f);
-    defineParameter(2, "Width", 0.5f);
-    defineParameter(3, "Freeze", 1.0f);
     AFEffect::setParameter(4, 0.0f);
     AFEffect::setParameter(5, 1.0f);
 

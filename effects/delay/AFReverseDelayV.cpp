@@ -25,16 +25,25 @@ uint32_t capacityFor(const AFSystemInfo& system) noexcept {
     return std::min(wanted, AFReverseDelayV::kMaxCapacity);
 }
 
+constexpr AFParameterInfo kParameters[] = {
+    {"Time Left", 0.1f}, {"Time Right", 0.2f}, {"Feedback", 0.5f}, {"Fade", 0.25f}};
+constexpr AFWords kOptions[] = {kModeWords, kModeWords};
+constexpr AFSlotDefault kSlotDefaults[] = {{"Dry Wet", 0.5f}};
+
 } // namespace
 
+const AFEffectDescriptor AFReverseDelayV::descriptor{.typeId = 21,
+                                                     .displayName = "Reverse Delay",
+                                                     .className = "AFReverseDelayV",
+                                                     .create = makeEffect<AFReverseDelayV>,
+                                                     .parameters = kParameters,
+                                                     .options = kOptions,
+                                                     .menuPosition = 1,
+                                                     .slotDefaults = kSlotDefaults};
+
 AFReverseDelayV::AFReverseDelayV(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag), leftBuffer(kMaxCapacity, 0.0f), rightBuffer(kMaxCapacity, 0.0f),
-      feedbackRamp(system) {
-    setName("AFReverseDelayV");
-    defineParameter(0, "Time Left", 0.1f);
-    defineParameter(1, "Time Right", 0.2f);
-    defineParameter(2, "Feedback", 0.5f);
-    defineParameter(3, "Fade", 0.25f);
+    : AFEffect(descriptor, type, system, flag), leftBuffer(kMaxCapacity, 0.0f),
+      rightBuffer(kMaxCapacity, 0.0f), feedbackRamp(system) {
     sides[0].buffer = leftBuffer.data();
     sides[1].buffer = rightBuffer.data();
     capacity = capacityFor(*systemInfo);
@@ -74,10 +83,6 @@ void AFReverseDelayV::setOption(int index, int32_t value) {
 
 int32_t AFReverseDelayV::getOption(int index) {
     return index == 0 || index == 1 ? options[static_cast<std::size_t>(index)] : 0;
-}
-
-void AFReverseDelayV::getOptionList(int index, AFWordList& list) {
-    if (index == 0 || index == 1) appendWords(list, kModeWords);
 }
 
 void AFReverseDelayV::controlTick() noexcept {

@@ -20,21 +20,6 @@ constexpr const char* kSkipWords[] = {"Off", "2nd", "3rd"};
 constexpr int kRiga = 9;
 constexpr int kKora = 7;
 
-std::span<const char* const> optionWords(int index) {
-    switch (index) {
-    case 0:
-        return kTimeWords;
-    case 1:
-        return kSpacingWords;
-    case 2:
-        return kPanWords;
-    case 3:
-        return kSkipWords;
-    default:
-        return {};
-    }
-}
-
 // Band frequency coefficients, blended across rows by "Frequency" and across columns by band position.
 constexpr float kCurve[9][4] = {
     {0.01f, 0.1f, 0.2f, 0.3f},  {0.01f, 0.2f, 0.3f, 0.6f},  {0.1f, 0.15f, 0.35f, 0.6f},
@@ -76,16 +61,25 @@ float tapAdvance(int spacing, int i, float step) noexcept {
     }
 }
 
+constexpr AFParameterInfo kParameters[] = {
+    {"Delay Time", 0.5f}, {"Frequency", 0.5f}, {"Resonance", 0.5f}, {"Bands", 0.5f}};
+constexpr AFWords kOptions[] = {kTimeWords, kSpacingWords, kPanWords, kSkipWords};
+constexpr AFSlotDefault kSlotDefaults[] = {{"Parameter 1", 0.4f}};
+
 } // namespace
 
+const AFEffectDescriptor AFFilterBank::descriptor{.typeId = 5,
+                                                  .displayName = "Spectralizer",
+                                                  .className = "FilterBank",
+                                                  .create = makeEffect<AFFilterBank>,
+                                                  .parameters = kParameters,
+                                                  .options = kOptions,
+                                                  .menuPosition = 23,
+                                                  .slotDefaults = kSlotDefaults};
+
 AFFilterBank::AFFilterBank(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag), resonance(system), delayL(maxLineLength(), 0.0f),
+    : AFEffect(descriptor, type, system, flag), resonance(system), delayL(maxLineLength(), 0.0f),
       delayR(maxLineLength(), 0.0f) {
-    setName("FilterBank");
-    defineParameter(0, "Delay Time", 0.5f);
-    defineParameter(1, "Frequency", 0.5f);
-    defineParameter(2, "Resonance", 0.5f);
-    defineParameter(3, "Bands", 0.5f);
     bandCount = 4;
     for (int i = 0; i < 4; ++i)
         setParameter(i, 0.5f);
@@ -202,10 +196,6 @@ int32_t AFFilterBank::getOption(int index) {
     default:
         return 0;
     }
-}
-
-void AFFilterBank::getOptionList(int index, AFWordList& list) {
-    appendWords(list, optionWords(index));
 }
 
 void AFFilterBank::formatParameter(int index, float value, char* text) {

@@ -18,17 +18,6 @@ constexpr const char* kStageWords[] = {"3 Stages", "4 Stages", "5 Stages",
                                        "6 Stages", "7 Stages", "8 Stages"};
 constexpr const char* kInvertWords[] = {"Normal", "Invert"};
 
-std::span<const char* const> optionWords(int index) {
-    switch (index) {
-    case 0:
-        return kStageWords;
-    case 1:
-        return kInvertWords;
-    default:
-        return {};
-    }
-}
-
 constexpr float kPi = 3.1415927f;
 constexpr float kTwoPi = 6.2831855f;
 constexpr float kTiny = 1e-10f;
@@ -47,15 +36,26 @@ float sweepCoefficient(float angle, float low, float high) {
     return (1.0f - c) / (c + 1.0f);
 }
 
+constexpr AFParameterInfo kParameters[] = {
+    {"Phase", 0.2f}, {"Feedback", 0.7f}, {"Depth", 0.7f}, {"Width", 0.7f}};
+constexpr AFWords kOptions[] = {kStageWords, kInvertWords};
+constexpr AFSlotDefault kSlotDefaults[] = {{"Lfo Rate", 0.35f}};
+constexpr AFAmountDefault kAmountDefaults[] = {{0, 0, 1.0f}};
+
 } // namespace
 
+const AFEffectDescriptor AFKnobixPhaser::descriptor{.typeId = 14,
+                                                    .displayName = "Phaser",
+                                                    .className = "Phaser",
+                                                    .create = makeEffect<AFKnobixPhaser>,
+                                                    .parameters = kParameters,
+                                                    .options = kOptions,
+                                                    .menuPosition = 4,
+                                                    .slotDefaults = kSlotDefaults,
+                                                    .amountDefaults = kAmountDefaults};
+
 AFKnobixPhaser::AFKnobixPhaser(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag), feedback(system) {
-    setName("Phaser");
-    defineParameter(0, "Phase", 0.2f);
-    defineParameter(1, "Feedback", 0.7f);
-    defineParameter(2, "Depth", 0.7f);
-    defineParameter(3, "Width", 0.7f);
+    : AFEffect(descriptor, type, system, flag), feedback(system) {
     deriveRates();
     if (systemInfo->bpmListeners != nullptr) systemInfo->bpmListeners->add(this);
     reset();
@@ -111,10 +111,6 @@ int32_t AFKnobixPhaser::getOption(int index) {
     if (index == 0) return stageCount - 3;
     if (index == 1) return invert;
     return 0;
-}
-
-void AFKnobixPhaser::getOptionList(int index, AFWordList& list) {
-    appendWords(list, optionWords(index));
 }
 
 void AFKnobixPhaser::mute() noexcept {

@@ -42,16 +42,24 @@ Stereo limit(Stereo y, Stereo& envelope, Stereo release) noexcept {
     return y / (envelope > 1.0f ? envelope : Stereo{} + 1.0f);
 }
 
+constexpr AFParameterInfo kParameters[] = {{"Pitch", 0.5f}, {"VCA", 0.5f}, {"Amt", 0.5f}, {"Waveform", 0.5f}};
+constexpr AFWords kOptions[] = {kRangeWords};
+constexpr AFSlotDefault kSlotDefaults[] = {{"Param1 Knob Amt", 0.8f}};
+
 } // namespace
 
+const AFEffectDescriptor AFRinger::descriptor{.typeId = 8,
+                                              .displayName = "Ringmodulator",
+                                              .className = "Ringmodulator",
+                                              .create = makeEffect<AFRinger>,
+                                              .parameters = kParameters,
+                                              .options = kOptions,
+                                              .menuPosition = 8,
+                                              .slotDefaults = kSlotDefaults};
+
 AFRinger::AFRinger(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag), frequency(system), partialLevel(system), cutoff(system),
+    : AFEffect(descriptor, type, system, flag), frequency(system), partialLevel(system), cutoff(system),
       rectify(system), resonance(system), filter(1.0, kFilterDamping, StateVariableHP::Output::Low) {
-    setName("Ringmodulator");
-    defineParameter(0, "Pitch", 0.5f);
-    defineParameter(1, "VCA", 0.5f);
-    defineParameter(2, "Amt", 0.5f);
-    defineParameter(3, "Waveform", 0.5f);
 
     const WaveTables& tables = WaveTables::instance();
     constexpr Shape order[kShapeCount] = {kSine, kTri, kSquare, kSaw, kSaw};
@@ -116,10 +124,6 @@ void AFRinger::setOption(int index, int32_t value) {
 
 int32_t AFRinger::getOption(int index) {
     return index == 0 ? rangeOption : 0;
-}
-
-void AFRinger::getOptionList(int index, AFWordList& list) {
-    if (index == 0) appendWords(list, kRangeWords);
 }
 
 void AFRinger::updateRate() noexcept {

@@ -16,20 +16,6 @@ constexpr const char* kSignWords[] = {"Normal", "Inverse"};
 constexpr const char* kHoldWords[] = {"Flat", "Sweep", "Rootnote"};
 constexpr const char* kRootNames[] = {"C", "C#", "D", "D#", "E", "F", "F#", "G", "G#", "A", "A#", "B"};
 
-std::span<const char* const> optionWords(int index) {
-    switch (index) {
-    case 0:
-    case 1:
-        return kScaleWords;
-    case 2:
-        return kSignWords;
-    case 3:
-        return kHoldWords;
-    default:
-        return {};
-    }
-}
-
 // Semitones above the root that each scale word allows within one octave; the grid repeats every octave.
 // "Chromatic" has no grid: its note moves continuously.
 struct Grid {
@@ -74,15 +60,24 @@ int lineLengthFor(float sampleRate, const AFSystemInfo& system) noexcept {
     return static_cast<int>(sampleRate / system.noteLadder[kLowestNote].value) + 3;
 }
 
+constexpr AFParameterInfo kParameters[] = {
+    {"Note Left", 0.0f}, {"Note Right", 0.0f}, {"Feedback", 0.85f}, {"Hold", 0.25f}};
+constexpr AFWords kOptions[] = {kScaleWords, kScaleWords, kSignWords, kHoldWords};
+constexpr AFSlotDefault kSlotDefaults[] = {{"Param1 Knob Amt", 0.8f}, {"Param2 Knob Amt", 0.79f}};
+
 } // namespace
 
+const AFEffectDescriptor AFTonalizer::descriptor{.typeId = 7,
+                                                 .displayName = "Tonalizer",
+                                                 .className = "Tonalize",
+                                                 .create = makeEffect<AFTonalizer>,
+                                                 .parameters = kParameters,
+                                                 .options = kOptions,
+                                                 .menuPosition = 5,
+                                                 .slotDefaults = kSlotDefaults};
+
 AFTonalizer::AFTonalizer(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag), delayL(system), delayR(system), feedback(system) {
-    setName("Tonalize");
-    defineParameter(0, "Note Left", 0.0f);
-    defineParameter(1, "Note Right", 0.0f);
-    defineParameter(2, "Feedback", 0.85f);
-    defineParameter(3, "Hold", 0.25f);
+    : AFEffect(descriptor, type, system, flag), delayL(system), delayR(system), feedback(system) {
 
     const auto capacity = static_cast<std::size_t>(lineLengthFor(AFSystemInfo::kMaxSampleRate, *system));
     lineL.assign(capacity, 0.0f);
@@ -157,10 +152,6 @@ int32_t AFTonalizer::getOption(int index) {
     default:
         return 0;
     }
-}
-
-void AFTonalizer::getOptionList(int index, AFWordList& list) {
-    appendWords(list, optionWords(index));
 }
 
 void AFTonalizer::updateLineLength() noexcept {

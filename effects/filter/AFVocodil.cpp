@@ -18,21 +18,6 @@ constexpr const char* kChordWords[] = {"Maj", "Min", "Whole", "Dim", "Aug", "4th
 constexpr const char* kArpWords[] = {"Up",     "Down",     "PingPong", "Up2",     "Down2",     "PingPong2",
                                      "TrigUp", "TrigDown", "TrigPP",   "Trig2Up", "Trig2Down", "Trig2PP"};
 
-std::span<const char* const> optionWords(int index) {
-    switch (index) {
-    case 0:
-        return kWaveWords;
-    case 1:
-        return kOctaveWords;
-    case 2:
-        return kChordWords;
-    case 3:
-        return kArpWords;
-    default:
-        return {};
-    }
-}
-
 // Raw band coefficients of the analysis filters; they do not follow the sample rate.
 constexpr float kAnalysisF[32] = {0.01f, 0.02f, 0.03f, 0.04f, 0.05f, 0.06f, 0.07f, 0.08f, 0.09f, 0.10f, 0.11f,
                                   0.12f, 0.13f, 0.14f, 0.15f, 0.16f, 0.17f, 0.18f, 0.21f, 0.24f, 0.27f, 0.30f,
@@ -108,15 +93,24 @@ bool isPingPongMode(int mode) noexcept {
     return mode == 2 || mode == 5 || mode == 8 || mode == 11;
 }
 
+constexpr AFParameterInfo kParameters[] = {
+    {"Sound", 0.4197960f}, {"Note", 0.0f}, {"Spread", 0.8f}, {"Arp", 0.0f}};
+constexpr AFWords kOptions[] = {kWaveWords, kOctaveWords, kChordWords, kArpWords};
+constexpr AFSlotDefault kSlotDefaults[] = {{"Dry Wet", 0.5f}, {"Param2 Knob Amt", 0.8f}};
+
 } // namespace
 
+const AFEffectDescriptor AFVocodil::descriptor{.typeId = 19,
+                                               .displayName = "Vocodizer",
+                                               .className = "AFVocodil",
+                                               .create = makeEffect<AFVocodil>,
+                                               .parameters = kParameters,
+                                               .options = kOptions,
+                                               .menuPosition = 9,
+                                               .slotDefaults = kSlotDefaults};
+
 AFVocodil::AFVocodil(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag), pairs(WaveTables::instance().pairs(0)) {
-    setName("AFVocodil");
-    defineParameter(0, "Sound", 0.4197960f);
-    defineParameter(1, "Note", 0.0f);
-    defineParameter(2, "Spread", 0.8f);
-    defineParameter(3, "Arp", 0.0f);
+    : AFEffect(descriptor, type, system, flag), pairs(WaveTables::instance().pairs(0)) {
     analysisL.setF(kAnalysisF);
     analysisR.setF(kAnalysisF);
     analysisL.setDamp(0.25f);
@@ -263,10 +257,6 @@ int32_t AFVocodil::getOption(int index) {
     default:
         return 0;
     }
-}
-
-void AFVocodil::getOptionList(int index, AFWordList& list) {
-    appendWords(list, optionWords(index));
 }
 
 void AFVocodil::formatParameter(int index, float value, char* text) {

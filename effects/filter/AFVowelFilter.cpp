@@ -80,13 +80,26 @@ void AFVowelFilter::svfCoefficients(float frequency, float r, float rowCap, floa
         w10 * SvfDampTable::at(i10).value + w11 * SvfDampTable::at(i11).value;
 }
 
+namespace {
+
+constexpr AFParameterInfo kParameters[] = {
+    {"Vowel A", 0.1099f}, {"Vowel B", 1.0f}, {"Vowel Mix", 0.7299f}, {"Resonance", 1.0f}};
+constexpr AFWords kOptions[] = {kModelWords};
+constexpr AFSlotDefault kSlotDefaults[] = {{"Parameter 3", 0.0f}, {"Param3 Knob Amt", 0.99f}};
+
+} // namespace
+
+const AFEffectDescriptor AFVowelFilter::descriptor{.typeId = 18,
+                                                   .displayName = "Vowel Filter",
+                                                   .className = "Vowelfilter",
+                                                   .create = makeEffect<AFVowelFilter>,
+                                                   .parameters = kParameters,
+                                                   .options = kOptions,
+                                                   .menuPosition = 22,
+                                                   .slotDefaults = kSlotDefaults};
+
 AFVowelFilter::AFVowelFilter(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag) {
-    setName("Vowelfilter");
-    defineParameter(0, "Vowel A", 0.1099f);
-    defineParameter(1, "Vowel B", 1.0f);
-    defineParameter(2, "Vowel Mix", 0.7299f);
-    defineParameter(3, "Resonance", 1.0f);
+    : AFEffect(descriptor, type, system, flag) {
     SvfTuneTable::entries();
     SvfDampTable::entries();
     for (auto& line : combLines)
@@ -144,10 +157,6 @@ void AFVowelFilter::setOption(int index, int32_t value) {
 
 int32_t AFVowelFilter::getOption(int index) {
     return index == 0 ? model : 0;
-}
-
-void AFVowelFilter::getOptionList(int index, AFWordList& list) {
-    if (index == 0) appendWords(list, kModelWords);
 }
 
 void AFVowelFilter::getParameterWords(int index, AFWordList& list) {
