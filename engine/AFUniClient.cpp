@@ -19,7 +19,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <thread>
 
 namespace {
 
@@ -76,10 +75,9 @@ AFUniClient::AFUniClient(AFHostCallback callback, void* user)
         const auto ss = static_cast<std::size_t>(s);
         presetNames[ss] = "Default";
         lastSentControls[ss] = 0.0f;
-        processingOrder[ss] = -1;
-        slots[ss] =
-            std::make_unique<KnobEngine>(&systemInfo, this, s, &parameters[ss * 29 + kSlotBlockStart],
-                                         &modulationAmounts[ss * KnobEngine::kAmountCount], &parameters[ss]);
+        slots[ss] = std::make_unique<KnobEngine>(
+            &systemInfo, gate, options, processingOrder, s, &parameters[ss * 29 + kSlotBlockStart],
+            &modulationAmounts[ss * KnobEngine::kAmountCount], &parameters[ss]);
         for (int row = KnobEngine::kParam1KnobAmt; row <= KnobEngine::kDryWetKnobAmt; ++row)
             parameters[kSlotBlockStart + 29 * s + row].store(0.5f, std::memory_order_relaxed);
         parameters[static_cast<std::size_t>(kFxGainStart + s)].store(0.5f, std::memory_order_relaxed);
@@ -103,7 +101,7 @@ AFUniClient::AFUniClient(AFHostCallback callback, void* user)
     contentPaths.runFirstUse();
 
     // 11. The default MIDI map.
-    midiBindings.attachAudioGate(&blocked, &inProcess);
+    midiBindings.attachAudioGate(&gate);
     loadDefaultMidiMap();
 
     // 12. The shared generator, from the clock.
@@ -169,6 +167,7 @@ intptr_t AFUniClient::vendorSpecific(int32_t, intptr_t, void*, float) {
 }
 
 int32_t AFUniClient::getChunk(void** data, bool) {
+    const AFAudioGate::Reader turn(gate);
     writeState(hostChunk, -1);
     hostImage = hostChunk.toBytes();
     *data = hostImage.data();
@@ -177,6 +176,7 @@ int32_t AFUniClient::getChunk(void** data, bool) {
 
 int32_t AFUniClient::setChunk(void* data, int32_t byteSize, bool) {
     if (data == nullptr || byteSize <= 0) return 1;
+    const AFAudioGate::Reader turn(gate);
     AFChunk image;
     if (image.loadBytes(data, static_cast<std::size_t>(byteSize), true)) readState(image, -1, true);
     // The held chunk mirrors what was just loaded, so an unchanged get chunk still returns a valid image.
@@ -361,17 +361,13 @@ void AFUniClient::applyDictator(float value) {
 // ---- Slots ------------------------------------------------------------------------------------------------
 
 void AFUniClient::lockAudioThread() {
-    lockDepth.fetch_add(1);
-    blocked.store(true);
-    while (inProcess.load())
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    gate.turn().lock();
+    gate.hold();
 }
 
 void AFUniClient::unlockAudioThread() {
-    if (lockDepth.fetch_sub(1) <= 1) {
-        lockDepth.store(0);
-        blocked.store(false);
-    }
+    gate.release();
+    gate.turn().unlock();
 }
 
 void AFUniClient::setSlotEffect(int slot, int typeId) {
@@ -385,6 +381,7 @@ void AFUniClient::randomize(const std::string& contentPath) {
 
 void AFUniClient::setSlotOption(int slot, int option, int value) {
     if (slot < 0 || slot >= kSlots || option < 0 || option > 3) return;
+    const AFAudioGate::Reader turn(gate); // the effect stays while its option is written
     slots[static_cast<std::size_t>(slot)]->getEffect()->setOption(option, value);
 }
 
@@ -394,22 +391,13 @@ AFEffect* AFUniClient::slotEffect(int slot) const {
 }
 
 void AFUniClient::setDynamicSignalFlow(bool on, bool holdAudio) {
+    const AFAudioGate::Reader turn(gate);
     if (holdAudio) lockAudioThread();
     options.dynamicSigFlow.store(on);
-    processingOrder.fill(-1);
+    processingOrder.clear();
     for (auto& slot : slots)
         slot->restartThroughQuantiser();
     if (holdAudio) unlockAudioThread();
-}
-
-void AFUniClient::removeFromOrder(int slot) noexcept {
-    for (int i = 0; i < kSlots; ++i) {
-        if (processingOrder[static_cast<std::size_t>(i)] != slot) continue;
-        for (int j = i + 1; j < kSlots; ++j)
-            processingOrder[static_cast<std::size_t>(j - 1)] = processingOrder[static_cast<std::size_t>(j)];
-        processingOrder[kSlots - 1] = -1;
-        return;
-    }
 }
 
 int AFUniClient::runQuantiser() noexcept {
@@ -428,10 +416,7 @@ int AFUniClient::runQuantiser() noexcept {
         if (pending == 0) continue;
         if (slot->isArmed() && !slot->isRunning()) {
             slot->start();
-            if (dynamic) {
-                const auto free = std::find(processingOrder.begin(), processingOrder.end(), -1);
-                if (free != processingOrder.end()) *free = slot->getIndex();
-            }
+            if (dynamic) processingOrder.append(slot->getIndex());
         } else if (pending != -1) {
             continue;
         } else {
@@ -446,7 +431,7 @@ void AFUniClient::runSlots(float* left, float* right, int frames) noexcept {
     const bool dynamic = options.dynamicSigFlow.load(std::memory_order_relaxed);
     int i = 0;
     while (i < kSlots) {
-        const int s = dynamic ? processingOrder[static_cast<std::size_t>(i)] : i;
+        const int s = dynamic ? processingOrder.at(i) : i;
         if (s < 0 || !slots[static_cast<std::size_t>(s)]->isRunning()) {
             ++i;
             continue;
@@ -637,12 +622,7 @@ void AFUniClient::applyMasterMix(float* left, float* right, int n) noexcept {
 }
 
 void AFUniClient::processReplacing(float** inputs, float** outputs, int32_t sampleFrames) {
-    if (blocked.load()) return;
-    inProcess.store(true);
-    if (blocked.load()) { // a lock taken between the two loads wins
-        inProcess.store(false);
-        return;
-    }
+    if (!gate.enter()) return;
     const AFDenormalGuard denormals;
     const int n = std::max(sampleFrames, 0);
     float* outL = outputs[0];
@@ -735,12 +715,13 @@ void AFUniClient::processReplacing(float** inputs, float** outputs, int32_t samp
     // 5. Master Dry/Wet and MIDI out.
     applyMasterMix(outL, outR, n);
     sendMidiOut();
-    inProcess.store(false);
+    gate.leave();
 }
 
 // ---- State and presets ------------------------------------------------------------------------------------
 
 void AFUniClient::writeState(AFChunk& chunk, int slot) {
+    const AFAudioGate::Reader turn(gate); // no effect is freed under the writer
     AFStateIO::writeState(*this, chunk, slot);
 }
 

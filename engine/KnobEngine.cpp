@@ -3,7 +3,9 @@
 #include "effects/framework/AFEffect.h"
 #include "effects/framework/AFSystemInfo.h"
 #include "effects/framework/EffectFactory.h"
-#include "engine/AFUniClient.h"
+#include "engine/AFAudioGate.h"
+#include "engine/AFGlobalOptions.h"
+#include "engine/AFProcessingOrder.h"
 #include "modulation/AFEnvFollower.h"
 #include "modulation/AFLfo.h"
 #include "modulation/ControlCurveBank.h"
@@ -23,11 +25,11 @@ float clip01(float v) noexcept {
 
 } // namespace
 
-KnobEngine::KnobEngine(AFSystemInfo* systemInfo, AFUniClient* owner, int slotIndex,
-                       std::atomic<float>* params, std::atomic<float>* modulationAmounts,
-                       std::atomic<float>* mainControl)
-    : system(systemInfo), client(owner), parameters(params), amounts(modulationAmounts), control(mainControl),
-      index(slotIndex) {
+KnobEngine::KnobEngine(AFSystemInfo* systemInfo, AFAudioGate& audioGate, const AFGlobalOptions& globalOptions,
+                       AFProcessingOrder& chainOrder, int slotIndex, std::atomic<float>* params,
+                       std::atomic<float>* modulationAmounts, std::atomic<float>* mainControl)
+    : system(systemInfo), gate(audioGate), options(globalOptions), order(chainOrder), parameters(params),
+      amounts(modulationAmounts), control(mainControl), index(slotIndex) {
     effect = EffectFactory::create(system, EffectFactory::kFirstSlotEffect);
     lfo1 = std::make_unique<AFLfo>(system);
     lfo2 = std::make_unique<AFLfo>(system);
@@ -121,20 +123,18 @@ void KnobEngine::setEffect(int type) {
     if (type == getEffectType()) return;
     auto replacement = EffectFactory::create(system, type);
     if (!replacement) return; // never hand a slot an id without a class
-    client->lockAudioThread();
+    const AFAudioGate::Writer writer(gate);
     effect = std::move(replacement);
     applyDefaults();
     parameterChanged(kParameter1);
     if (isRunning()) effect->activate();
     for (auto& d : dirty)
         d.store(1, std::memory_order_relaxed);
-    client->unlockAudioThread();
 }
 
 void KnobEngine::controlMoved(float value) {
     std::array<float, ControlCurveBank::kCurveCount> bank{};
-    ControlCurveBank::compute(value, client->getOptions().threshold.load(std::memory_order_relaxed),
-                              bank.data());
+    ControlCurveBank::compute(value, options.threshold.load(std::memory_order_relaxed), bank.data());
     for (std::size_t i = 0; i < bank.size(); ++i)
         curves[i].store(bank[i], std::memory_order_relaxed);
     for (int i = 0; i < 5; ++i)
@@ -143,7 +143,6 @@ void KnobEngine::controlMoved(float value) {
 }
 
 void KnobEngine::applyGate(float value) {
-    const auto& options = client->getOptions();
     const float t = options.threshold.load(std::memory_order_relaxed);
     const float upper = options.offOnTop.load(std::memory_order_relaxed) ? 1.0f - t : 2.0f;
     if (t < value && value < upper)
@@ -336,7 +335,7 @@ bool KnobEngine::process(float* signalLeft, float* signalRight, int frames) noex
             chunk = std::min(k, tickCountdown);
             envelope->analyze(signalLeft, signalRight, chunk);
             if (!controlTick()) {
-                client->removeFromOrder(index);
+                order.remove(index);
                 return false;
             }
             effect->controlTick();

@@ -5,11 +5,13 @@
 #include <cstdint>
 #include <memory>
 
+class AFAudioGate;
 class AFEffect;
+class AFProcessingOrder;
+struct AFGlobalOptions;
 class AFEnvFollower;
 class AFLfo;
 class AFSystemInfo;
-class AFUniClient;
 
 // One effect slot: an effect, its main control, two LFOs and an envelope follower, and the logic that starts,
 // stops and mixes the effect into the serial chain.
@@ -52,8 +54,10 @@ public:
     static int rowByName(const char* name) noexcept;
 
     // Construction, on the host thread. `parameters` points at the slot's 29 host parameters, `amounts` at
-    // its 15 modulation amounts, `control` at its main control, all inside the client's table.
-    KnobEngine(AFSystemInfo* system, AFUniClient* client, int index, std::atomic<float>* parameters,
+    // its 15 modulation amounts, `control` at its main control, all inside the client's table. The gate, the
+    // options and the chain order are the client's.
+    KnobEngine(AFSystemInfo* system, AFAudioGate& gate, const AFGlobalOptions& options,
+               AFProcessingOrder& order, int index, std::atomic<float>* parameters,
                std::atomic<float>* amounts, std::atomic<float>* control);
     virtual ~KnobEngine();
     KnobEngine(const KnobEngine&) = delete;
@@ -131,7 +135,9 @@ private:
 
     AFSystemInfo* system;
     std::unique_ptr<AFEffect> effect;
-    AFUniClient* client;
+    AFAudioGate& gate;
+    const AFGlobalOptions& options;
+    AFProcessingOrder& order;
     alignas(32) std::array<float, kBufferSize> left{};
     alignas(32) std::array<float, kBufferSize> right{};
     std::array<std::atomic<float>, kModulatorCount> modulatorKnobAmounts{};
