@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <mutex>
 
 // Keeps the audio thread out of what other threads free or replace (an effect object, a whole state, the MIDI
@@ -23,6 +24,8 @@ public:
     void release() noexcept;
     // Any thread.
     bool isHeld() const noexcept { return holds.load() > 0; }
+    // Any thread: the longest time in ns the gate stayed closed since the last call.
+    int64_t takeLongestHold() noexcept;
 
     // Audio thread: false when the gate is held, and the block must then leave everything alone. After a true
     // return, leave() at the block's end.
@@ -55,7 +58,15 @@ public:
     };
 
 private:
+    // A hold closes the gate between two blocks when it can: closed during a block, it keeps the audio out
+    // for the rest of that block and then a whole 1 ms sleep.
+    void waitForGap() const noexcept;
+    void close() noexcept;
+    void waitForBlock() const noexcept;
+
     std::atomic<int> holds{0};
     std::atomic<bool> inProcess{false};
+    std::atomic<int64_t> closedAt{0};
+    std::atomic<int64_t> longestClosed{0};
     std::recursive_mutex writers;
 };

@@ -1,5 +1,7 @@
 #include "engine/KnobEngine.h"
 
+#include "effects/framework/AFBPMChangeInterface.h"
+#include "effects/framework/AFBpmListenerList.h"
 #include "effects/framework/AFEffect.h"
 #include "effects/framework/AFSystemInfo.h"
 #include "effects/framework/EffectFactory.h"
@@ -121,15 +123,43 @@ void KnobEngine::applyDefaults() {
 
 void KnobEngine::setEffect(int type) {
     if (type == getEffectType()) return;
-    auto replacement = EffectFactory::create(system, type);
+    const bool prepared = spare && static_cast<int>(spare->getEffectType()) == type;
+    const bool activated = prepared && spareActivated;
+    auto replacement = prepared ? std::move(spare) : EffectFactory::create(system, type);
     if (!replacement) return; // never hand a slot an id without a class
+    if (deferring) retired.reserve(retired.size() + 1);
     const AFAudioGate::Writer writer(gate);
+    if (deferring) retired.push_back(std::move(effect));
     effect = std::move(replacement);
     applyDefaults();
     parameterChanged(kParameter1);
-    if (isRunning()) effect->activate();
+    if (isRunning() && !activated) effect->activate();
     for (auto& d : dirty)
         d.store(1, std::memory_order_relaxed);
+}
+
+void KnobEngine::prepareEffect(int type) {
+    dropRetired();
+    if (type == getEffectType()) return;
+    spare = EffectFactory::create(system, type);
+    // Started here when the slot runs, unless the slot's defaults set an option first: the swap then starts
+    // it as it would have. A slot that stops before the swap starts it again when it next runs.
+    spareActivated = spare && isRunning() && spare->getDescriptor()->optionDefaults.empty();
+    if (spareActivated) spare->activate();
+}
+
+void KnobEngine::dropRetired() {
+    if (spare) retired.push_back(std::move(spare));
+    if (retired.empty()) return;
+    // Only the tempo listeners still reach an effect that left its slot. Once out of them it is freed while
+    // the audio runs.
+    if (system->bpmListeners != nullptr) {
+        const AFAudioGate::Writer writer(gate);
+        for (const auto& old : retired)
+            if (auto* listener = dynamic_cast<AFBPMChangeInterface*>(old.get()))
+                system->bpmListeners->remove(listener);
+    }
+    retired.clear();
 }
 
 void KnobEngine::controlMoved(float value) {

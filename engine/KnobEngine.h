@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 class AFAudioGate;
 class AFEffect;
@@ -75,6 +76,14 @@ public:
 
     // Any thread: swaps the effect, holding the audio off while it does. Ids without a class are ignored.
     void setEffect(int type);
+    // Any thread, in the writers' turn: builds an effect ahead of a state load, taken by the next setEffect
+    // to its type instead of one built (and started, in a running slot) while the audio waits.
+    void prepareEffect(int type);
+    // Any thread, in the writers' turn: while on, setEffect keeps the effects it replaces instead of freeing
+    // them under the hold it runs in; dropRetired frees them, each under a short hold of its own (an effect
+    // leaves the tempo listeners as it goes), together with an offered effect nobody took.
+    void deferFrees(bool on) { deferring = on; }
+    void dropRetired();
     // Any thread: the main control moved to `value`; recomputes the curve bank and marks the swept values.
     void controlMoved(float value);
     // Any thread: the Control gate, applied when a Control's value changes.
@@ -135,6 +144,10 @@ private:
 
     AFSystemInfo* system;
     std::unique_ptr<AFEffect> effect;
+    std::unique_ptr<AFEffect> spare;
+    bool spareActivated = false;
+    std::vector<std::unique_ptr<AFEffect>> retired;
+    bool deferring = false;
     AFAudioGate& gate;
     const AFGlobalOptions& options;
     AFProcessingOrder& order;

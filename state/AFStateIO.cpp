@@ -234,33 +234,80 @@ bool AFStateIO::readState(AFUniClient& client, AFChunk& chunk, int slot, bool si
         AFMessageSink::report("This Preset was written with a newer version, please update Orvanto.");
         return false;
     }
+    // What takes time happens before the audio is held off: the slots as they stand, to fall back on, and the
+    // effects the records name. Under the hold the effects are swapped, not built, and the old ones are freed
+    // after it.
+    const AFAudioGate::Reader turn(client.getAudioGate());
+    const int first = std::max(slot, 0);
+    const int last = slot >= 0 ? slot : AFUniClient::kSlots - 1;
+    std::array<AFChunk, AFUniClient::kSlots> saved;
+    for (int s = first; s <= last; ++s) {
+        writeSavedSlot(client, saved[static_cast<std::size_t>(s)], s);
+        client.getSlot(s).deferFrees(true);
+    }
+    prepareEffects(client, chunk, first, last);
+
     client.lockAudioThread();
     bool complete = true;
-    if (slot >= 0) {
-        complete = readSlotRecord(client, chunk, slot, silent);
-    } else {
-        for (int s = 0; s < AFUniClient::kSlots && complete; ++s)
-            complete = readSlotRecord(client, chunk, s, silent);
-        if (complete) readGlobalSection(client, chunk, stateVersion);
-    }
+    for (int s = first; s <= last && complete; ++s)
+        complete = readSlotRecord(client, chunk, s, silent, saved[static_cast<std::size_t>(s)]);
+    if (complete && slot < 0) readGlobalSection(client, chunk, stateVersion);
     client.unlockAudioThread();
+
+    for (int s = first; s <= last; ++s) {
+        client.getSlot(s).deferFrees(false);
+        client.getSlot(s).dropRetired();
+    }
     return complete;
 }
 
-bool AFStateIO::readSlotRecord(AFUniClient& client, AFChunk& chunk, int slot, bool silent) {
-    KnobEngine& engine = client.getSlot(slot);
-    const int32_t version = chunk.readInt();
-    const int32_t type = chunk.readInt();
-    if (chunk.isOverrun() || version < kOldestSlotVersion || version > kSlotVersion) return false;
-
-    // The slot as it stands, to fall back on.
-    AFChunk saved;
+void AFStateIO::writeSavedSlot(AFUniClient& client, AFChunk& saved, int slot) {
     saved.rewindToWrite();
     for (int pass = 0; pass < 2; ++pass) {
         if (pass == 1) saved.allocateCounted();
         saved.writeHeader();
         writeSlotRecord(client, saved, slot);
     }
+}
+
+void AFStateIO::prepareEffects(AFUniClient& client, const AFChunk& chunk, int first, int last) {
+    // A copy, so that the load reads the chunk from where it stands. Records are walked only as far as their
+    // layout is certain; a slot left out builds its effect under the hold as before.
+    AFChunk scan;
+    scan.copyFrom(chunk);
+    scan.setPosition(chunk.getPosition());
+    for (int s = first; s <= last; ++s) {
+        const int32_t version = scan.readInt();
+        const int32_t type = scan.readInt();
+        if (scan.isOverrun() || version < AFLfo::kStepsVersion || version > kSlotVersion) return;
+        if (slotEffectAllowed(type)) client.getSlot(s).prepareEffect(type);
+        const auto skip = [&](int words) {
+            for (int w = 0; w < words; ++w)
+                scan.readInt();
+        };
+        skip(5 + (version >= kLockValueVersion ? 1 : 0) + 5 + 5 + 15 + 1);
+        for (int pair = 0; pair < kMaxOptionPairs; ++pair) {
+            if (scan.readInt() == kOptionsEnd) break;
+            scan.readInt();
+        }
+        skip(1);
+        for (int m = 0; m < 3; ++m) {
+            skip(9);
+            if (m != 1) skip(4 + (version >= AFLfo::kRateDivideVersion ? 1 : 0) + AFLfo::kStepCount);
+            skip(1);
+        }
+        skip(1);
+        scan.readString();
+        if (version >= kVolumeVersion) skip(1);
+        if (scan.isOverrun()) return;
+    }
+}
+
+bool AFStateIO::readSlotRecord(AFUniClient& client, AFChunk& chunk, int slot, bool silent, AFChunk& saved) {
+    KnobEngine& engine = client.getSlot(slot);
+    const int32_t version = chunk.readInt();
+    const int32_t type = chunk.readInt();
+    if (chunk.isOverrun() || version < kOldestSlotVersion || version > kSlotVersion) return false;
 
     const bool usable = slotEffectAllowed(type);
     if (usable) engine.setEffect(type);
