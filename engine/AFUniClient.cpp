@@ -453,12 +453,10 @@ int32_t AFUniClient::processEvents(AFEvents* events) {
         const int data1 = event.midiData[1] & 0x7F;
         const int data2 = event.midiData[2] & 0x7F;
         int32_t type = 0;
-        if (status == 0x90 && data2 == 0)
+        if (status == 0x80 || (status == 0x90 && data2 == 0))
             type = kNoteOff;
         else if (status == 0x90)
             type = kNoteOn;
-        else if (status == 0x80)
-            type = kNoteOff;
         else if (status == 0xB0 && data1 == 123 && channel == 0)
             type = kAllNotesOff;
         else if (status == 0xB0 && !midiBindings.isCcBusy())

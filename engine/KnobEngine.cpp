@@ -4,6 +4,7 @@
 #include "effects/framework/AFBpmListenerList.h"
 #include "effects/framework/AFEffect.h"
 #include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/ClampUnit.h"
 #include "effects/framework/EffectFactory.h"
 #include "engine/AFAudioGate.h"
 #include "engine/AFGlobalOptions.h"
@@ -20,10 +21,6 @@ namespace {
 
 constexpr double kGainSnap = 1e-8;
 constexpr double kGridQuarters[KnobEngine::kQuantiseModes] = {0.0, 0.25, 0.5, 1.0, 2.0, 4.0};
-
-float clip01(float v) noexcept {
-    return v < 0.0f ? 0.0f : (v > 1.0f ? 1.0f : v);
-}
 
 } // namespace
 
@@ -245,8 +242,8 @@ void KnobEngine::updateModulators() noexcept {
         const float curve =
             curves[static_cast<std::size_t>(modulatorCurves[jj].load(std::memory_order_relaxed))].load(
                 std::memory_order_relaxed);
-        v[jj] = clip01(parameter(kLfoRate + j) +
-                       modulatorKnobAmounts[jj].load(std::memory_order_relaxed) * curve);
+        v[jj] = clampUnit(parameter(kLfoRate + j) +
+                          modulatorKnobAmounts[jj].load(std::memory_order_relaxed) * curve);
     }
     lfo1Rate = v[0], lfo1Phase = v[1], lfo1Amount = v[2];
     envelopeAttack = v[3], envelopeRelease = v[4], envelopeAmount = v[5];
@@ -268,7 +265,7 @@ void KnobEngine::recomputeEffective(int i) noexcept {
                         amounts[10 + i].load(std::memory_order_relaxed) * lfo2Output +
                         amounts[5 + i].load(std::memory_order_relaxed) * envelopeOutput * 2.0f +
                         curve * (parameter(kParam1KnobAmt + i) * 2.0f - 1.0f) + parameter(kParameter1 + i);
-    effective[ii] = clip01(value);
+    effective[ii] = clampUnit(value);
 }
 
 bool KnobEngine::controlTick() noexcept {

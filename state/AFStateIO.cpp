@@ -1,6 +1,7 @@
 #include "state/AFStateIO.h"
 
 #include "effects/framework/AFEffect.h"
+#include "effects/framework/ClampUnit.h"
 #include "effects/framework/EffectFactory.h"
 #include "engine/AFMessageSink.h"
 #include "engine/AFUniClient.h"
@@ -26,11 +27,6 @@ constexpr int32_t kSlotIntegerVersion = 4301;
 constexpr int32_t kNameVersion = 4303;
 constexpr int32_t kLockValueVersion = 4305;
 constexpr int32_t kVolumeVersion = 4307;
-
-// NaN and everything outside 0..1 land inside it.
-float unit(float v) {
-    return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
-}
 
 float bipolar(float v) {
     return v > -1.0f ? (v < 1.0f ? v : 1.0f) : (v <= -1.0f ? -1.0f : 0.0f);
@@ -65,7 +61,7 @@ bool readRows(AFChunk& chunk, DictatorCells& cells) {
             if (column == AFStateIO::kRowEnd) break;
             const float value = chunk.readFloat();
             if (column < 0 || column >= kNodes) continue;
-            cells.value[r][static_cast<std::size_t>(column)] = unit(value);
+            cells.value[r][static_cast<std::size_t>(column)] = clampUnit(value);
             cells.set[r][static_cast<std::size_t>(column)] = true;
         }
     }
@@ -332,7 +328,9 @@ bool AFStateIO::readSlotRecord(AFUniClient& client, AFChunk& chunk, int slot, bo
 
 void AFStateIO::applySlotBody(AFUniClient& client, AFChunk& chunk, int slot, int32_t version, bool silent) {
     KnobEngine& engine = client.getSlot(slot);
-    const auto setRow = [&](int row, float value) { client.setParameter(slotRow(slot, row), unit(value)); };
+    const auto setRow = [&](int row, float value) {
+        client.setParameter(slotRow(slot, row), clampUnit(value));
+    };
     const auto readRows = [&](int first, int count) {
         for (int r = first; r < first + count; ++r)
             setRow(r, chunk.readFloat());
@@ -381,7 +379,7 @@ void AFStateIO::applySlotBody(AFUniClient& client, AFChunk& chunk, int slot, int
     std::string name = version >= kNameVersion ? chunk.readString() : std::string(effect->getName());
     if (name.size() > kMaxNameLength) name.resize(kMaxNameLength);
     client.presetNames[static_cast<std::size_t>(slot)] = name;
-    const float volume = version >= kVolumeVersion ? unit(chunk.readFloat()) : 0.5f;
+    const float volume = version >= kVolumeVersion ? clampUnit(chunk.readFloat()) : 0.5f;
     client.setParameter(AFUniClient::kFxGainStart + slot, volume);
 }
 
@@ -431,12 +429,12 @@ void AFStateIO::readGlobalSection(AFUniClient& client, AFChunk& chunk, int32_t s
     }
     if (stateVersion >= 6) {
         if (stateVersion >= 8) chunk.readInt();
-        const float dictatorValue = unit(chunk.readFloat());
+        const float dictatorValue = clampUnit(chunk.readFloat());
         const float second = chunk.readFloat();
-        const float masterMix = stateVersion >= 10 ? unit(second) : 1.0f;
+        const float masterMix = stateVersion >= 10 ? clampUnit(second) : 1.0f;
         std::array<float, AFUniClient::kSlots> controls{};
         for (float& c : controls)
-            c = unit(chunk.readFloat());
+            c = clampUnit(chunk.readFloat());
         chunk.readInt();
         if (chunk.isOverrun()) return;
         const bool wasBatch = client.batch.exchange(true);

@@ -1,6 +1,7 @@
 #include "effects/delay/AFAmper.h"
 
 #include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/ClampUnit.h"
 
 #include <algorithm>
 #include <cmath>
@@ -18,10 +19,6 @@ constexpr const char* kCrushWords[] = {"Normal", "Hi", "Low", "Clip"};
 constexpr const char* kHoldWords[] = {"Normal", "Dynamic", "Absurd"};
 enum CrushMode : int32_t { kNormal, kHi, kLow, kClip };
 enum HoldMode : int32_t { kHoldNormal, kHoldDynamic, kHoldAbsurd };
-
-float unitClamp(float v) noexcept {
-    return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
-}
 
 constexpr int kBlock = 64;
 
@@ -150,7 +147,7 @@ AFAmper::AFAmper(uint32_t type, AFSystemInfo* system, uint32_t flag)
 void AFAmper::setParameter(int index, float value) {
     if (index < 0 || index >= parameterCount) return;
     AFEffect::setParameter(index, value);
-    const double v = unitClamp(value);
+    const double v = clampUnit(value);
     switch (index) {
     case 0:
         volume.setTarget(v + v);
@@ -198,6 +195,7 @@ int32_t AFAmper::activate() {
 
 int32_t AFAmper::holdLength(double length, double peak) const noexcept {
     if (holdMode == kHoldDynamic) length *= 1.0 - (1.0 - kDynamicFloor) * std::min(peak, 1.0);
+    // NOLINTNEXTLINE(bugprone-incorrect-roundings): the truncating +0.5 the hold lengths are defined by
     return length > 0.0 ? static_cast<int32_t>(std::min(length, 1e6) + 0.5) : 0;
 }
 

@@ -2,6 +2,7 @@
 
 #include "effects/delay/StateVariableHPPair.h"
 #include "effects/filter/LaneFilter.h"
+#include "effects/framework/ClampUnit.h"
 
 #include "effects/framework/AFSystemInfo.h"
 
@@ -15,10 +16,6 @@ namespace {
 constexpr int kChunk = 64;
 constexpr double kHighPassDamp = 1.0 - 0.11;
 constexpr double kHighPassFrequency = 0.1;
-
-float unitClamp(float v) noexcept {
-    return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
-}
 
 constexpr int totalLength() {
     int total = 0;
@@ -74,14 +71,14 @@ void AFReverb3::setParameter(int index, float value) {
     AFEffect::setParameter(index, value);
     switch (index) {
     case 0:
-        feedback = unitClamp(value) * 0.28f + 0.7f;
+        feedback = clampUnit(value) * 0.28f + 0.7f;
         break;
     case 1:
-        damp = unitClamp(value) * 0.4f;
+        damp = clampUnit(value) * 0.4f;
         blockUpdate();
         break;
     case 2:
-        width = unitClamp(value);
+        width = clampUnit(value);
         blockUpdate();
         break;
     case 4: {

@@ -3,6 +3,7 @@
 #include "effects/filter/NoteFreqTable.h"
 #include "effects/framework/AFBpmListenerList.h"
 #include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/ClampUnit.h"
 
 #include <algorithm>
 #include <cmath>
@@ -25,10 +26,6 @@ constexpr float kCurve[9][4] = {
     {0.01f, 0.1f, 0.2f, 0.3f},  {0.01f, 0.2f, 0.3f, 0.6f},  {0.1f, 0.15f, 0.35f, 0.6f},
     {0.15f, 0.25f, 0.4f, 0.6f}, {0.6f, 0.01f, 0.6f, 0.05f}, {0.55f, 0.35f, 0.2f, 0.11f},
     {0.5f, 0.3f, 0.2f, 0.01f},  {0.4f, 0.2f, 0.1f, 0.01f},  {0.1f, 0.5f, 0.1f, 0.01f}};
-
-float unit(float v) noexcept {
-    return v >= 0.0f ? (v <= 1.0f ? v : 1.0f) : 0.0f;
-}
 
 // Longest line ever needed: eight beats at 45 BPM and 196000 Hz, plus the guard sample.
 std::size_t maxLineLength() {
@@ -112,7 +109,7 @@ void AFFilterBank::setParameter(int index, float value) {
         }
         break;
     case 2: {
-        const double r = unit(value);
+        const double r = clampUnit(value);
         resonance.setTarget(r * r * 0.99);
         break;
     }
@@ -137,7 +134,7 @@ void AFFilterBank::setParameter(int index, float value) {
 }
 
 void AFFilterBank::frequencyCurve() noexcept {
-    const float v = unit(frequencyValue);
+    const float v = clampUnit(frequencyValue);
     const float y = v * 7.5f;
     const int row = static_cast<int>(y);
     const float fy = y - static_cast<float>(row);
@@ -233,7 +230,7 @@ void AFFilterBank::tempoChanged(int32_t) {
 }
 
 void AFFilterBank::placeTaps() noexcept {
-    const float v = unit(delayRamp.getCurrent());
+    const float v = clampUnit(delayRamp.getCurrent());
     const float spb = systemInfo->samplesPerBeat;
     float step;
     switch (timeMode) {
@@ -354,7 +351,7 @@ LANE_WIDE_CLONES void AFFilterBank::render(float* left, float* right, int count)
     const double length = bufferLength;
     const float lengthF = bufferLength;
     const uint32_t lastIndex = static_cast<uint32_t>(bufferLength - 1.0f);
-    const float bands = unit(bandsValue);
+    const float bands = clampUnit(bandsValue);
     const float bandsGain = bands > 0.5f ? 1.0f - (bands - 0.5f) : 1.0f;
     const bool dampMoves = resonance.getIncrement() != 0.0;
     alignas(32) float weightL[kLanes];

@@ -2,17 +2,13 @@
 
 #include "effects/framework/AFBpmListenerList.h"
 #include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/ClampUnit.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 
 namespace {
-
-// Kept inside 0..1; a NaN from a hostile value reads as 0 and so never reaches an index.
-inline float unitRange(float v) {
-    return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
-}
 
 constexpr const char* kVoiceWords[] = {"Flanger", "Chorus"};
 constexpr const char* kFeedbackWords[] = {"Normal", "Inverse"};
@@ -60,7 +56,7 @@ AFFlangerT::~AFFlangerT() {
 }
 
 float AFFlangerT::delayMs(int voice, float value) noexcept {
-    const float v = unitRange(value);
+    const float v = clampUnit(value);
     // Linear, so the small knob values a slot's default sweep gives land on the classic 0.1 to 2 ms flange.
     if (voice == Chorus) return 5.0f + v * 30.0f;
     return 0.1f + v * 9.9f;
@@ -177,7 +173,7 @@ void AFFlangerT::controlTick() noexcept {
 
 void AFFlangerT::process(float* left, float* right, int count) noexcept {
     if (count <= 0) return;
-    const float factor = unitRange(parameterValues[2]) * (feedbackMode != 0 ? -0.9f : 0.9f);
+    const float factor = clampUnit(parameterValues[2]) * (feedbackMode != 0 ? -0.9f : 0.9f);
     const int length = lineLength;
     const auto span = static_cast<double>(length);
     float* const lineL = delayL.data();

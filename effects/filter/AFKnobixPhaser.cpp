@@ -2,17 +2,13 @@
 
 #include "effects/framework/AFBpmListenerList.h"
 #include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/ClampUnit.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 
 namespace {
-
-// Kept inside 0..1; a NaN from a hostile value reads as 0 and so never reaches an index.
-inline float unitRange(float v) {
-    return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
-}
 
 constexpr const char* kStageWords[] = {"3 Stages", "4 Stages", "5 Stages",
                                        "6 Stages", "7 Stages", "8 Stages"};
@@ -73,7 +69,7 @@ void AFKnobixPhaser::deriveRates() noexcept {
 
 void AFKnobixPhaser::sweep() noexcept {
     // The knob is kept in range so the angle stays inside the sine approximation's one period.
-    const float x = unitRange(parameterValues[0]) * kTwoPi - kPi;
+    const float x = clampUnit(parameterValues[0]) * kTwoPi - kPi;
     float xr = x + width * kPi;
     if (xr >= kPi) xr -= kTwoPi;
     coefTargetL = sweepCoefficient(x, freqLow, freqHigh);
@@ -90,7 +86,7 @@ void AFKnobixPhaser::setParameter(int index, float value) {
         depth = value;
         break;
     case 3:
-        width = unitRange(value) * 0.5f;
+        width = clampUnit(value) * 0.5f;
         break;
     default:
         break;

@@ -3,6 +3,7 @@
 #include "effects/filter/LaneFilter.h"
 #include "effects/filter/WaveTables.h"
 #include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/ClampUnit.h"
 
 #include <algorithm>
 #include <cmath>
@@ -21,10 +22,6 @@ constexpr double kAntiDenormal = 1.000000013351432e-10;
 constexpr double kMaxFrequency = 320.0;
 
 enum Shape { kSaw = 0, kTri = 1, kSquare = 2, kSine = 3 };
-
-float unit(float v) noexcept {
-    return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
-}
 
 // The three partials' phases in the first three lanes of one vector, each lane stepped and wrapped as a
 // scalar phase would be.
@@ -76,7 +73,7 @@ AFRinger::AFRinger(uint32_t type, AFSystemInfo* system, uint32_t flag)
 }
 
 void AFRinger::apply(int index, float value) noexcept {
-    const float v = unit(value);
+    const float v = clampUnit(value);
     switch (index) {
     case 0:
         if (lowRange) {

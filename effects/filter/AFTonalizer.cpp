@@ -2,6 +2,7 @@
 
 #include "effects/filter/WaveTables.h"
 #include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/ClampUnit.h"
 #include "effects/framework/TimeValueTables.h"
 
 #include <algorithm>
@@ -35,10 +36,6 @@ constexpr Grid kGrids[] = {
 // The lowest note a comb reaches: knob at 0, no transposition. Fixes the longest delay.
 constexpr int kLowestNote = 24;
 constexpr float kGlide = 0.1f;
-
-float unit(float v) noexcept {
-    return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
-}
 
 float snapToGrid(float x, const Grid& grid) noexcept {
     const float octave = std::floor(x / 12.0f);
@@ -90,7 +87,7 @@ AFTonalizer::AFTonalizer(uint32_t type, AFSystemInfo* system, uint32_t flag)
 }
 
 float AFTonalizer::noteFor(float v, int32_t scale, int transposition) noexcept {
-    const float x = unit(v) * 60.0f;
+    const float x = clampUnit(v) * 60.0f;
     const float stepped = scale > 0 && scale < static_cast<int32_t>(std::size(kGrids))
                               ? snapToGrid(x, kGrids[static_cast<std::size_t>(scale)])
                               : x;
@@ -98,7 +95,8 @@ float AFTonalizer::noteFor(float v, int32_t scale, int transposition) noexcept {
 }
 
 int AFTonalizer::rootFor(float v) noexcept {
-    return static_cast<int>(unit(v) * 11.0f + 0.5f);
+    // NOLINTNEXTLINE(bugprone-incorrect-roundings): the truncating +0.5 the note steps are defined by
+    return static_cast<int>(clampUnit(v) * 11.0f + 0.5f);
 }
 
 int AFTonalizer::transposition() const noexcept {
@@ -115,7 +113,7 @@ double AFTonalizer::delayFor(float note) const noexcept {
 void AFTonalizer::setParameter(int index, float value) {
     if (index < 0 || index >= parameterCount) return;
     AFEffect::setParameter(index, value);
-    if (index == 2) feedback.setTarget((unit(value) + 1.0f) * 0.5f);
+    if (index == 2) feedback.setTarget((clampUnit(value) + 1.0f) * 0.5f);
 }
 
 void AFTonalizer::setOption(int index, int32_t value) {
@@ -277,6 +275,7 @@ void AFTonalizer::formatParameter(int index, float value, char* text) {
     case 0:
     case 1: {
         const float note = noteFor(value, index == 0 ? scaleL : scaleR, transposition());
+        // NOLINTNEXTLINE(bugprone-incorrect-roundings): the display's truncating +0.5
         TimeValueTables::formatNote(text, kEffectTextSize, static_cast<int>(note + 0.5f));
         break;
     }

@@ -3,6 +3,7 @@
 #include "effects/filter/NoteFreqTable.h"
 #include "effects/filter/WaveTables.h"
 #include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/ClampUnit.h"
 #include "effects/framework/TimeValueTables.h"
 
 #include <algorithm>
@@ -78,12 +79,8 @@ float pick(int32_t mask, float yes, float no) noexcept {
     return std::bit_cast<float>((mask & std::bit_cast<int32_t>(yes)) | (~mask & std::bit_cast<int32_t>(no)));
 }
 
-float unit(float v) noexcept {
-    return v >= 0.0f ? (v <= 1.0f ? v : 1.0f) : 0.0f;
-}
-
 int voicesFor(float v) noexcept {
-    return std::clamp(static_cast<int>(unit(v) * 9.5f + 1.0f), 1, 10);
+    return std::clamp(static_cast<int>(clampUnit(v) * 9.5f + 1.0f), 1, 10);
 }
 
 bool isDownMode(int mode) noexcept {
@@ -125,7 +122,7 @@ AFVocodil::AFVocodil(uint32_t type, AFSystemInfo* system, uint32_t flag)
 }
 
 int AFVocodil::baseNote(float v) const noexcept {
-    const float u = unit(v);
+    const float u = clampUnit(v);
     switch (octaveMode) {
     case 1:
         return static_cast<int>(u * 24.5f + 48.0f);
@@ -142,7 +139,7 @@ void AFVocodil::setParameter(int index, float value) {
     AFEffect::setParameter(index, value);
     switch (index) {
     case 0: {
-        const float s = unit(value);
+        const float s = clampUnit(value);
         const float y = s * 9.5f;
         const int row = static_cast<int>(y);
         const float fy = y - static_cast<float>(row);
@@ -174,9 +171,10 @@ void AFVocodil::setParameter(int index, float value) {
     }
     case 3: {
         const bool wasOn = arpOn();
-        arpLength = arpMode >= 6 ? 1u
-                                 : TimeValueTables::instance().offTripletTable.intervalSamples(*systemInfo,
-                                                                                               unit(value));
+        arpLength =
+            arpMode >= 6
+                ? 1u
+                : TimeValueTables::instance().offTripletTable.intervalSamples(*systemInfo, clampUnit(value));
         if (wasOn != arpOn()) computeVoiceGains();
         break;
     }
@@ -275,7 +273,7 @@ void AFVocodil::formatParameter(int index, float value, char* text) {
             std::snprintf(text, kEffectTextSize, "%s", value > 0.5f ? "On" : "Off");
         else
             std::snprintf(text, kEffectTextSize, "%s",
-                          TimeValueTables::instance().offTripletTable.valueName(unit(value)));
+                          TimeValueTables::instance().offTripletTable.valueName(clampUnit(value)));
         break;
     default:
         AFEffect::formatParameter(index, value, text);
@@ -358,13 +356,13 @@ void AFVocodil::countActiveVoices() noexcept {
 }
 
 void AFVocodil::controlTick() noexcept {
-    const float s = unit(parameterValues[0]);
+    const float s = clampUnit(parameterValues[0]);
     const float k = s < 0.5f ? s * 0.5f : 0.25f - (s - 0.5f) * 0.5f;
     envRate = (1.0f / (systemInfo->sampleRate * 0.001f * 70.0f + 1e-09f)) * (k * 4.0f + 1.0f);
     if (arpMode < 6) {
         const bool wasOn = arpOn();
-        arpLength = TimeValueTables::instance().offTripletTable.intervalSamples(*systemInfo,
-                                                                                unit(parameterValues[3]));
+        arpLength = TimeValueTables::instance().offTripletTable.intervalSamples(
+            *systemInfo, clampUnit(parameterValues[3]));
         if (wasOn != arpOn()) computeVoiceGains();
     }
     if (arpOn()) stepArpeggio();

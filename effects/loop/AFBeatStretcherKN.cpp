@@ -445,10 +445,12 @@ void AFBeatStretcherKN::formatParameter(int index, float value, char* text) {
     switch (index) {
     case 1:
         std::snprintf(text, kEffectTextSize, "%d ms",
+                      // NOLINTNEXTLINE(bugprone-incorrect-roundings): the display's truncating +0.5
                       static_cast<int>(grainSamples(rate, v) / rate * 1000.0 + 0.5));
         break;
     case 2:
         std::snprintf(text, kEffectTextSize, "%d ms",
+                      // NOLINTNEXTLINE(bugprone-incorrect-roundings): the display's truncating +0.5
                       static_cast<int>(distanceSamples(rate, v) / rate * 1000.0 + 0.5));
         break;
     case 3:

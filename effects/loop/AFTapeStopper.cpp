@@ -2,6 +2,7 @@
 
 #include "effects/framework/AFBpmListenerList.h"
 #include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/ClampUnit.h"
 #include "effects/framework/TimeValueTables.h"
 
 #include <algorithm>
@@ -31,11 +32,6 @@ uint32_t largestBuffer() {
     const double beat = static_cast<double>(
         static_cast<float>(AFSystemInfo::kMaxSampleRate / (AFSystemInfo::kMinTempo * 0.016666666666666666)));
     return static_cast<uint32_t>(std::lround(beat * 4.0)) + 1;
-}
-
-// Parameter values outside 0..1 (or not numbers) are held at the nearest end.
-float clampUnit(float value) noexcept {
-    return std::isfinite(value) ? std::clamp(value, 0.0f, 1.0f) : 0.0f;
 }
 
 } // namespace
