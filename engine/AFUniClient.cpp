@@ -6,9 +6,9 @@
 #include "engine/AFCommandParameter.h"
 #include "engine/AFCommandRememberChunk.h"
 #include "engine/AFDenormalGuard.h"
+#include "engine/AFGlobalSettings.h"
 #include "engine/AFRandom.h"
 #include "engine/AFRandomizer.h"
-#include "state/AFGlobalSettings.h"
 #include "state/AFStateIO.h"
 
 #include <algorithm>
@@ -75,12 +75,15 @@ AFUniClient::AFUniClient(AFHostCallback callback, void* user)
         const auto ss = static_cast<std::size_t>(s);
         presetNames[ss] = "Default";
         lastSentControls[ss] = 0.0f;
-        slots[ss] = std::make_unique<KnobEngine>(
-            &systemInfo, gate, options, processingOrder, s, &parameters[ss * 29 + kSlotBlockStart],
-            &modulationAmounts[ss * KnobEngine::kAmountCount], &parameters[ss]);
+        slots[ss] =
+            std::make_unique<KnobEngine>(&systemInfo, gate, options, processingOrder, s,
+                                         &parameters[static_cast<std::size_t>(AFParameterMap::slotRow(s, 0))],
+                                         &modulationAmounts[ss * KnobEngine::kAmountCount], &parameters[ss]);
         for (int row = KnobEngine::kParam1KnobAmt; row <= KnobEngine::kDryWetKnobAmt; ++row)
-            parameters[kSlotBlockStart + 29 * s + row].store(0.5f, std::memory_order_relaxed);
-        parameters[static_cast<std::size_t>(kFxGainStart + s)].store(0.5f, std::memory_order_relaxed);
+            parameters[static_cast<std::size_t>(AFParameterMap::slotRow(s, row))].store(
+                0.5f, std::memory_order_relaxed);
+        parameters[static_cast<std::size_t>(AFParameterMap::fxGain(s))].store(0.5f,
+                                                                              std::memory_order_relaxed);
     }
     nameParameters();
 
@@ -129,10 +132,10 @@ void AFUniClient::nameParameters() {
     for (int s = 0; s < kSlots; ++s) {
         for (int k = 0; k < KnobEngine::kParameterCount; ++k) {
             std::snprintf(text, sizeof(text), "FX%d %s", s + 1, KnobEngine::kRowNames[k]);
-            parameterNames[static_cast<std::size_t>(kSlotBlockStart + 29 * s + k)] = text;
+            parameterNames[static_cast<std::size_t>(AFParameterMap::slotRow(s, k))] = text;
         }
         std::snprintf(text, sizeof(text), "FX%d FX Gain", s + 1);
-        parameterNames[static_cast<std::size_t>(kFxGainStart + s)] = text;
+        parameterNames[static_cast<std::size_t>(AFParameterMap::fxGain(s))] = text;
     }
 }
 
@@ -214,9 +217,10 @@ void AFUniClient::getParameterDisplay(int32_t index, char* text) {
 
 bool AFUniClient::getParameterProperties(int32_t index, AFParameterProperties* properties) {
     if (index < 0 || index >= kHostParameters || properties == nullptr) return false;
-    const bool inSlot = index >= kSlotBlockStart && index < kFxGainStart;
     properties->flags =
-        inSlot && (index - kSlotBlockStart) % 29 == KnobEngine::kBypass ? kVstParameterIsSwitch : 0;
+        AFParameterMap::isSlotRow(index) && AFParameterMap::rowOf(index) == KnobEngine::kBypass
+            ? kVstParameterIsSwitch
+            : 0;
     std::snprintf(properties->label, sizeof(properties->label), "%s",
                   parameterNames[static_cast<std::size_t>(index)].c_str());
     properties->reserved = index == kDictator ? 3 : 0;
@@ -271,8 +275,8 @@ void AFUniClient::setParameter(int32_t index, float value) {
         return;
     }
     if (index >= kSlotBlockStart) {
-        const int slot = (index - kSlotBlockStart) / 29;
-        const int row = (index - kSlotBlockStart) % 29;
+        const int slot = AFParameterMap::slotOf(index);
+        const int row = AFParameterMap::rowOf(index);
         auto& engine = *slots[static_cast<std::size_t>(slot)];
         engine.parameterChanged(row);
         if (row >= KnobEngine::kLfoRateKA) engine.setModulatorKnobAmount(row - KnobEngine::kLfoRateKA, value);

@@ -9,6 +9,7 @@
 #include "engine/AFEventQueue.h"
 #include "engine/AFGlobalOptions.h"
 #include "engine/AFMidiBindings.h"
+#include "engine/AFParameterMap.h"
 #include "engine/AFProcessingOrder.h"
 #include "engine/KnobEngine.h"
 #include "host/AFPluginBase.h"
@@ -31,15 +32,16 @@ class AFEffect;
 // its transport tracking, the incoming MIDI queue and the master Dry/Wet.
 class AFUniClient : public AFPluginBase, public AFCommandPrepare {
 public:
-    static constexpr int kSlots = 8;
-    static constexpr int kHostParameters = 252;
-    static constexpr int kDictator = 8;
-    static constexpr int kDryWet = 9;
-    static constexpr int kRandomize = 10;
-    static constexpr int kSlotBlockStart = 12;
-    static constexpr int kFxGainStart = 244;
-    static constexpr int kAmountStart = 261;
-    static constexpr int kAmountEnd = 381; // 381 is guarded and unused
+    // The table's layout, from AFParameterMap.
+    static constexpr int kSlots = AFParameterMap::kSlots;
+    static constexpr int kHostParameters = AFParameterMap::kHostParameters;
+    static constexpr int kDictator = AFParameterMap::kDictator;
+    static constexpr int kDryWet = AFParameterMap::kDryWet;
+    static constexpr int kRandomize = AFParameterMap::kRandomize;
+    static constexpr int kSlotBlockStart = AFParameterMap::kSlotBlockStart;
+    static constexpr int kFxGainStart = AFParameterMap::kFxGainStart;
+    static constexpr int kAmountStart = AFParameterMap::kAmountStart;
+    static constexpr int kAmountEnd = AFParameterMap::kAmountEnd;
     static constexpr int kTriggerAllRows = 2000000;
     static constexpr int kSubBlock = 64;
     static constexpr int kMidiOutCapacity = 256;

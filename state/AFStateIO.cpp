@@ -17,8 +17,6 @@
 
 namespace {
 
-constexpr int kSlotRows = KnobEngine::kParameterCount;
-constexpr int kAmounts = KnobEngine::kAmountCount;
 constexpr int kNodes = AFDictator::kNodes;
 constexpr std::size_t kMaxNameLength = 255;
 
@@ -39,11 +37,11 @@ void report(const char* format, const char* argument) {
 }
 
 int slotRow(int slot, int row) {
-    return AFUniClient::kSlotBlockStart + kSlotRows * slot + row;
+    return AFParameterMap::slotRow(slot, row);
 }
 
 int amountIndex(int slot, int amount) {
-    return AFUniClient::kAmountStart + kAmounts * slot + amount;
+    return AFParameterMap::amount(slot, amount);
 }
 
 // A Dictator table as read, applied only once it is complete.
@@ -151,7 +149,7 @@ void AFStateIO::writeSlotRecord(AFUniClient& client, AFChunk& chunk, int slot) {
     }
     chunk.writeInt(engine.getQuantiseMode());
     chunk.writeString(client.presetNames[static_cast<std::size_t>(slot)].c_str());
-    chunk.writeFloat(client.getParameter(AFUniClient::kFxGainStart + slot));
+    chunk.writeFloat(client.getParameter(AFParameterMap::fxGain(slot)));
 }
 
 void AFStateIO::writeDictatorRows(AFUniClient& client, AFChunk& chunk) {
@@ -380,7 +378,7 @@ void AFStateIO::applySlotBody(AFUniClient& client, AFChunk& chunk, int slot, int
     if (name.size() > kMaxNameLength) name.resize(kMaxNameLength);
     client.presetNames[static_cast<std::size_t>(slot)] = name;
     const float volume = version >= kVolumeVersion ? clampUnit(chunk.readFloat()) : 0.5f;
-    client.setParameter(AFUniClient::kFxGainStart + slot, volume);
+    client.setParameter(AFParameterMap::fxGain(slot), volume);
 }
 
 void AFStateIO::readGlobalSection(AFUniClient& client, AFChunk& chunk, int32_t stateVersion) {

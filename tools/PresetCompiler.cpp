@@ -168,9 +168,7 @@ void PresetCompiler::applySlot(AFUniClient& client, int slot, const JsonValue& p
     AFEffect* effect = engine.getEffect();
     // Names first: some effects rename a knob with its option.
     const std::vector<std::string> names = effectParameterNames(*effect);
-    const auto row = [&](int r) {
-        return AFUniClient::kSlotBlockStart + KnobEngine::kParameterCount * slot + r;
-    };
+    const auto row = [&](int r) { return AFParameterMap::slotRow(slot, r); };
 
     if (const JsonValue* options = preset.find("options")) {
         if (!options->isObject()) fail(where + " options: object expected");
@@ -207,8 +205,7 @@ void PresetCompiler::applySlot(AFUniClient& client, int slot, const JsonValue& p
             if (!depths) continue;
             array(*depths, where + " modulation " + kSources[source], 5);
             for (int i = 0; i < 5; ++i)
-                client.setParameter(AFUniClient::kAmountStart + KnobEngine::kAmountCount * slot + 5 * source +
-                                        i,
+                client.setParameter(AFParameterMap::amount(slot, 5 * source + i),
                                     static_cast<float>(number(depths->items[static_cast<std::size_t>(i)],
                                                               where + " modulation depth", -1.0, 1.0)));
         }
@@ -218,7 +215,7 @@ void PresetCompiler::applySlot(AFUniClient& client, int slot, const JsonValue& p
     if (const JsonValue* mode = preset.find("quantise"))
         engine.setQuantiseMode(integer(*mode, where + " quantise", 0, KnobEngine::kQuantiseModes - 1));
     if (const JsonValue* volume = preset.find("volume"))
-        client.setParameter(AFUniClient::kFxGainStart + slot,
+        client.setParameter(AFParameterMap::fxGain(slot),
                             static_cast<float>(number(*volume, where + " volume", 0, 1)));
     if (const JsonValue* lfo = preset.find("lfo1")) applyLfo(*engine.getLfo(0), *lfo, where + " lfo1");
     if (const JsonValue* lfo = preset.find("lfo2")) applyLfo(*engine.getLfo(1), *lfo, where + " lfo2");

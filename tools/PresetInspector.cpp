@@ -449,8 +449,7 @@ std::string PresetInspector::describeSlot(AFUniClient& client, int slot) {
                       ", \"type\": " + std::to_string(type) +
                       ", \"name\": " + JsonValue::quote(client.getPresetName(slot)) + ", \"parameters\": {";
     for (int r = 0; r < KnobEngine::kParameterCount; ++r) {
-        const float value =
-            client.getParameter(AFUniClient::kSlotBlockStart + KnobEngine::kParameterCount * slot + r);
+        const float value = client.getParameter(AFParameterMap::slotRow(slot, r));
         out += (r ? ", " : "") + JsonValue::quote(KnobEngine::kRowNames[r]) + ": " + num(value);
     }
     out += "}, \"effectParameters\": [";
@@ -484,7 +483,7 @@ std::string PresetInspector::describeSlot(AFUniClient& client, int slot) {
     }
     out += "]}, \"mixLaw\": " + std::to_string(engine.getMixLaw()) +
            ", \"quantise\": " + std::to_string(engine.getQuantiseMode()) +
-           ", \"volume\": " + num(client.getParameter(AFUniClient::kFxGainStart + slot));
+           ", \"volume\": " + num(client.getParameter(AFParameterMap::fxGain(slot)));
     for (int l = 0; l < 2; ++l) {
         const AFLfo& lfo = *engine.getLfo(l);
         out += l ? ", \"lfo2\": " : ", \"lfo1\": ";
