@@ -1,14 +1,13 @@
 #include "engine/AFMidiBindings.h"
 
+#include "engine/AFAudioGate.h"
 #include "engine/AFMessageSink.h"
 #include "host/AFPluginTypes.h"
 #include "state/AFChunk.h"
 
-#include <chrono>
 #include <cstdio>
 #include <limits>
 #include <memory>
-#include <thread>
 
 namespace {
 
@@ -135,24 +134,21 @@ bool AFMidiBindings::isBindable(int32_t parameter) noexcept {
 
 // ---- Audio gate -------------------------------------------------------------------------------------------
 
-void AFMidiBindings::attachAudioGate(std::atomic<bool>* blocked,
-                                     const std::atomic<bool>* inProcess) noexcept {
-    gateBlocked = blocked;
-    gateInProcess = inProcess;
+bool AFMidiBindings::holdAudio() noexcept {
+    if (audioGate == nullptr) return true;
+    audioGate->turn().lock();
+    if (audioGate->holdWithin(kWaitSleeps)) return true;
+    ++strandedHolds;
+    audioGate->turn().unlock();
+    return false;
 }
 
-bool AFMidiBindings::holdAudio() const noexcept {
-    if (gateBlocked == nullptr || gateInProcess == nullptr) return true;
-    gateBlocked->store(true);
-    for (int sleeps = 0; gateInProcess->load(); ++sleeps) {
-        if (sleeps == kWaitSleeps) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
-
-void AFMidiBindings::releaseAudio() const noexcept {
-    if (gateBlocked != nullptr) gateBlocked->store(false);
+void AFMidiBindings::releaseAudio() noexcept {
+    if (audioGate == nullptr) return;
+    for (; strandedHolds > 0; --strandedHolds)
+        audioGate->release();
+    audioGate->release();
+    audioGate->turn().unlock();
 }
 
 // ---- Learn (audio thread) ---------------------------------------------------------------------------------

@@ -5,12 +5,13 @@
 #include <cstdint>
 #include <string>
 
+class AFAudioGate;
 class AFChunk;
 
 // Which parameters each MIDI source drives: a list per controller number, a list per note and one list for
 // channel aftertouch. Every list has a fixed capacity, so the audio thread reads them without allocating, and
 // each word is atomic, so a reader racing an edit sees only indices that were really bound. Edits from other
-// threads hold the audio off first (the blocked flag) or raise the CC table busy flag.
+// threads take their turn at the client's audio gate and hold the audio off, or raise the CC table busy flag.
 class AFMidiBindings {
 public:
     static constexpr int kSources = 128;
@@ -51,7 +52,7 @@ public:
     AFMidiBindings& operator=(const AFMidiBindings&) = delete;
 
     // Construction thread: the client's audio gate. Without it (a map being loaded, a test) edits are direct.
-    void attachAudioGate(std::atomic<bool>* blocked, const std::atomic<bool>* inProcess) noexcept;
+    void attachAudioGate(AFAudioGate* gate) noexcept { audioGate = gate; }
 
     // Audio thread reads.
     const IndexList& controllers(int cc) const noexcept { return cc_[static_cast<std::size_t>(cc & 0x7F)]; }
@@ -76,7 +77,7 @@ public:
     bool addNoteBinding(int note, int32_t parameter);
     bool addAftertouchBinding(int32_t parameter);
     // Takes the parameter out of every list. Waits at most 499 ms for the audio; when that runs out it
-    // returns false and leaves the blocked flag set, so the audio stays off until the next edit succeeds.
+    // returns false and keeps its hold of the gate, so the audio stays off until the next edit succeeds.
     bool removeParameter(int32_t parameter);
     // The controller the parameter is bound to, or -1.
     int controllerFor(int32_t parameter) const noexcept;
@@ -105,9 +106,10 @@ public:
     static bool isBindable(int32_t parameter) noexcept;
 
 private:
-    // Holds the audio off for an edit; false when the wait ran out (the blocked flag then stays set).
-    bool holdAudio() const noexcept;
-    void releaseAudio() const noexcept;
+    // Takes the turn and holds the audio off for an edit; false when the wait ran out (the hold then stays
+    // until an edit gets through).
+    bool holdAudio() noexcept;
+    void releaseAudio() noexcept;
     void removeFromNotes(int32_t parameter) noexcept;
     void removeFromControllers(int32_t parameter) noexcept;
 
@@ -117,6 +119,7 @@ private:
     std::atomic<int> learnTarget{kNoTarget};
     std::atomic<bool> ccBusy{false};
     std::atomic<bool> loading{false};
-    std::atomic<bool>* gateBlocked = nullptr;
-    const std::atomic<bool>* gateInProcess = nullptr;
+    AFAudioGate* audioGate = nullptr;
+    // Holds left by edits whose wait ran out.
+    int strandedHolds = 0;
 };

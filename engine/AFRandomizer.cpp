@@ -38,9 +38,9 @@ void AFRandomizer::randomize(AFUniClient& client, const std::string& contentPath
         const auto start = std::min(
             static_cast<std::size_t>(AFRandom::next() * static_cast<float>(files.size())), files.size() - 1);
         // The FX Gain belongs to the mix the user made, not to the drawn sound.
-        const float gain = client.getParameter(AFUniClient::kFxGainStart + slot);
+        const float gain = client.getParameter(AFParameterMap::fxGain(slot));
         for (std::size_t i = start; i < files.size(); ++i)
             if (client.loadPreset(folder + files[i], slot, true)) break;
-        client.setParameter(AFUniClient::kFxGainStart + slot, gain);
+        client.setParameter(AFParameterMap::fxGain(slot), gain);
     }
 }

@@ -6,9 +6,9 @@
 #include "engine/AFCommandParameter.h"
 #include "engine/AFCommandRememberChunk.h"
 #include "engine/AFDenormalGuard.h"
+#include "engine/AFGlobalSettings.h"
 #include "engine/AFRandom.h"
 #include "engine/AFRandomizer.h"
-#include "state/AFGlobalSettings.h"
 #include "state/AFStateIO.h"
 
 #include <algorithm>
@@ -19,17 +19,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <thread>
 
 namespace {
-
-constexpr const char* kSlotRowNames[KnobEngine::kParameterCount] = {
-    "Parameter 1",     "Parameter 2",     "Parameter 3",     "Parameter 4",     "Dry Wet",
-    "Bypass",          "Param1 Knob Amt", "Param2 Knob Amt", "Param3 Knob Amt", "Param4 Knob Amt",
-    "DryWet Knob Amt", "Lfo Rate",        "Lfo Phase",       "Lfo Amount",      "EF Attack",
-    "EF Relese",       "EF Amount",       "Lfo2 Rate",       "Lfo2 Phase",      "Lfo2 Amount",
-    "Lfo Rate KA",     "Lfo Phase KA",    "Lfo Amount KA",   "EF Attack KA",    "EF Release KA",
-    "EF Amount KA",    "Lfo2 Rate KA",    "Lfo2 Phase KA",   "Lfo2 Amount KA"};
 
 constexpr int32_t kTimeFilter = 7682; // transport, ppq, tempo, bars, cycle
 constexpr int kNoBoundary = 10000000;
@@ -84,13 +75,15 @@ AFUniClient::AFUniClient(AFHostCallback callback, void* user)
         const auto ss = static_cast<std::size_t>(s);
         presetNames[ss] = "Default";
         lastSentControls[ss] = 0.0f;
-        processingOrder[ss] = -1;
         slots[ss] =
-            std::make_unique<KnobEngine>(&systemInfo, this, s, &parameters[ss * 29 + kSlotBlockStart],
+            std::make_unique<KnobEngine>(&systemInfo, gate, options, processingOrder, s,
+                                         &parameters[static_cast<std::size_t>(AFParameterMap::slotRow(s, 0))],
                                          &modulationAmounts[ss * KnobEngine::kAmountCount], &parameters[ss]);
         for (int row = KnobEngine::kParam1KnobAmt; row <= KnobEngine::kDryWetKnobAmt; ++row)
-            parameters[kSlotBlockStart + 29 * s + row].store(0.5f, std::memory_order_relaxed);
-        parameters[static_cast<std::size_t>(kFxGainStart + s)].store(0.5f, std::memory_order_relaxed);
+            parameters[static_cast<std::size_t>(AFParameterMap::slotRow(s, row))].store(
+                0.5f, std::memory_order_relaxed);
+        parameters[static_cast<std::size_t>(AFParameterMap::fxGain(s))].store(0.5f,
+                                                                              std::memory_order_relaxed);
     }
     nameParameters();
 
@@ -111,7 +104,7 @@ AFUniClient::AFUniClient(AFHostCallback callback, void* user)
     contentPaths.runFirstUse();
 
     // 11. The default MIDI map.
-    midiBindings.attachAudioGate(&blocked, &inProcess);
+    midiBindings.attachAudioGate(&gate);
     loadDefaultMidiMap();
 
     // 12. The shared generator, from the clock.
@@ -138,11 +131,11 @@ void AFUniClient::nameParameters() {
     char text[kHostTextSize];
     for (int s = 0; s < kSlots; ++s) {
         for (int k = 0; k < KnobEngine::kParameterCount; ++k) {
-            std::snprintf(text, sizeof(text), "FX%d %s", s + 1, kSlotRowNames[k]);
-            parameterNames[static_cast<std::size_t>(kSlotBlockStart + 29 * s + k)] = text;
+            std::snprintf(text, sizeof(text), "FX%d %s", s + 1, KnobEngine::kRowNames[k]);
+            parameterNames[static_cast<std::size_t>(AFParameterMap::slotRow(s, k))] = text;
         }
         std::snprintf(text, sizeof(text), "FX%d FX Gain", s + 1);
-        parameterNames[static_cast<std::size_t>(kFxGainStart + s)] = text;
+        parameterNames[static_cast<std::size_t>(AFParameterMap::fxGain(s))] = text;
     }
 }
 
@@ -177,6 +170,7 @@ intptr_t AFUniClient::vendorSpecific(int32_t, intptr_t, void*, float) {
 }
 
 int32_t AFUniClient::getChunk(void** data, bool) {
+    const AFAudioGate::Reader turn(gate);
     writeState(hostChunk, -1);
     hostImage = hostChunk.toBytes();
     *data = hostImage.data();
@@ -185,6 +179,7 @@ int32_t AFUniClient::getChunk(void** data, bool) {
 
 int32_t AFUniClient::setChunk(void* data, int32_t byteSize, bool) {
     if (data == nullptr || byteSize <= 0) return 1;
+    const AFAudioGate::Reader turn(gate);
     AFChunk image;
     if (image.loadBytes(data, static_cast<std::size_t>(byteSize), true)) readState(image, -1, true);
     // The held chunk mirrors what was just loaded, so an unchanged get chunk still returns a valid image.
@@ -222,9 +217,10 @@ void AFUniClient::getParameterDisplay(int32_t index, char* text) {
 
 bool AFUniClient::getParameterProperties(int32_t index, AFParameterProperties* properties) {
     if (index < 0 || index >= kHostParameters || properties == nullptr) return false;
-    const bool inSlot = index >= kSlotBlockStart && index < kFxGainStart;
     properties->flags =
-        inSlot && (index - kSlotBlockStart) % 29 == KnobEngine::kBypass ? kVstParameterIsSwitch : 0;
+        AFParameterMap::isSlotRow(index) && AFParameterMap::rowOf(index) == KnobEngine::kBypass
+            ? kVstParameterIsSwitch
+            : 0;
     std::snprintf(properties->label, sizeof(properties->label), "%s",
                   parameterNames[static_cast<std::size_t>(index)].c_str());
     properties->reserved = index == kDictator ? 3 : 0;
@@ -279,8 +275,8 @@ void AFUniClient::setParameter(int32_t index, float value) {
         return;
     }
     if (index >= kSlotBlockStart) {
-        const int slot = (index - kSlotBlockStart) / 29;
-        const int row = (index - kSlotBlockStart) % 29;
+        const int slot = AFParameterMap::slotOf(index);
+        const int row = AFParameterMap::rowOf(index);
         auto& engine = *slots[static_cast<std::size_t>(slot)];
         engine.parameterChanged(row);
         if (row >= KnobEngine::kLfoRateKA) engine.setModulatorKnobAmount(row - KnobEngine::kLfoRateKA, value);
@@ -369,17 +365,13 @@ void AFUniClient::applyDictator(float value) {
 // ---- Slots ------------------------------------------------------------------------------------------------
 
 void AFUniClient::lockAudioThread() {
-    lockDepth.fetch_add(1);
-    blocked.store(true);
-    while (inProcess.load())
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    gate.turn().lock();
+    gate.hold();
 }
 
 void AFUniClient::unlockAudioThread() {
-    if (lockDepth.fetch_sub(1) <= 1) {
-        lockDepth.store(0);
-        blocked.store(false);
-    }
+    gate.release();
+    gate.turn().unlock();
 }
 
 void AFUniClient::setSlotEffect(int slot, int typeId) {
@@ -393,6 +385,7 @@ void AFUniClient::randomize(const std::string& contentPath) {
 
 void AFUniClient::setSlotOption(int slot, int option, int value) {
     if (slot < 0 || slot >= kSlots || option < 0 || option > 3) return;
+    const AFAudioGate::Reader turn(gate); // the effect stays while its option is written
     slots[static_cast<std::size_t>(slot)]->getEffect()->setOption(option, value);
 }
 
@@ -402,22 +395,13 @@ AFEffect* AFUniClient::slotEffect(int slot) const {
 }
 
 void AFUniClient::setDynamicSignalFlow(bool on, bool holdAudio) {
+    const AFAudioGate::Reader turn(gate);
     if (holdAudio) lockAudioThread();
     options.dynamicSigFlow.store(on);
-    processingOrder.fill(-1);
+    processingOrder.clear();
     for (auto& slot : slots)
         slot->restartThroughQuantiser();
     if (holdAudio) unlockAudioThread();
-}
-
-void AFUniClient::removeFromOrder(int slot) noexcept {
-    for (int i = 0; i < kSlots; ++i) {
-        if (processingOrder[static_cast<std::size_t>(i)] != slot) continue;
-        for (int j = i + 1; j < kSlots; ++j)
-            processingOrder[static_cast<std::size_t>(j - 1)] = processingOrder[static_cast<std::size_t>(j)];
-        processingOrder[kSlots - 1] = -1;
-        return;
-    }
 }
 
 int AFUniClient::runQuantiser() noexcept {
@@ -436,10 +420,7 @@ int AFUniClient::runQuantiser() noexcept {
         if (pending == 0) continue;
         if (slot->isArmed() && !slot->isRunning()) {
             slot->start();
-            if (dynamic) {
-                const auto free = std::find(processingOrder.begin(), processingOrder.end(), -1);
-                if (free != processingOrder.end()) *free = slot->getIndex();
-            }
+            if (dynamic) processingOrder.append(slot->getIndex());
         } else if (pending != -1) {
             continue;
         } else {
@@ -454,7 +435,7 @@ void AFUniClient::runSlots(float* left, float* right, int frames) noexcept {
     const bool dynamic = options.dynamicSigFlow.load(std::memory_order_relaxed);
     int i = 0;
     while (i < kSlots) {
-        const int s = dynamic ? processingOrder[static_cast<std::size_t>(i)] : i;
+        const int s = dynamic ? processingOrder.at(i) : i;
         if (s < 0 || !slots[static_cast<std::size_t>(s)]->isRunning()) {
             ++i;
             continue;
@@ -476,12 +457,10 @@ int32_t AFUniClient::processEvents(AFEvents* events) {
         const int data1 = event.midiData[1] & 0x7F;
         const int data2 = event.midiData[2] & 0x7F;
         int32_t type = 0;
-        if (status == 0x90 && data2 == 0)
+        if (status == 0x80 || (status == 0x90 && data2 == 0))
             type = kNoteOff;
         else if (status == 0x90)
             type = kNoteOn;
-        else if (status == 0x80)
-            type = kNoteOff;
         else if (status == 0xB0 && data1 == 123 && channel == 0)
             type = kAllNotesOff;
         else if (status == 0xB0 && !midiBindings.isCcBusy())
@@ -645,12 +624,7 @@ void AFUniClient::applyMasterMix(float* left, float* right, int n) noexcept {
 }
 
 void AFUniClient::processReplacing(float** inputs, float** outputs, int32_t sampleFrames) {
-    if (blocked.load()) return;
-    inProcess.store(true);
-    if (blocked.load()) { // a lock taken between the two loads wins
-        inProcess.store(false);
-        return;
-    }
+    if (!gate.enter()) return;
     const AFDenormalGuard denormals;
     const int n = std::max(sampleFrames, 0);
     float* outL = outputs[0];
@@ -743,12 +717,13 @@ void AFUniClient::processReplacing(float** inputs, float** outputs, int32_t samp
     // 5. Master Dry/Wet and MIDI out.
     applyMasterMix(outL, outR, n);
     sendMidiOut();
-    inProcess.store(false);
+    gate.leave();
 }
 
 // ---- State and presets ------------------------------------------------------------------------------------
 
 void AFUniClient::writeState(AFChunk& chunk, int slot) {
+    const AFAudioGate::Reader turn(gate); // no effect is freed under the writer
     AFStateIO::writeState(*this, chunk, slot);
 }
 

@@ -2,12 +2,15 @@
 
 #include "effects/framework/AFBpmListenerList.h"
 #include "effects/framework/AFSystemInfo.h"
+#include "engine/AFAudioGate.h"
 #include "engine/AFCommandHistory.h"
 #include "engine/AFCommandPrepare.h"
 #include "engine/AFDictator.h"
 #include "engine/AFEventQueue.h"
 #include "engine/AFGlobalOptions.h"
 #include "engine/AFMidiBindings.h"
+#include "engine/AFParameterMap.h"
+#include "engine/AFProcessingOrder.h"
 #include "engine/KnobEngine.h"
 #include "host/AFPluginBase.h"
 #include "state/AFChunk.h"
@@ -29,15 +32,16 @@ class AFEffect;
 // its transport tracking, the incoming MIDI queue and the master Dry/Wet.
 class AFUniClient : public AFPluginBase, public AFCommandPrepare {
 public:
-    static constexpr int kSlots = 8;
-    static constexpr int kHostParameters = 252;
-    static constexpr int kDictator = 8;
-    static constexpr int kDryWet = 9;
-    static constexpr int kRandomize = 10;
-    static constexpr int kSlotBlockStart = 12;
-    static constexpr int kFxGainStart = 244;
-    static constexpr int kAmountStart = 261;
-    static constexpr int kAmountEnd = 381; // 381 is guarded and unused
+    // The table's layout, from AFParameterMap.
+    static constexpr int kSlots = AFParameterMap::kSlots;
+    static constexpr int kHostParameters = AFParameterMap::kHostParameters;
+    static constexpr int kDictator = AFParameterMap::kDictator;
+    static constexpr int kDryWet = AFParameterMap::kDryWet;
+    static constexpr int kRandomize = AFParameterMap::kRandomize;
+    static constexpr int kSlotBlockStart = AFParameterMap::kSlotBlockStart;
+    static constexpr int kFxGainStart = AFParameterMap::kFxGainStart;
+    static constexpr int kAmountStart = AFParameterMap::kAmountStart;
+    static constexpr int kAmountEnd = AFParameterMap::kAmountEnd;
     static constexpr int kTriggerAllRows = 2000000;
     static constexpr int kSubBlock = 64;
     static constexpr int kMidiOutCapacity = 256;
@@ -120,10 +124,12 @@ public:
     int getSelectedContentIndex() const noexcept { return selectedContentIndex; }
     void setSelectedContentIndex(int index) noexcept { selectedContentIndex = index; }
 
-    // Holds the audio thread off: sets the blocked flag and waits for a running block to end. Nested holds
-    // release the audio only at the outermost unlock. Any thread but the audio thread.
+    // Takes the writers' turn and holds the audio thread off, waiting for a running block to end. Holds nest
+    // and count across threads: the audio runs again at the last unlock. Any thread but the audio thread.
     void lockAudioThread();
     void unlockAudioThread();
+    // The gate every writer of slot structure goes through, and readers of it off the audio thread.
+    AFAudioGate& getAudioGate() noexcept { return gate; }
 
     // Any thread but the audio thread: the effect of a slot, by catalogue id.
     void setSlotEffect(int slot, int typeId);
@@ -142,7 +148,7 @@ public:
     const AFSystemInfo& getSystemInfo() const noexcept { return systemInfo; }
     double getPosition() const noexcept { return position; }
     float getMasterMix() const noexcept { return masterMix; }
-    int getProcessingOrder(int i) const noexcept { return processingOrder[static_cast<std::size_t>(i)]; }
+    int getProcessingOrder(int i) const noexcept { return processingOrder.at(i); }
     float getModulationAmount(int slot, int amount) const noexcept;
     const std::string& getPresetName(int slot) const { return presetNames[static_cast<std::size_t>(slot)]; }
     // Editor requests raised by the engine and polled by the editor's timer.
@@ -178,8 +184,8 @@ public:
     int getEditorState(int id) const noexcept;
     void setEditorState(int id, int value) noexcept;
 
-    // Audio thread, from a slot that ended: takes it out of the processing order.
-    void removeFromOrder(int slot) noexcept;
+    // Audio thread, or with the audio held off: takes a slot that ended out of the processing order.
+    void removeFromOrder(int slot) noexcept { processingOrder.remove(slot); }
 
     // MIDI bindings. GUI thread: the editor's learn target (-1 = none) and binding edits; see AFMidiBindings
     // for which edits hold the audio off.
@@ -228,7 +234,7 @@ private:
     std::array<float, 128> ccValues{};
     AFMidiBindings midiBindings;
     AFGlobalOptions options;
-    std::array<int, kSlots> processingOrder{};
+    AFProcessingOrder processingOrder;
     std::unique_ptr<float[]> dryLeft;
     std::unique_ptr<float[]> dryRight;
     int dryCapacity = 0;
@@ -247,9 +253,7 @@ private:
     // The engine's own count of the position in quarters. Kept in double so that long sessions still land on
     // the grid to the sample; the float copy in the timing record is what effects read.
     double position = 0.0;
-    std::atomic<bool> inProcess{false};
-    std::atomic<bool> blocked{false};
-    std::atomic<int> lockDepth{0};
+    AFAudioGate gate;
     std::atomic<bool> dryWetLock{false};
     std::string dictatorPresetName;
     int selectedContentIndex = 0;

@@ -1,73 +1,34 @@
 #include "engine/KnobEngine.h"
 
+#include "effects/framework/AFBPMChangeInterface.h"
+#include "effects/framework/AFBpmListenerList.h"
 #include "effects/framework/AFEffect.h"
 #include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/ClampUnit.h"
 #include "effects/framework/EffectFactory.h"
-#include "engine/AFUniClient.h"
+#include "engine/AFAudioGate.h"
+#include "engine/AFGlobalOptions.h"
+#include "engine/AFProcessingOrder.h"
 #include "modulation/AFEnvFollower.h"
 #include "modulation/AFLfo.h"
 #include "modulation/ControlCurveBank.h"
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 namespace {
 
 constexpr double kGainSnap = 1e-8;
 constexpr double kGridQuarters[KnobEngine::kQuantiseModes] = {0.0, 0.25, 0.5, 1.0, 2.0, 4.0};
 
-float clip01(float v) noexcept {
-    return v < 0.0f ? 0.0f : (v > 1.0f ? 1.0f : v);
-}
-
-// Per-type overrides of the slot defaults.
-struct Override {
-    int type;
-    int quantise; // -1: keep 0
-    void (*apply)(std::atomic<float>* p, std::atomic<float>* amounts, AFEffect* effect);
-};
-
-void set(std::atomic<float>* p, int row, float v) {
-    p[row].store(v, std::memory_order_relaxed);
-}
-
-constexpr Override kOverrides[] = {
-    {1, 2, [](auto p, auto, auto) { set(p, 7, 0.2f); }},
-    {2, 2, [](auto p, auto, auto) { set(p, 9, 0.2f); }},
-    {4, -1, [](auto p, auto, auto) { set(p, 9, 0.6f); }},
-    {5, -1, [](auto p, auto, auto) { set(p, 0, 0.4f); }},
-    {7, -1, [](auto p, auto, auto) { set(p, 6, 0.8f), set(p, 7, 0.79f); }},
-    {8, -1, [](auto p, auto, auto) { set(p, 6, 0.8f); }},
-    {9, 2, [](auto p, auto, auto) { set(p, 8, 0.8f); }},
-    {11, -1, [](auto p, auto, auto) { set(p, 4, 0.5f); }},
-    {12, 2, [](auto p, auto, auto) { set(p, 8, 0.6f); }},
-    {13, -1, [](auto p, auto, auto) { set(p, 4, 0.2f), set(p, 10, 0.8f); }},
-    {14, -1, [](auto p, auto a, auto) { set(p, 11, 0.35f), set(a, 0, 1.0f); }},
-    {16, 2, [](auto p, auto, auto) { set(p, 7, 1.0f); }},
-    {17, 2, [](auto p, auto, auto) { set(p, 9, 0.2f); }},
-    {18, -1, [](auto p, auto, auto) { set(p, 2, 0.0f), set(p, 8, 0.99f); }},
-    {19, -1, [](auto p, auto, auto) { set(p, 4, 0.5f), set(p, 7, 0.8f); }},
-    {20, -1, [](auto p, auto, auto) { set(p, 4, 0.25f); }},
-    {21, -1, [](auto p, auto, auto) { set(p, 4, 0.5f); }},
-    {22, -1, [](auto p, auto, auto) { set(p, 9, 0.75f); }},
-    {23, -1, [](auto p, auto, auto) { set(p, 6, 0.8f), set(p, 8, 0.8f); }},
-    {24, -1, [](auto p, auto, auto e) { e->setOption(2, 1), set(p, 6, 1.0f); }},
-    {25, 2, [](auto p, auto, auto) { set(p, 8, 0.9f); }},
-    {26, -1, [](auto p, auto, auto) { set(p, 0, 0.5f), set(p, 4, 0.1f), set(p, 10, 0.8f); }},
-    {27, -1,
-     [](auto p, auto a, auto) {
-         set(p, 11, 0.35f), set(p, 12, 0.5f), set(p, 13, 0.08f), set(p, 6, 0.12f), set(p, 9, 0.4f);
-         set(a, 0, 1.0f), set(a, 1, 1.0f);
-     }},
-};
-
 } // namespace
 
-KnobEngine::KnobEngine(AFSystemInfo* systemInfo, AFUniClient* owner, int slotIndex,
-                       std::atomic<float>* params, std::atomic<float>* modulationAmounts,
-                       std::atomic<float>* mainControl)
-    : system(systemInfo), client(owner), parameters(params), amounts(modulationAmounts), control(mainControl),
-      index(slotIndex) {
+KnobEngine::KnobEngine(AFSystemInfo* systemInfo, AFAudioGate& audioGate, const AFGlobalOptions& globalOptions,
+                       AFProcessingOrder& chainOrder, int slotIndex, std::atomic<float>* params,
+                       std::atomic<float>* modulationAmounts, std::atomic<float>* mainControl)
+    : system(systemInfo), gate(audioGate), options(globalOptions), order(chainOrder), parameters(params),
+      amounts(modulationAmounts), control(mainControl), index(slotIndex) {
     effect = EffectFactory::create(system, EffectFactory::kFirstSlotEffect);
     lfo1 = std::make_unique<AFLfo>(system);
     lfo2 = std::make_unique<AFLfo>(system);
@@ -76,6 +37,12 @@ KnobEngine::KnobEngine(AFSystemInfo* systemInfo, AFUniClient* owner, int slotInd
 }
 
 KnobEngine::~KnobEngine() = default;
+
+int KnobEngine::rowByName(const char* name) noexcept {
+    for (int row = 0; row < kParameterCount; ++row)
+        if (std::strcmp(kRowNames[static_cast<std::size_t>(row)], name) == 0) return row;
+    return -1;
+}
 
 int KnobEngine::getEffectType() const noexcept {
     return static_cast<int>(effect->getEffectType());
@@ -137,13 +104,15 @@ void KnobEngine::applyDefaults() {
 
     for (int i = 0; i < kAmountCount; ++i)
         amounts[i].store(0.0f, std::memory_order_relaxed);
-    int quantise = 0;
-    for (const auto& o : kOverrides) {
-        if (o.type != getEffectType()) continue;
-        o.apply(parameters, amounts, effect.get());
-        quantise = std::max(o.quantise, 0);
-    }
-    quantiseMode.store(quantise, std::memory_order_relaxed);
+    // What the effect's own entry changes of these. Every slot effect comes from the catalogue.
+    const AFEffectDescriptor& entry = *effect->getDescriptor();
+    for (const AFSlotDefault& d : entry.slotDefaults)
+        if (const int row = rowByName(d.row); row >= 0) setParameterRow(row, d.value);
+    for (const AFAmountDefault& d : entry.amountDefaults)
+        amounts[d.source * 5 + d.target].store(d.value, std::memory_order_relaxed);
+    for (const AFOptionDefault& d : entry.optionDefaults)
+        effect->setOption(d.option, d.value);
+    quantiseMode.store(entry.quantise, std::memory_order_relaxed);
     mixLaw.store(1, std::memory_order_relaxed);
     for (int j = 0; j < kModulatorCount; ++j)
         setModulatorKnobAmount(j, parameter(kLfoRateKA + j));
@@ -151,22 +120,48 @@ void KnobEngine::applyDefaults() {
 
 void KnobEngine::setEffect(int type) {
     if (type == getEffectType()) return;
-    auto replacement = EffectFactory::create(system, type);
+    const bool prepared = spare && static_cast<int>(spare->getEffectType()) == type;
+    const bool activated = prepared && spareActivated;
+    auto replacement = prepared ? std::move(spare) : EffectFactory::create(system, type);
     if (!replacement) return; // never hand a slot an id without a class
-    client->lockAudioThread();
+    if (deferring) retired.reserve(retired.size() + 1);
+    const AFAudioGate::Writer writer(gate);
+    if (deferring) retired.push_back(std::move(effect));
     effect = std::move(replacement);
     applyDefaults();
     parameterChanged(kParameter1);
-    if (isRunning()) effect->activate();
+    if (isRunning() && !activated) effect->activate();
     for (auto& d : dirty)
         d.store(1, std::memory_order_relaxed);
-    client->unlockAudioThread();
+}
+
+void KnobEngine::prepareEffect(int type) {
+    dropRetired();
+    if (type == getEffectType()) return;
+    spare = EffectFactory::create(system, type);
+    // Started here when the slot runs, unless the slot's defaults set an option first: the swap then starts
+    // it as it would have. A slot that stops before the swap starts it again when it next runs.
+    spareActivated = spare && isRunning() && spare->getDescriptor()->optionDefaults.empty();
+    if (spareActivated) spare->activate();
+}
+
+void KnobEngine::dropRetired() {
+    if (spare) retired.push_back(std::move(spare));
+    if (retired.empty()) return;
+    // Only the tempo listeners still reach an effect that left its slot. Once out of them it is freed while
+    // the audio runs.
+    if (system->bpmListeners != nullptr) {
+        const AFAudioGate::Writer writer(gate);
+        for (const auto& old : retired)
+            if (auto* listener = dynamic_cast<AFBPMChangeInterface*>(old.get()))
+                system->bpmListeners->remove(listener);
+    }
+    retired.clear();
 }
 
 void KnobEngine::controlMoved(float value) {
     std::array<float, ControlCurveBank::kCurveCount> bank{};
-    ControlCurveBank::compute(value, client->getOptions().threshold.load(std::memory_order_relaxed),
-                              bank.data());
+    ControlCurveBank::compute(value, options.threshold.load(std::memory_order_relaxed), bank.data());
     for (std::size_t i = 0; i < bank.size(); ++i)
         curves[i].store(bank[i], std::memory_order_relaxed);
     for (int i = 0; i < 5; ++i)
@@ -175,7 +170,6 @@ void KnobEngine::controlMoved(float value) {
 }
 
 void KnobEngine::applyGate(float value) {
-    const auto& options = client->getOptions();
     const float t = options.threshold.load(std::memory_order_relaxed);
     const float upper = options.offOnTop.load(std::memory_order_relaxed) ? 1.0f - t : 2.0f;
     if (t < value && value < upper)
@@ -248,8 +242,8 @@ void KnobEngine::updateModulators() noexcept {
         const float curve =
             curves[static_cast<std::size_t>(modulatorCurves[jj].load(std::memory_order_relaxed))].load(
                 std::memory_order_relaxed);
-        v[jj] = clip01(parameter(kLfoRate + j) +
-                       modulatorKnobAmounts[jj].load(std::memory_order_relaxed) * curve);
+        v[jj] = clampUnit(parameter(kLfoRate + j) +
+                          modulatorKnobAmounts[jj].load(std::memory_order_relaxed) * curve);
     }
     lfo1Rate = v[0], lfo1Phase = v[1], lfo1Amount = v[2];
     envelopeAttack = v[3], envelopeRelease = v[4], envelopeAmount = v[5];
@@ -271,7 +265,7 @@ void KnobEngine::recomputeEffective(int i) noexcept {
                         amounts[10 + i].load(std::memory_order_relaxed) * lfo2Output +
                         amounts[5 + i].load(std::memory_order_relaxed) * envelopeOutput * 2.0f +
                         curve * (parameter(kParam1KnobAmt + i) * 2.0f - 1.0f) + parameter(kParameter1 + i);
-    effective[ii] = clip01(value);
+    effective[ii] = clampUnit(value);
 }
 
 bool KnobEngine::controlTick() noexcept {
@@ -368,7 +362,7 @@ bool KnobEngine::process(float* signalLeft, float* signalRight, int frames) noex
             chunk = std::min(k, tickCountdown);
             envelope->analyze(signalLeft, signalRight, chunk);
             if (!controlTick()) {
-                client->removeFromOrder(index);
+                order.remove(index);
                 return false;
             }
             effect->controlTick();

@@ -4,12 +4,15 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
+class AFAudioGate;
 class AFEffect;
+class AFProcessingOrder;
+struct AFGlobalOptions;
 class AFEnvFollower;
 class AFLfo;
 class AFSystemInfo;
-class AFUniClient;
 
 // One effect slot: an effect, its main control, two LFOs and an envelope follower, and the logic that starts,
 // stops and mixes the effect into the serial chain.
@@ -40,10 +43,22 @@ public:
         kLfo2Amount = 19,
         kLfoRateKA = 20,
     };
+    // The rows' names, as the host table shows them after "FXn ".
+    static constexpr std::array<const char*, kParameterCount> kRowNames{
+        "Parameter 1",     "Parameter 2",     "Parameter 3",     "Parameter 4",     "Dry Wet",
+        "Bypass",          "Param1 Knob Amt", "Param2 Knob Amt", "Param3 Knob Amt", "Param4 Knob Amt",
+        "DryWet Knob Amt", "Lfo Rate",        "Lfo Phase",       "Lfo Amount",      "EF Attack",
+        "EF Relese",       "EF Amount",       "Lfo2 Rate",       "Lfo2 Phase",      "Lfo2 Amount",
+        "Lfo Rate KA",     "Lfo Phase KA",    "Lfo Amount KA",   "EF Attack KA",    "EF Release KA",
+        "EF Amount KA",    "Lfo2 Rate KA",    "Lfo2 Phase KA",   "Lfo2 Amount KA"};
+    // Any thread: the row of a name, -1 when none.
+    static int rowByName(const char* name) noexcept;
 
     // Construction, on the host thread. `parameters` points at the slot's 29 host parameters, `amounts` at
-    // its 15 modulation amounts, `control` at its main control, all inside the client's table.
-    KnobEngine(AFSystemInfo* system, AFUniClient* client, int index, std::atomic<float>* parameters,
+    // its 15 modulation amounts, `control` at its main control, all inside the client's table. The gate, the
+    // options and the chain order are the client's.
+    KnobEngine(AFSystemInfo* system, AFAudioGate& gate, const AFGlobalOptions& options,
+               AFProcessingOrder& order, int index, std::atomic<float>* parameters,
                std::atomic<float>* amounts, std::atomic<float>* control);
     virtual ~KnobEngine();
     KnobEngine(const KnobEngine&) = delete;
@@ -61,6 +76,14 @@ public:
 
     // Any thread: swaps the effect, holding the audio off while it does. Ids without a class are ignored.
     void setEffect(int type);
+    // Any thread, in the writers' turn: builds an effect ahead of a state load, taken by the next setEffect
+    // to its type instead of one built (and started, in a running slot) while the audio waits.
+    void prepareEffect(int type);
+    // Any thread, in the writers' turn: while on, setEffect keeps the effects it replaces instead of freeing
+    // them under the hold it runs in; dropRetired frees them, each under a short hold of its own (an effect
+    // leaves the tempo listeners as it goes), together with an offered effect nobody took.
+    void deferFrees(bool on) { deferring = on; }
+    void dropRetired();
     // Any thread: the main control moved to `value`; recomputes the curve bank and marks the swept values.
     void controlMoved(float value);
     // Any thread: the Control gate, applied when a Control's value changes.
@@ -121,7 +144,13 @@ private:
 
     AFSystemInfo* system;
     std::unique_ptr<AFEffect> effect;
-    AFUniClient* client;
+    std::unique_ptr<AFEffect> spare;
+    bool spareActivated = false;
+    std::vector<std::unique_ptr<AFEffect>> retired;
+    bool deferring = false;
+    AFAudioGate& gate;
+    const AFGlobalOptions& options;
+    AFProcessingOrder& order;
     alignas(32) std::array<float, kBufferSize> left{};
     alignas(32) std::array<float, kBufferSize> right{};
     std::array<std::atomic<float>, kModulatorCount> modulatorKnobAmounts{};

@@ -2,6 +2,7 @@
 
 #include "effects/framework/AFBpmListenerList.h"
 #include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/ClampUnit.h"
 #include "effects/framework/TimeValueTables.h"
 #include "state/AFChunk.h"
 
@@ -36,10 +37,6 @@ struct SineTables {
 const SineTables& sineTables() {
     static const SineTables tables;
     return tables;
-}
-
-float clampUnit(float value) noexcept {
-    return value > 0.0f ? (value < 1.0f ? value : 1.0f) : 0.0f;
 }
 
 } // namespace

@@ -59,6 +59,7 @@ float AFStepSequencer::tick() noexcept {
         const double scaled = (static_cast<double>(quantizeSteps) + 0.5) * static_cast<double>(v);
         const auto level =
             scaled <= 0.0 ? 0u : (scaled >= 4294967295.0 ? 4294967295u : static_cast<uint32_t>(scaled));
+        // NOLINTNEXTLINE(bugprone-integer-division)
         v = static_cast<float>(level / static_cast<uint32_t>(quantizeSteps));
     }
     return v;

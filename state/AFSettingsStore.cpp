@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
+#include <exception>
 #include <fcntl.h>
 #include <filesystem>
 #include <set>
@@ -199,7 +200,11 @@ AFSettingsStore::AFSettingsStore(std::string path) : filePath(std::move(path)) {
 }
 
 AFSettingsStore::~AFSettingsStore() {
-    flush();
+    // A destructor has nobody to tell: a store that cannot be written keeps the file as it was.
+    try {
+        flush();
+    } catch (const std::exception&) {
+    }
 }
 
 std::string AFSettingsStore::defaultFilePath() {

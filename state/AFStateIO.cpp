@@ -1,6 +1,7 @@
 #include "state/AFStateIO.h"
 
 #include "effects/framework/AFEffect.h"
+#include "effects/framework/ClampUnit.h"
 #include "effects/framework/EffectFactory.h"
 #include "engine/AFMessageSink.h"
 #include "engine/AFUniClient.h"
@@ -16,8 +17,6 @@
 
 namespace {
 
-constexpr int kSlotRows = KnobEngine::kParameterCount;
-constexpr int kAmounts = KnobEngine::kAmountCount;
 constexpr int kNodes = AFDictator::kNodes;
 constexpr std::size_t kMaxNameLength = 255;
 
@@ -26,11 +25,6 @@ constexpr int32_t kSlotIntegerVersion = 4301;
 constexpr int32_t kNameVersion = 4303;
 constexpr int32_t kLockValueVersion = 4305;
 constexpr int32_t kVolumeVersion = 4307;
-
-// NaN and everything outside 0..1 land inside it.
-float unit(float v) {
-    return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
-}
 
 float bipolar(float v) {
     return v > -1.0f ? (v < 1.0f ? v : 1.0f) : (v <= -1.0f ? -1.0f : 0.0f);
@@ -43,11 +37,11 @@ void report(const char* format, const char* argument) {
 }
 
 int slotRow(int slot, int row) {
-    return AFUniClient::kSlotBlockStart + kSlotRows * slot + row;
+    return AFParameterMap::slotRow(slot, row);
 }
 
 int amountIndex(int slot, int amount) {
-    return AFUniClient::kAmountStart + kAmounts * slot + amount;
+    return AFParameterMap::amount(slot, amount);
 }
 
 // A Dictator table as read, applied only once it is complete.
@@ -65,7 +59,7 @@ bool readRows(AFChunk& chunk, DictatorCells& cells) {
             if (column == AFStateIO::kRowEnd) break;
             const float value = chunk.readFloat();
             if (column < 0 || column >= kNodes) continue;
-            cells.value[r][static_cast<std::size_t>(column)] = unit(value);
+            cells.value[r][static_cast<std::size_t>(column)] = clampUnit(value);
             cells.set[r][static_cast<std::size_t>(column)] = true;
         }
     }
@@ -155,7 +149,7 @@ void AFStateIO::writeSlotRecord(AFUniClient& client, AFChunk& chunk, int slot) {
     }
     chunk.writeInt(engine.getQuantiseMode());
     chunk.writeString(client.presetNames[static_cast<std::size_t>(slot)].c_str());
-    chunk.writeFloat(client.getParameter(AFUniClient::kFxGainStart + slot));
+    chunk.writeFloat(client.getParameter(AFParameterMap::fxGain(slot)));
 }
 
 void AFStateIO::writeDictatorRows(AFUniClient& client, AFChunk& chunk) {
@@ -234,33 +228,80 @@ bool AFStateIO::readState(AFUniClient& client, AFChunk& chunk, int slot, bool si
         AFMessageSink::report("This Preset was written with a newer version, please update Orvanto.");
         return false;
     }
+    // What takes time happens before the audio is held off: the slots as they stand, to fall back on, and the
+    // effects the records name. Under the hold the effects are swapped, not built, and the old ones are freed
+    // after it.
+    const AFAudioGate::Reader turn(client.getAudioGate());
+    const int first = std::max(slot, 0);
+    const int last = slot >= 0 ? slot : AFUniClient::kSlots - 1;
+    std::array<AFChunk, AFUniClient::kSlots> saved;
+    for (int s = first; s <= last; ++s) {
+        writeSavedSlot(client, saved[static_cast<std::size_t>(s)], s);
+        client.getSlot(s).deferFrees(true);
+    }
+    prepareEffects(client, chunk, first, last);
+
     client.lockAudioThread();
     bool complete = true;
-    if (slot >= 0) {
-        complete = readSlotRecord(client, chunk, slot, silent);
-    } else {
-        for (int s = 0; s < AFUniClient::kSlots && complete; ++s)
-            complete = readSlotRecord(client, chunk, s, silent);
-        if (complete) readGlobalSection(client, chunk, stateVersion);
-    }
+    for (int s = first; s <= last && complete; ++s)
+        complete = readSlotRecord(client, chunk, s, silent, saved[static_cast<std::size_t>(s)]);
+    if (complete && slot < 0) readGlobalSection(client, chunk, stateVersion);
     client.unlockAudioThread();
+
+    for (int s = first; s <= last; ++s) {
+        client.getSlot(s).deferFrees(false);
+        client.getSlot(s).dropRetired();
+    }
     return complete;
 }
 
-bool AFStateIO::readSlotRecord(AFUniClient& client, AFChunk& chunk, int slot, bool silent) {
-    KnobEngine& engine = client.getSlot(slot);
-    const int32_t version = chunk.readInt();
-    const int32_t type = chunk.readInt();
-    if (chunk.isOverrun() || version < kOldestSlotVersion || version > kSlotVersion) return false;
-
-    // The slot as it stands, to fall back on.
-    AFChunk saved;
+void AFStateIO::writeSavedSlot(AFUniClient& client, AFChunk& saved, int slot) {
     saved.rewindToWrite();
     for (int pass = 0; pass < 2; ++pass) {
         if (pass == 1) saved.allocateCounted();
         saved.writeHeader();
         writeSlotRecord(client, saved, slot);
     }
+}
+
+void AFStateIO::prepareEffects(AFUniClient& client, const AFChunk& chunk, int first, int last) {
+    // A copy, so that the load reads the chunk from where it stands. Records are walked only as far as their
+    // layout is certain; a slot left out builds its effect under the hold as before.
+    AFChunk scan;
+    scan.copyFrom(chunk);
+    scan.setPosition(chunk.getPosition());
+    for (int s = first; s <= last; ++s) {
+        const int32_t version = scan.readInt();
+        const int32_t type = scan.readInt();
+        if (scan.isOverrun() || version < AFLfo::kStepsVersion || version > kSlotVersion) return;
+        if (slotEffectAllowed(type)) client.getSlot(s).prepareEffect(type);
+        const auto skip = [&](int words) {
+            for (int w = 0; w < words; ++w)
+                scan.readInt();
+        };
+        skip(5 + (version >= kLockValueVersion ? 1 : 0) + 5 + 5 + 15 + 1);
+        for (int pair = 0; pair < kMaxOptionPairs; ++pair) {
+            if (scan.readInt() == kOptionsEnd) break;
+            scan.readInt();
+        }
+        skip(1);
+        for (int m = 0; m < 3; ++m) {
+            skip(9);
+            if (m != 1) skip(4 + (version >= AFLfo::kRateDivideVersion ? 1 : 0) + AFLfo::kStepCount);
+            skip(1);
+        }
+        skip(1);
+        scan.readString();
+        if (version >= kVolumeVersion) skip(1);
+        if (scan.isOverrun()) return;
+    }
+}
+
+bool AFStateIO::readSlotRecord(AFUniClient& client, AFChunk& chunk, int slot, bool silent, AFChunk& saved) {
+    KnobEngine& engine = client.getSlot(slot);
+    const int32_t version = chunk.readInt();
+    const int32_t type = chunk.readInt();
+    if (chunk.isOverrun() || version < kOldestSlotVersion || version > kSlotVersion) return false;
 
     const bool usable = slotEffectAllowed(type);
     if (usable) engine.setEffect(type);
@@ -285,7 +326,9 @@ bool AFStateIO::readSlotRecord(AFUniClient& client, AFChunk& chunk, int slot, bo
 
 void AFStateIO::applySlotBody(AFUniClient& client, AFChunk& chunk, int slot, int32_t version, bool silent) {
     KnobEngine& engine = client.getSlot(slot);
-    const auto setRow = [&](int row, float value) { client.setParameter(slotRow(slot, row), unit(value)); };
+    const auto setRow = [&](int row, float value) {
+        client.setParameter(slotRow(slot, row), clampUnit(value));
+    };
     const auto readRows = [&](int first, int count) {
         for (int r = first; r < first + count; ++r)
             setRow(r, chunk.readFloat());
@@ -334,8 +377,8 @@ void AFStateIO::applySlotBody(AFUniClient& client, AFChunk& chunk, int slot, int
     std::string name = version >= kNameVersion ? chunk.readString() : std::string(effect->getName());
     if (name.size() > kMaxNameLength) name.resize(kMaxNameLength);
     client.presetNames[static_cast<std::size_t>(slot)] = name;
-    const float volume = version >= kVolumeVersion ? unit(chunk.readFloat()) : 0.5f;
-    client.setParameter(AFUniClient::kFxGainStart + slot, volume);
+    const float volume = version >= kVolumeVersion ? clampUnit(chunk.readFloat()) : 0.5f;
+    client.setParameter(AFParameterMap::fxGain(slot), volume);
 }
 
 void AFStateIO::readGlobalSection(AFUniClient& client, AFChunk& chunk, int32_t stateVersion) {
@@ -384,12 +427,12 @@ void AFStateIO::readGlobalSection(AFUniClient& client, AFChunk& chunk, int32_t s
     }
     if (stateVersion >= 6) {
         if (stateVersion >= 8) chunk.readInt();
-        const float dictatorValue = unit(chunk.readFloat());
+        const float dictatorValue = clampUnit(chunk.readFloat());
         const float second = chunk.readFloat();
-        const float masterMix = stateVersion >= 10 ? unit(second) : 1.0f;
+        const float masterMix = stateVersion >= 10 ? clampUnit(second) : 1.0f;
         std::array<float, AFUniClient::kSlots> controls{};
         for (float& c : controls)
-            c = unit(chunk.readFloat());
+            c = clampUnit(chunk.readFloat());
         chunk.readInt();
         if (chunk.isOverrun()) return;
         const bool wasBatch = client.batch.exchange(true);

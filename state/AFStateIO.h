@@ -48,7 +48,8 @@ public:
     // The body of one slot record, and the reader of one. The reader restores the slot when the record is
     // cut short or names an effect the catalogue cannot build, and returns false when the loader must stop.
     static void writeSlotRecord(AFUniClient& client, AFChunk& chunk, int slot);
-    static bool readSlotRecord(AFUniClient& client, AFChunk& chunk, int slot, bool silent);
+    // `saved` holds the slot as it stood before the load, written by writeSavedSlot.
+    static bool readSlotRecord(AFUniClient& client, AFChunk& chunk, int slot, bool silent, AFChunk& saved);
 
 private:
     static void writeBody(AFUniClient& client, AFChunk& chunk, int slot);
@@ -57,4 +58,6 @@ private:
     static void writeDictatorRows(AFUniClient& client, AFChunk& chunk);
     static void applySlotBody(AFUniClient& client, AFChunk& chunk, int slot, int32_t version, bool silent);
     static bool slotEffectAllowed(int32_t type);
+    static void writeSavedSlot(AFUniClient& client, AFChunk& saved, int slot);
+    static void prepareEffects(AFUniClient& client, const AFChunk& chunk, int first, int last);
 };

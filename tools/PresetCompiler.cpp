@@ -61,14 +61,6 @@ void checkKeys(const JsonValue& object, std::initializer_list<const char*> allow
     }
 }
 
-constexpr const char* kSlotRowNames[KnobEngine::kParameterCount] = {
-    "Parameter 1",     "Parameter 2",     "Parameter 3",     "Parameter 4",     "Dry Wet",
-    "Bypass",          "Param1 Knob Amt", "Param2 Knob Amt", "Param3 Knob Amt", "Param4 Knob Amt",
-    "DryWet Knob Amt", "Lfo Rate",        "Lfo Phase",       "Lfo Amount",      "EF Attack",
-    "EF Relese",       "EF Amount",       "Lfo2 Rate",       "Lfo2 Phase",      "Lfo2 Amount",
-    "Lfo Rate KA",     "Lfo Phase KA",    "Lfo Amount KA",   "EF Attack KA",    "EF Release KA",
-    "EF Amount KA",    "Lfo2 Rate KA",    "Lfo2 Phase KA",   "Lfo2 Amount KA"};
-
 constexpr const char* kSources[3] = {"lfo", "envelope", "lfo2"};
 
 int optionValue(AFEffect& effect, int index, const JsonValue& value, const std::string& what) {
@@ -157,7 +149,7 @@ std::vector<std::string> PresetCompiler::effectParameterNames(AFEffect& effect) 
 
 int PresetCompiler::slotRowByName(const std::vector<std::string>& effectNames, const std::string& name) {
     for (int r = 0; r < KnobEngine::kParameterCount; ++r)
-        if (name == kSlotRowNames[r]) return r;
+        if (name == KnobEngine::kRowNames[r]) return r;
     for (std::size_t i = 0; i < effectNames.size(); ++i)
         if (name == effectNames[i]) return static_cast<int>(i);
     return -1;
@@ -177,9 +169,7 @@ void PresetCompiler::applySlot(AFUniClient& client, int slot, const JsonValue& p
     AFEffect* effect = engine.getEffect();
     // Names first: some effects rename a knob with its option.
     const std::vector<std::string> names = effectParameterNames(*effect);
-    const auto row = [&](int r) {
-        return AFUniClient::kSlotBlockStart + KnobEngine::kParameterCount * slot + r;
-    };
+    const auto row = [&](int r) { return AFParameterMap::slotRow(slot, r); };
 
     if (const JsonValue* options = preset.find("options")) {
         if (!options->isObject()) fail(where + " options: object expected");
@@ -216,8 +206,7 @@ void PresetCompiler::applySlot(AFUniClient& client, int slot, const JsonValue& p
             if (!depths) continue;
             array(*depths, where + " modulation " + kSources[source], 5);
             for (int i = 0; i < 5; ++i)
-                client.setParameter(AFUniClient::kAmountStart + KnobEngine::kAmountCount * slot + 5 * source +
-                                        i,
+                client.setParameter(AFParameterMap::amount(slot, 5 * source + i),
                                     static_cast<float>(number(depths->items[static_cast<std::size_t>(i)],
                                                               where + " modulation depth", -1.0, 1.0)));
         }
@@ -227,7 +216,7 @@ void PresetCompiler::applySlot(AFUniClient& client, int slot, const JsonValue& p
     if (const JsonValue* mode = preset.find("quantise"))
         engine.setQuantiseMode(integer(*mode, where + " quantise", 0, KnobEngine::kQuantiseModes - 1));
     if (const JsonValue* volume = preset.find("volume"))
-        client.setParameter(AFUniClient::kFxGainStart + slot,
+        client.setParameter(AFParameterMap::fxGain(slot),
                             static_cast<float>(number(*volume, where + " volume", 0, 1)));
     if (const JsonValue* lfo = preset.find("lfo1")) applyLfo(*engine.getLfo(0), *lfo, where + " lfo1");
     if (const JsonValue* lfo = preset.find("lfo2")) applyLfo(*engine.getLfo(1), *lfo, where + " lfo2");

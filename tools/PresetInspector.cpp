@@ -26,14 +26,6 @@
 
 namespace {
 
-constexpr const char* kRowNames[KnobEngine::kParameterCount] = {
-    "Parameter 1",     "Parameter 2",     "Parameter 3",     "Parameter 4",     "Dry Wet",
-    "Bypass",          "Param1 Knob Amt", "Param2 Knob Amt", "Param3 Knob Amt", "Param4 Knob Amt",
-    "DryWet Knob Amt", "Lfo Rate",        "Lfo Phase",       "Lfo Amount",      "EF Attack",
-    "EF Relese",       "EF Amount",       "Lfo2 Rate",       "Lfo2 Phase",      "Lfo2 Amount",
-    "Lfo Rate KA",     "Lfo Phase KA",    "Lfo Amount KA",   "EF Attack KA",    "EF Release KA",
-    "EF Amount KA",    "Lfo2 Rate KA",    "Lfo2 Phase KA",   "Lfo2 Amount KA"};
-
 constexpr const char* kGlobalFlags[6] = {"dynamicSignalFlow", "resetAfterLoad", "offOnTop",
                                          "ccRecallLock",      "threshold",      "midiOut"};
 
@@ -456,9 +448,8 @@ std::string PresetInspector::describeSlot(AFUniClient& client, int slot) {
                       ", \"type\": " + std::to_string(type) +
                       ", \"name\": " + JsonValue::quote(client.getPresetName(slot)) + ", \"parameters\": {";
     for (int r = 0; r < KnobEngine::kParameterCount; ++r) {
-        const float value =
-            client.getParameter(AFUniClient::kSlotBlockStart + KnobEngine::kParameterCount * slot + r);
-        out += (r ? ", " : "") + JsonValue::quote(kRowNames[r]) + ": " + num(value);
+        const float value = client.getParameter(AFParameterMap::slotRow(slot, r));
+        out += (r ? ", " : "") + JsonValue::quote(KnobEngine::kRowNames[r]) + ": " + num(value);
     }
     out += "}, \"effectParameters\": [";
     std::string options;
@@ -491,7 +482,7 @@ std::string PresetInspector::describeSlot(AFUniClient& client, int slot) {
     }
     out += "]}, \"mixLaw\": " + std::to_string(engine.getMixLaw()) +
            ", \"quantise\": " + std::to_string(engine.getQuantiseMode()) +
-           ", \"volume\": " + num(client.getParameter(AFUniClient::kFxGainStart + slot));
+           ", \"volume\": " + num(client.getParameter(AFParameterMap::fxGain(slot)));
     for (int l = 0; l < 2; ++l) {
         const AFLfo& lfo = *engine.getLfo(l);
         out += l ? ", \"lfo2\": " : ", \"lfo1\": ";

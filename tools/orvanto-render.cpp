@@ -50,25 +50,19 @@ bool writeAll(int fd, const uint8_t* data, std::size_t size) {
 }
 
 void listEffects() {
-    AFBpmListenerList listeners;
-    AFSystemInfo system(64.0f, &listeners);
     for (int id = 0; id < EffectFactory::kTypeCount; ++id) {
-        const int position = EffectFactory::menuPosition(id);
+        const AFEffectDescriptor& entry = *EffectFactory::descriptor(id);
         std::string names;
-        if (const auto effect = EffectFactory::create(&system, id)) {
-            // The parameters a slot drives: the class may have more than the catalogue number.
-            const int count = std::min(effect->getParameterCount(), EffectFactory::effectNumber(id));
-            for (int p = 0; p < count; ++p) {
-                char text[kEffectTextSize] = {};
-                effect->getParameterName(p, text);
-                names += (p > 0 ? ", " : "") + std::string(text);
-            }
-        }
+        // The parameters a slot drives: the class may have more than the catalogue number.
+        const auto count = std::min(entry.parameters.size(), static_cast<std::size_t>(entry.number));
+        for (std::size_t p = 0; p < count; ++p)
+            names += (p > 0 ? ", " : "") + std::string(entry.parameters[p].name);
         const char* kind = !EffectFactory::hasClass(id)  ? "none"
                            : EffectFactory::hasSound(id) ? "sound"
                                                          : "pass-through";
-        std::printf("%d\t%s\t%s\t%s\t%s\n", id, EffectFactory::effectName(id),
-                    position < 0 ? "-" : std::to_string(position).c_str(), names.c_str(), kind);
+        std::printf("%d\t%s\t%s\t%s\t%s\n", id, entry.displayName,
+                    entry.menuPosition < 0 ? "-" : std::to_string(entry.menuPosition).c_str(), names.c_str(),
+                    kind);
     }
 }
 

@@ -1,6 +1,7 @@
 #include "effects/delay/AFAmper.h"
 
 #include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/ClampUnit.h"
 
 #include <algorithm>
 #include <cmath>
@@ -18,10 +19,6 @@ constexpr const char* kCrushWords[] = {"Normal", "Hi", "Low", "Clip"};
 constexpr const char* kHoldWords[] = {"Normal", "Dynamic", "Absurd"};
 enum CrushMode : int32_t { kNormal, kHi, kLow, kClip };
 enum HoldMode : int32_t { kHoldNormal, kHoldDynamic, kHoldAbsurd };
-
-float unitClamp(float v) noexcept {
-    return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
-}
 
 constexpr int kBlock = 64;
 
@@ -124,15 +121,24 @@ void crushBlock(float* left, float* right, const float* steps, const float* inve
     }
 }
 
+constexpr AFParameterInfo kParameters[] = {
+    {"Volume", 0.5f}, {"Pan", 0.5f}, {"Crush", 0.0f}, {"Samplerate", 0.0f}};
+constexpr AFWords kOptions[] = {AFWords{}, AFWords{}, kCrushWords, kHoldWords};
+constexpr AFSlotDefault kSlotDefaults[] = {{"Param4 Knob Amt", 0.75f}};
+
 } // namespace
 
+const AFEffectDescriptor AFAmper::descriptor{.typeId = 22,
+                                             .displayName = "Levelizer",
+                                             .className = "Amper",
+                                             .create = makeEffect<AFAmper>,
+                                             .parameters = kParameters,
+                                             .options = kOptions,
+                                             .menuPosition = 10,
+                                             .slotDefaults = kSlotDefaults};
+
 AFAmper::AFAmper(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag), volume(system), pan(system), crush(system), rate(system) {
-    setName("Amper");
-    defineParameter(0, "Volume", 0.5f);
-    defineParameter(1, "Pan", 0.5f);
-    defineParameter(2, "Crush", 0.0f);
-    defineParameter(3, "Samplerate", 0.0f);
+    : AFEffect(descriptor, type, system, flag), volume(system), pan(system), crush(system), rate(system) {
     for (int i = 0; i < 4; ++i)
         setParameter(i, parameterValues[static_cast<std::size_t>(i)]);
     activate();
@@ -141,7 +147,7 @@ AFAmper::AFAmper(uint32_t type, AFSystemInfo* system, uint32_t flag)
 void AFAmper::setParameter(int index, float value) {
     if (index < 0 || index >= parameterCount) return;
     AFEffect::setParameter(index, value);
-    const double v = unitClamp(value);
+    const double v = clampUnit(value);
     switch (index) {
     case 0:
         volume.setTarget(v + v);
@@ -169,11 +175,6 @@ int32_t AFAmper::getOption(int index) {
     return 0;
 }
 
-void AFAmper::getOptionList(int index, AFWordList& list) {
-    if (index == 2) appendWords(list, kCrushWords);
-    if (index == 3) appendWords(list, kHoldWords);
-}
-
 void AFAmper::controlTick() noexcept {
     volume.controlTick();
     pan.controlTick();
@@ -194,6 +195,7 @@ int32_t AFAmper::activate() {
 
 int32_t AFAmper::holdLength(double length, double peak) const noexcept {
     if (holdMode == kHoldDynamic) length *= 1.0 - (1.0 - kDynamicFloor) * std::min(peak, 1.0);
+    // NOLINTNEXTLINE(bugprone-incorrect-roundings): the truncating +0.5 the hold lengths are defined by
     return length > 0.0 ? static_cast<int32_t>(std::min(length, 1e6) + 0.5) : 0;
 }
 

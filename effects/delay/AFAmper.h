@@ -10,6 +10,8 @@ class AFAmper : public AFEffect {
 public:
     // Any thread with the audio held off.
     AFAmper(uint32_t effectType, AFSystemInfo* systemInfo, uint32_t constructionFlag);
+    // The catalogue entry.
+    static const AFEffectDescriptor descriptor;
 
     // Audio thread: in place, at most 64 samples.
     void process(float* left, float* right, int count) noexcept override;
@@ -19,8 +21,6 @@ public:
     void setOption(int index, int32_t value) override;
     // Any thread.
     int32_t getOption(int index) override;
-    // GUI thread or chunk save.
-    void getOptionList(int index, AFWordList& list) override;
     // Audio thread, once per tick before process.
     void controlTick() noexcept override;
     // Audio thread when the slot starts.

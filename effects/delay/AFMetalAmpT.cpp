@@ -7,27 +7,23 @@ namespace {
 constexpr const char* kOption0[] = {"Mono", "Stereo"};
 constexpr const char* kOption1[] = {"Normal", "SoftLimit", "HardLimit", "EvilLimit"};
 
-std::span<const char* const> optionWords(int index) {
-    switch (index) {
-    case 0:
-        return kOption0;
-    case 1:
-        return kOption1;
-    default:
-        return {};
-    }
-}
+constexpr AFParameterInfo kParameters[] = {{"Drive", 0.5f}, {"Low", 0.5f}, {"Mid", 0.5f}, {"High", 0.5f}};
+constexpr AFWords kOptions[] = {kOption0, kOption1};
+constexpr AFSlotDefault kSlotDefaults[] = {{"Param1 Knob Amt", 0.8f}, {"Param3 Knob Amt", 0.8f}};
 
 } // namespace
 
+const AFEffectDescriptor AFMetalAmpT::descriptor{.typeId = 23,
+                                                 .displayName = "Guitar Amp",
+                                                 .className = "AFMetalAmpT",
+                                                 .create = makeEffect<AFMetalAmpT>,
+                                                 .parameters = kParameters,
+                                                 .options = kOptions,
+                                                 .menuPosition = 11,
+                                                 .slotDefaults = kSlotDefaults};
+
 AFMetalAmpT::AFMetalAmpT(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag) {
-    setName("AFMetalAmpT");
-    defineParameter(0, "Drive", 0.5f);
-    defineParameter(1, "Low", 0.5f);
-    defineParameter(2, "Mid", 0.5f);
-    defineParameter(3, "High", 0.5f);
-}
+    : AFEffect(descriptor, type, system, flag) {}
 
 void AFMetalAmpT::setOption(int index, int32_t value) {
     const auto words = optionWords(index);
@@ -37,10 +33,6 @@ void AFMetalAmpT::setOption(int index, int32_t value) {
 
 int32_t AFMetalAmpT::getOption(int index) {
     return optionWords(index).empty() ? 0 : options[static_cast<std::size_t>(index)];
-}
-
-void AFMetalAmpT::getOptionList(int index, AFWordList& list) {
-    appendWords(list, optionWords(index));
 }
 
 void AFMetalAmpT::formatParameter(int, float value, char* text) {

@@ -8,29 +8,24 @@ constexpr const char* kOption0[] = {"Sync", "Sync TP", "Free"};
 constexpr const char* kOption1[] = {"Off", "Fade"};
 constexpr const char* kOption3[] = {"Off", "2nd", "3rd"};
 
-std::span<const char* const> optionWords(int index) {
-    switch (index) {
-    case 0:
-        return kOption0;
-    case 1:
-        return kOption1;
-    case 3:
-        return kOption3;
-    default:
-        return {};
-    }
-}
+constexpr AFParameterInfo kParameters[] = {
+    {"Delay Time", 0.3f}, {"Pattern", 0.27f}, {"Amount", 1.0f}, {"Decay", 0.8f}};
+constexpr AFWords kOptions[] = {kOption0, kOption1, AFWords{}, kOption3};
+constexpr AFSlotDefault kSlotDefaults[] = {{"Dry Wet", 0.25f}};
 
 } // namespace
 
+const AFEffectDescriptor AFPatternDelay::descriptor{.typeId = 20,
+                                                    .displayName = "Pattern Delay",
+                                                    .className = "AFPatternDelay",
+                                                    .create = makeEffect<AFPatternDelay>,
+                                                    .parameters = kParameters,
+                                                    .options = kOptions,
+                                                    .menuPosition = 0,
+                                                    .slotDefaults = kSlotDefaults};
+
 AFPatternDelay::AFPatternDelay(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag) {
-    setName("AFPatternDelay");
-    defineParameter(0, "Delay Time", 0.3f);
-    defineParameter(1, "Pattern", 0.27f);
-    defineParameter(2, "Amount", 1.0f);
-    defineParameter(3, "Decay", 0.8f);
-}
+    : AFEffect(descriptor, type, system, flag) {}
 
 void AFPatternDelay::setOption(int index, int32_t value) {
     const auto words = optionWords(index);
@@ -40,10 +35,6 @@ void AFPatternDelay::setOption(int index, int32_t value) {
 
 int32_t AFPatternDelay::getOption(int index) {
     return optionWords(index).empty() ? 0 : options[static_cast<std::size_t>(index)];
-}
-
-void AFPatternDelay::getOptionList(int index, AFWordList& list) {
-    appendWords(list, optionWords(index));
 }
 
 void AFPatternDelay::formatParameter(int, float value, char* text) {

@@ -36,31 +36,24 @@ constexpr const char* kOption3[] = {"Pitch",
                                     "BP 1000hz Input",
                                     "BP 2000hz Input"};
 
-std::span<const char* const> optionWords(int index) {
-    switch (index) {
-    case 0:
-        return kOption0;
-    case 1:
-        return kOption1;
-    case 2:
-        return kOption2;
-    case 3:
-        return kOption3;
-    default:
-        return {};
-    }
-}
+constexpr AFParameterInfo kParameters[] = {
+    {"Delay Left", 0.75f}, {"Delay Right", 0.75f}, {"Feedback", 0.5f}, {"Pitch", 0.75f}};
+constexpr AFWords kOptions[] = {kOption0, kOption1, kOption2, kOption3};
+constexpr AFSlotDefault kSlotDefaults[] = {{"Dry Wet", 0.5f}};
 
 } // namespace
 
+const AFEffectDescriptor AFPitchDelayT::descriptor{.typeId = 11,
+                                                   .displayName = "Pitch Delay",
+                                                   .className = "AFPitchDelayT",
+                                                   .create = makeEffect<AFPitchDelayT>,
+                                                   .parameters = kParameters,
+                                                   .options = kOptions,
+                                                   .menuPosition = 2,
+                                                   .slotDefaults = kSlotDefaults};
+
 AFPitchDelayT::AFPitchDelayT(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag) {
-    setName("AFPitchDelayT");
-    defineParameter(0, "Delay Left", 0.75f);
-    defineParameter(1, "Delay Right", 0.75f);
-    defineParameter(2, "Feedback", 0.5f);
-    defineParameter(3, "Pitch", 0.75f);
-}
+    : AFEffect(descriptor, type, system, flag) {}
 
 void AFPitchDelayT::setOption(int index, int32_t value) {
     const auto words = optionWords(index);
@@ -70,10 +63,6 @@ void AFPitchDelayT::setOption(int index, int32_t value) {
 
 int32_t AFPitchDelayT::getOption(int index) {
     return optionWords(index).empty() ? 0 : options[static_cast<std::size_t>(index)];
-}
-
-void AFPitchDelayT::getOptionList(int index, AFWordList& list) {
-    appendWords(list, optionWords(index));
 }
 
 void AFPitchDelayT::formatParameter(int, float value, char* text) {

@@ -2,6 +2,7 @@
 
 #include "effects/delay/StateVariableHPPair.h"
 #include "effects/filter/LaneFilter.h"
+#include "effects/framework/ClampUnit.h"
 
 #include "effects/framework/AFSystemInfo.h"
 
@@ -16,10 +17,6 @@ constexpr int kChunk = 64;
 constexpr double kHighPassDamp = 1.0 - 0.11;
 constexpr double kHighPassFrequency = 0.1;
 
-float unitClamp(float v) noexcept {
-    return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
-}
-
 constexpr int totalLength() {
     int total = 0;
     for (const auto& side : AFReverb3::kCombLengths)
@@ -31,17 +28,24 @@ constexpr int totalLength() {
     return total;
 }
 
+constexpr AFParameterInfo kParameters[] = {{"Size", 0.5f}, {"Damp", 0.5f}, {"Width", 0.5f}, {"Freeze", 1.0f}};
+constexpr AFSlotDefault kSlotDefaults[] = {
+    {"Parameter 1", 0.5f}, {"Dry Wet", 0.1f}, {"DryWet Knob Amt", 0.8f}};
+
 } // namespace
 
+const AFEffectDescriptor AFReverb3::descriptor{.typeId = 26,
+                                               .displayName = "FreezeVerb",
+                                               .className = "Reverb",
+                                               .create = makeEffect<AFReverb3>,
+                                               .parameters = kParameters,
+                                               .menuPosition = 7,
+                                               .slotDefaults = kSlotDefaults};
+
 AFReverb3::AFReverb3(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 6, system, flag), storage(totalLength(), 0.0f), widthRamp(system),
+    : AFEffect(descriptor, type, system, flag, 6), storage(totalLength(), 0.0f), widthRamp(system),
       highPassLeft(kHighPassFrequency, kHighPassDamp, StateVariableHP::Output::High),
       highPassRight(kHighPassFrequency, kHighPassDamp, StateVariableHP::Output::High) {
-    setName("Reverb");
-    defineParameter(0, "Size", 0.5f);
-    defineParameter(1, "Damp", 0.5f);
-    defineParameter(2, "Width", 0.5f);
-    defineParameter(3, "Freeze", 1.0f);
     AFEffect::setParameter(4, 0.0f);
     AFEffect::setParameter(5, 1.0f);
 
@@ -67,14 +71,14 @@ void AFReverb3::setParameter(int index, float value) {
     AFEffect::setParameter(index, value);
     switch (index) {
     case 0:
-        feedback = unitClamp(value) * 0.28f + 0.7f;
+        feedback = clampUnit(value) * 0.28f + 0.7f;
         break;
     case 1:
-        damp = unitClamp(value) * 0.4f;
+        damp = clampUnit(value) * 0.4f;
         blockUpdate();
         break;
     case 2:
-        width = unitClamp(value);
+        width = clampUnit(value);
         blockUpdate();
         break;
     case 4: {

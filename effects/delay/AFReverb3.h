@@ -29,6 +29,8 @@ public:
 
     // Any thread with the audio held off.
     AFReverb3(uint32_t effectType, AFSystemInfo* systemInfo, uint32_t constructionFlag);
+    // The catalogue entry.
+    static const AFEffectDescriptor descriptor;
 
     // Audio thread: in place, at most 64 samples.
     void process(float* left, float* right, int count) noexcept override;

@@ -2,6 +2,7 @@
 
 #include "effects/framework/AFBpmListenerList.h"
 #include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/ClampUnit.h"
 #include "effects/framework/TimeValueTables.h"
 
 #include <algorithm>
@@ -15,32 +16,37 @@ constexpr const char* kModeWords[] = {"Sync", "SyncTP", "Free"};
 constexpr int32_t kSync = 0;
 constexpr int32_t kSyncDotted = 1;
 
-float unitClamp(float v) noexcept {
-    return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
-}
-
 uint32_t capacityFor(const AFSystemInfo& system) noexcept {
     const float samples = system.samplesPerBeat * 6.0f;
     const auto wanted = samples >= 1.0f ? static_cast<uint32_t>(samples) : 1u;
     return std::min(wanted, AFReverseDelayV::kMaxCapacity);
 }
 
+constexpr AFParameterInfo kParameters[] = {
+    {"Time Left", 0.1f}, {"Time Right", 0.2f}, {"Feedback", 0.5f}, {"Fade", 0.25f}};
+constexpr AFWords kOptions[] = {kModeWords, kModeWords};
+constexpr AFSlotDefault kSlotDefaults[] = {{"Dry Wet", 0.5f}};
+
 } // namespace
 
+const AFEffectDescriptor AFReverseDelayV::descriptor{.typeId = 21,
+                                                     .displayName = "Reverse Delay",
+                                                     .className = "AFReverseDelayV",
+                                                     .create = makeEffect<AFReverseDelayV>,
+                                                     .parameters = kParameters,
+                                                     .options = kOptions,
+                                                     .menuPosition = 1,
+                                                     .slotDefaults = kSlotDefaults};
+
 AFReverseDelayV::AFReverseDelayV(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag), leftBuffer(kMaxCapacity, 0.0f), rightBuffer(kMaxCapacity, 0.0f),
-      feedbackRamp(system) {
-    setName("AFReverseDelayV");
-    defineParameter(0, "Time Left", 0.1f);
-    defineParameter(1, "Time Right", 0.2f);
-    defineParameter(2, "Feedback", 0.5f);
-    defineParameter(3, "Fade", 0.25f);
+    : AFEffect(descriptor, type, system, flag), leftBuffer(kMaxCapacity, 0.0f),
+      rightBuffer(kMaxCapacity, 0.0f), feedbackRamp(system) {
     sides[0].buffer = leftBuffer.data();
     sides[1].buffer = rightBuffer.data();
     capacity = capacityFor(*systemInfo);
     lengthLeft = intervalByMode(options[0], parameterValues[0]);
     lengthRight = intervalByMode(options[1], parameterValues[1]);
-    feedbackRamp.setTarget(unitClamp(parameterValues[2]));
+    feedbackRamp.setTarget(clampUnit(parameterValues[2]));
     feedbackRamp.jump();
     if (systemInfo->bpmListeners != nullptr) systemInfo->bpmListeners->add(this);
 }
@@ -51,7 +57,7 @@ AFReverseDelayV::~AFReverseDelayV() {
 
 uint32_t AFReverseDelayV::intervalByMode(int32_t mode, float v) const noexcept {
     const auto& tables = TimeValueTables::instance();
-    const float knob = unitClamp(v);
+    const float knob = clampUnit(v);
     if (mode == kSync) return tables.syncTable.intervalSamples(*systemInfo, knob);
     if (mode == kSyncDotted) return tables.syncDottedTable.intervalSamples(*systemInfo, knob);
     const float floor = systemInfo->rateRatio * 88.0f;
@@ -76,12 +82,8 @@ int32_t AFReverseDelayV::getOption(int index) {
     return index == 0 || index == 1 ? options[static_cast<std::size_t>(index)] : 0;
 }
 
-void AFReverseDelayV::getOptionList(int index, AFWordList& list) {
-    if (index == 0 || index == 1) appendWords(list, kModeWords);
-}
-
 void AFReverseDelayV::controlTick() noexcept {
-    feedbackRamp.setTarget(unitClamp(parameterValues[2]));
+    feedbackRamp.setTarget(clampUnit(parameterValues[2]));
     feedbackRamp.controlTick();
 }
 
@@ -105,7 +107,7 @@ void AFReverseDelayV::tempoChanged(int32_t) {
 }
 
 int32_t AFReverseDelayV::activate() {
-    feedbackRamp.setTarget(unitClamp(parameterValues[2]));
+    feedbackRamp.setTarget(clampUnit(parameterValues[2]));
     feedbackRamp.jump();
     writePosition = 0;
     std::memset(leftBuffer.data(), 0, sizeof(float) * capacity);
@@ -261,7 +263,7 @@ void AFReverseDelayV::process(float* left, float* right, int count) noexcept {
     // The two sides share only the feedback and the write position, so each runs through the chunk on its
     // own. "Fade" changes only at ticks, between calls.
     const uint32_t size = capacity;
-    const float fade = unitClamp(parameterValues[3]);
+    const float fade = clampUnit(parameterValues[3]);
     for (int done = 0; done < count; done += kChunk) {
         const int n = std::min(kChunk, count - done);
         double feedback[kChunk];
@@ -281,11 +283,11 @@ void AFReverseDelayV::formatParameter(int index, float value, char* text) {
         const int32_t mode = options[static_cast<std::size_t>(index)];
         const auto& tables = TimeValueTables::instance();
         if (mode == kSync) {
-            std::snprintf(text, kEffectTextSize, "%s", tables.syncTable.valueName(unitClamp(value)));
+            std::snprintf(text, kEffectTextSize, "%s", tables.syncTable.valueName(clampUnit(value)));
             return;
         }
         if (mode == kSyncDotted) {
-            std::snprintf(text, kEffectTextSize, "%s", tables.syncDottedTable.valueName(unitClamp(value)));
+            std::snprintf(text, kEffectTextSize, "%s", tables.syncDottedTable.valueName(clampUnit(value)));
             return;
         }
         if (value > 0.99f) {

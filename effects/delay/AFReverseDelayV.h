@@ -14,6 +14,8 @@ class AFReverseDelayV : public AFEffect, public AFBPMChangeInterface {
 public:
     // Any thread with the audio held off. Registers for tempo changes when the list exists.
     AFReverseDelayV(uint32_t effectType, AFSystemInfo* systemInfo, uint32_t constructionFlag);
+    // The catalogue entry.
+    static const AFEffectDescriptor descriptor;
     // Any thread with the audio held off.
     ~AFReverseDelayV() override;
 
@@ -25,8 +27,6 @@ public:
     void setOption(int index, int32_t value) override;
     // Any thread.
     int32_t getOption(int index) override;
-    // GUI thread or chunk save.
-    void getOptionList(int index, AFWordList& list) override;
     // Audio thread, once per tick before process.
     void controlTick() noexcept override;
     // Audio thread, through bpmChanged.

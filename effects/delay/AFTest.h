@@ -11,15 +11,13 @@ class AFTest : public AFEffect, public AFBPMChangeInterface {
 public:
     // Any thread with the audio held off.
     AFTest(uint32_t effectType, AFSystemInfo* systemInfo, uint32_t constructionFlag);
+    // The catalogue entry.
+    static const AFEffectDescriptor descriptor;
 
     // Any thread: group 0 is a time mode, groups 1 and 2 are flags; nothing else is stored.
     void setOption(int index, int32_t value) override;
     // Any thread.
     int32_t getOption(int index) override;
-    // GUI thread or chunk save.
-    void getOptionList(int index, AFWordList& list) override;
-    // Nobody in the running system.
-    bool hasFlag() override { return false; }
 
 private:
     int32_t timeMode = 0;

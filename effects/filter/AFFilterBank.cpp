@@ -3,6 +3,7 @@
 #include "effects/filter/NoteFreqTable.h"
 #include "effects/framework/AFBpmListenerList.h"
 #include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/ClampUnit.h"
 
 #include <algorithm>
 #include <cmath>
@@ -20,30 +21,11 @@ constexpr const char* kSkipWords[] = {"Off", "2nd", "3rd"};
 constexpr int kRiga = 9;
 constexpr int kKora = 7;
 
-std::span<const char* const> optionWords(int index) {
-    switch (index) {
-    case 0:
-        return kTimeWords;
-    case 1:
-        return kSpacingWords;
-    case 2:
-        return kPanWords;
-    case 3:
-        return kSkipWords;
-    default:
-        return {};
-    }
-}
-
 // Band frequency coefficients, blended across rows by "Frequency" and across columns by band position.
 constexpr float kCurve[9][4] = {
     {0.01f, 0.1f, 0.2f, 0.3f},  {0.01f, 0.2f, 0.3f, 0.6f},  {0.1f, 0.15f, 0.35f, 0.6f},
     {0.15f, 0.25f, 0.4f, 0.6f}, {0.6f, 0.01f, 0.6f, 0.05f}, {0.55f, 0.35f, 0.2f, 0.11f},
     {0.5f, 0.3f, 0.2f, 0.01f},  {0.4f, 0.2f, 0.1f, 0.01f},  {0.1f, 0.5f, 0.1f, 0.01f}};
-
-float unit(float v) noexcept {
-    return v >= 0.0f ? (v <= 1.0f ? v : 1.0f) : 0.0f;
-}
 
 // Longest line ever needed: eight beats at 45 BPM and 196000 Hz, plus the guard sample.
 std::size_t maxLineLength() {
@@ -76,16 +58,25 @@ float tapAdvance(int spacing, int i, float step) noexcept {
     }
 }
 
+constexpr AFParameterInfo kParameters[] = {
+    {"Delay Time", 0.5f}, {"Frequency", 0.5f}, {"Resonance", 0.5f}, {"Bands", 0.5f}};
+constexpr AFWords kOptions[] = {kTimeWords, kSpacingWords, kPanWords, kSkipWords};
+constexpr AFSlotDefault kSlotDefaults[] = {{"Parameter 1", 0.4f}};
+
 } // namespace
 
+const AFEffectDescriptor AFFilterBank::descriptor{.typeId = 5,
+                                                  .displayName = "Spectralizer",
+                                                  .className = "FilterBank",
+                                                  .create = makeEffect<AFFilterBank>,
+                                                  .parameters = kParameters,
+                                                  .options = kOptions,
+                                                  .menuPosition = 23,
+                                                  .slotDefaults = kSlotDefaults};
+
 AFFilterBank::AFFilterBank(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag), resonance(system), delayL(maxLineLength(), 0.0f),
+    : AFEffect(descriptor, type, system, flag), resonance(system), delayL(maxLineLength(), 0.0f),
       delayR(maxLineLength(), 0.0f) {
-    setName("FilterBank");
-    defineParameter(0, "Delay Time", 0.5f);
-    defineParameter(1, "Frequency", 0.5f);
-    defineParameter(2, "Resonance", 0.5f);
-    defineParameter(3, "Bands", 0.5f);
     bandCount = 4;
     for (int i = 0; i < 4; ++i)
         setParameter(i, 0.5f);
@@ -118,7 +109,7 @@ void AFFilterBank::setParameter(int index, float value) {
         }
         break;
     case 2: {
-        const double r = unit(value);
+        const double r = clampUnit(value);
         resonance.setTarget(r * r * 0.99);
         break;
     }
@@ -143,7 +134,7 @@ void AFFilterBank::setParameter(int index, float value) {
 }
 
 void AFFilterBank::frequencyCurve() noexcept {
-    const float v = unit(frequencyValue);
+    const float v = clampUnit(frequencyValue);
     const float y = v * 7.5f;
     const int row = static_cast<int>(y);
     const float fy = y - static_cast<float>(row);
@@ -204,10 +195,6 @@ int32_t AFFilterBank::getOption(int index) {
     }
 }
 
-void AFFilterBank::getOptionList(int index, AFWordList& list) {
-    appendWords(list, optionWords(index));
-}
-
 void AFFilterBank::formatParameter(int index, float value, char* text) {
     if (index != 0) {
         std::snprintf(text, kEffectTextSize, "%3.2f", static_cast<double>(value) * 100.0);
@@ -243,7 +230,7 @@ void AFFilterBank::tempoChanged(int32_t) {
 }
 
 void AFFilterBank::placeTaps() noexcept {
-    const float v = unit(delayRamp.getCurrent());
+    const float v = clampUnit(delayRamp.getCurrent());
     const float spb = systemInfo->samplesPerBeat;
     float step;
     switch (timeMode) {
@@ -364,7 +351,7 @@ LANE_WIDE_CLONES void AFFilterBank::render(float* left, float* right, int count)
     const double length = bufferLength;
     const float lengthF = bufferLength;
     const uint32_t lastIndex = static_cast<uint32_t>(bufferLength - 1.0f);
-    const float bands = unit(bandsValue);
+    const float bands = clampUnit(bandsValue);
     const float bandsGain = bands > 0.5f ? 1.0f - (bands - 0.5f) : 1.0f;
     const bool dampMoves = resonance.getIncrement() != 0.0;
     alignas(32) float weightL[kLanes];

@@ -20,6 +20,8 @@ public:
     static constexpr int kLanes = 32;
 
     AFFilterBank(uint32_t effectType, AFSystemInfo* systemInfo, uint32_t constructionFlag);
+    // The catalogue entry.
+    static const AFEffectDescriptor descriptor;
     // With the audio held off.
     ~AFFilterBank() override;
 
@@ -31,8 +33,6 @@ public:
     void setOption(int index, int32_t value) override;
     // Any thread.
     int32_t getOption(int index) override;
-    // GUI thread or chunk save.
-    void getOptionList(int index, AFWordList& list) override;
     // From activate.
     void reset() override;
     // Audio thread, once per control tick before process.
@@ -41,8 +41,6 @@ public:
     void tempoChanged(int32_t) override;
     // Audio thread or with the audio held off.
     int32_t activate() override;
-    // Nobody in the running system.
-    bool hasFlag() override { return false; }
     // GUI thread.
     void formatParameter(int index, float value, char* text) override;
     // Audio thread, from the block loop.

@@ -10,31 +10,25 @@ constexpr const char* kOption1[] = {"Normal", "Length*2", "Length*3", "Length*4"
 constexpr const char* kOption2[] = {"PingPong", "Repeat", "Synced", "SyncedX"};
 constexpr const char* kOption3[] = {"Normal", "Inverse", "Smart"};
 
-std::span<const char* const> optionWords(int index) {
-    switch (index) {
-    case 0:
-        return kOption0;
-    case 1:
-        return kOption1;
-    case 2:
-        return kOption2;
-    case 3:
-        return kOption3;
-    default:
-        return {};
-    }
-}
+constexpr AFParameterInfo kParameters[] = {
+    {"Pattern", 0.0f}, {"Resonance", 0.5f}, {"SweepSpeed", 0.5f}, {"SweepRange", 0.0f}};
+constexpr AFWords kOptions[] = {kOption0, kOption1, kOption2, kOption3};
+constexpr AFSlotDefault kSlotDefaults[] = {{"Param3 Knob Amt", 0.9f}};
 
 } // namespace
 
+const AFEffectDescriptor AFFilterPattern::descriptor{.typeId = 25,
+                                                     .displayName = "Filter Pattern",
+                                                     .className = "AFFilterPattern",
+                                                     .create = makeEffect<AFFilterPattern>,
+                                                     .parameters = kParameters,
+                                                     .options = kOptions,
+                                                     .menuPosition = 21,
+                                                     .quantise = 2,
+                                                     .slotDefaults = kSlotDefaults};
+
 AFFilterPattern::AFFilterPattern(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag) {
-    setName("AFFilterPattern");
-    defineParameter(0, "Pattern", 0.0f);
-    defineParameter(1, "Resonance", 0.5f);
-    defineParameter(2, "SweepSpeed", 0.5f);
-    defineParameter(3, "SweepRange", 0.0f);
-}
+    : AFEffect(descriptor, type, system, flag) {}
 
 void AFFilterPattern::setOption(int index, int32_t value) {
     const auto words = optionWords(index);
@@ -44,10 +38,6 @@ void AFFilterPattern::setOption(int index, int32_t value) {
 
 int32_t AFFilterPattern::getOption(int index) {
     return optionWords(index).empty() ? 0 : options[static_cast<std::size_t>(index)];
-}
-
-void AFFilterPattern::getOptionList(int index, AFWordList& list) {
-    appendWords(list, optionWords(index));
 }
 
 void AFFilterPattern::formatParameter(int, float value, char* text) {

@@ -2,6 +2,7 @@
 
 #include "effects/framework/AFBpmListenerList.h"
 #include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/ClampUnit.h"
 
 #include <algorithm>
 #include <cmath>
@@ -9,28 +10,9 @@
 
 namespace {
 
-// Kept inside 0..1; a NaN from a hostile value reads as 0 and so never reaches an index.
-inline float unitRange(float v) {
-    return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
-}
-
 constexpr const char* kVoiceWords[] = {"Flanger", "Chorus"};
 constexpr const char* kFeedbackWords[] = {"Normal", "Inverse"};
 constexpr const char* kQWords[] = {"Low Q", "Mid Q", "High Q"};
-
-std::span<const char* const> optionWords(int index) {
-    switch (index) {
-    case 0:
-    case 1:
-        return kVoiceWords;
-    case 2:
-        return kFeedbackWords;
-    case 3:
-        return kQWords;
-    default:
-        return {};
-    }
-}
 
 // Four beats at the slowest tempo and the highest rate, plus the guard sample.
 const std::size_t kLineCapacity =
@@ -39,16 +21,31 @@ const std::size_t kLineCapacity =
 // Line samples below this are stored as 0 so a decaying feedback tail never turns denormal.
 constexpr float kFlush = 1e-20f;
 
+constexpr AFParameterInfo kParameters[] = {
+    {"Delay Left", 0.0f}, {"Delay Right", 0.01f}, {"Feedback", 0.58f}, {"Filter", 0.5f}};
+constexpr AFWords kOptions[] = {kVoiceWords, kVoiceWords, kFeedbackWords, kQWords};
+constexpr AFSlotDefault kSlotDefaults[] = {{"Lfo Rate", 0.35f},
+                                           {"Lfo Phase", 0.5f},
+                                           {"Lfo Amount", 0.08f},
+                                           {"Param1 Knob Amt", 0.12f},
+                                           {"Param4 Knob Amt", 0.4f}};
+constexpr AFAmountDefault kAmountDefaults[] = {{0, 0, 1.0f}, {0, 1, 1.0f}};
+
 } // namespace
 
+const AFEffectDescriptor AFFlangerT::descriptor{.typeId = 27,
+                                                .displayName = "Flanger",
+                                                .className = "test",
+                                                .create = makeEffect<AFFlangerT>,
+                                                .parameters = kParameters,
+                                                .options = kOptions,
+                                                .menuPosition = 3,
+                                                .slotDefaults = kSlotDefaults,
+                                                .amountDefaults = kAmountDefaults};
+
 AFFlangerT::AFFlangerT(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag), delayL(kLineCapacity, 0.0f), delayR(kLineCapacity, 0.0f),
+    : AFEffect(descriptor, type, system, flag), delayL(kLineCapacity, 0.0f), delayR(kLineCapacity, 0.0f),
       timeL(system), timeR(system), filter(system) {
-    setName("test");
-    defineParameter(0, "Delay Left", 0.0f);
-    defineParameter(1, "Delay Right", 0.01f);
-    defineParameter(2, "Feedback", 0.58f);
-    defineParameter(3, "Filter", 0.5f);
     deriveLength();
     if (systemInfo->bpmListeners != nullptr) systemInfo->bpmListeners->add(this);
     reset();
@@ -59,7 +56,7 @@ AFFlangerT::~AFFlangerT() {
 }
 
 float AFFlangerT::delayMs(int voice, float value) noexcept {
-    const float v = unitRange(value);
+    const float v = clampUnit(value);
     // Linear, so the small knob values a slot's default sweep gives land on the classic 0.1 to 2 ms flange.
     if (voice == Chorus) return 5.0f + v * 30.0f;
     return 0.1f + v * 9.9f;
@@ -143,10 +140,6 @@ int32_t AFFlangerT::getOption(int index) {
     }
 }
 
-void AFFlangerT::getOptionList(int index, AFWordList& list) {
-    appendWords(list, optionWords(index));
-}
-
 void AFFlangerT::reset() {
     restartLines();
     timeL.setTarget(delaySamples(timeModeL, parameterValues[0]));
@@ -180,7 +173,7 @@ void AFFlangerT::controlTick() noexcept {
 
 void AFFlangerT::process(float* left, float* right, int count) noexcept {
     if (count <= 0) return;
-    const float factor = unitRange(parameterValues[2]) * (feedbackMode != 0 ? -0.9f : 0.9f);
+    const float factor = clampUnit(parameterValues[2]) * (feedbackMode != 0 ? -0.9f : 0.9f);
     const int length = lineLength;
     const auto span = static_cast<double>(length);
     float* const lineL = delayL.data();

@@ -14,6 +14,8 @@
 class AFFlangerT : public AFEffect, public AFBPMChangeInterface {
 public:
     AFFlangerT(uint32_t effectType, AFSystemInfo* systemInfo, uint32_t constructionFlag);
+    // The catalogue entry.
+    static const AFEffectDescriptor descriptor;
     ~AFFlangerT() override;
 
     // Audio thread in place; count <= 64.
@@ -22,8 +24,6 @@ public:
     void setOption(int index, int32_t value) override;
     // Any thread.
     int32_t getOption(int index) override;
-    // GUI thread or chunk save.
-    void getOptionList(int index, AFWordList& list) override;
     // Called from activate: empties the lines, jumps the delay times and the filter to their settings.
     void reset() override;
     // Audio thread, once per control tick before process.

@@ -2,6 +2,7 @@
 
 #include "effects/framework/AFBpmListenerList.h"
 #include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/ClampUnit.h"
 
 #include <algorithm>
 #include <cmath>
@@ -9,25 +10,9 @@
 
 namespace {
 
-// Kept inside 0..1; a NaN from a hostile value reads as 0 and so never reaches an index.
-inline float unitRange(float v) {
-    return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
-}
-
 constexpr const char* kStageWords[] = {"3 Stages", "4 Stages", "5 Stages",
                                        "6 Stages", "7 Stages", "8 Stages"};
 constexpr const char* kInvertWords[] = {"Normal", "Invert"};
-
-std::span<const char* const> optionWords(int index) {
-    switch (index) {
-    case 0:
-        return kStageWords;
-    case 1:
-        return kInvertWords;
-    default:
-        return {};
-    }
-}
 
 constexpr float kPi = 3.1415927f;
 constexpr float kTwoPi = 6.2831855f;
@@ -47,15 +32,26 @@ float sweepCoefficient(float angle, float low, float high) {
     return (1.0f - c) / (c + 1.0f);
 }
 
+constexpr AFParameterInfo kParameters[] = {
+    {"Phase", 0.2f}, {"Feedback", 0.7f}, {"Depth", 0.7f}, {"Width", 0.7f}};
+constexpr AFWords kOptions[] = {kStageWords, kInvertWords};
+constexpr AFSlotDefault kSlotDefaults[] = {{"Lfo Rate", 0.35f}};
+constexpr AFAmountDefault kAmountDefaults[] = {{0, 0, 1.0f}};
+
 } // namespace
 
+const AFEffectDescriptor AFKnobixPhaser::descriptor{.typeId = 14,
+                                                    .displayName = "Phaser",
+                                                    .className = "Phaser",
+                                                    .create = makeEffect<AFKnobixPhaser>,
+                                                    .parameters = kParameters,
+                                                    .options = kOptions,
+                                                    .menuPosition = 4,
+                                                    .slotDefaults = kSlotDefaults,
+                                                    .amountDefaults = kAmountDefaults};
+
 AFKnobixPhaser::AFKnobixPhaser(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag), feedback(system) {
-    setName("Phaser");
-    defineParameter(0, "Phase", 0.2f);
-    defineParameter(1, "Feedback", 0.7f);
-    defineParameter(2, "Depth", 0.7f);
-    defineParameter(3, "Width", 0.7f);
+    : AFEffect(descriptor, type, system, flag), feedback(system) {
     deriveRates();
     if (systemInfo->bpmListeners != nullptr) systemInfo->bpmListeners->add(this);
     reset();
@@ -73,7 +69,7 @@ void AFKnobixPhaser::deriveRates() noexcept {
 
 void AFKnobixPhaser::sweep() noexcept {
     // The knob is kept in range so the angle stays inside the sine approximation's one period.
-    const float x = unitRange(parameterValues[0]) * kTwoPi - kPi;
+    const float x = clampUnit(parameterValues[0]) * kTwoPi - kPi;
     float xr = x + width * kPi;
     if (xr >= kPi) xr -= kTwoPi;
     coefTargetL = sweepCoefficient(x, freqLow, freqHigh);
@@ -90,7 +86,7 @@ void AFKnobixPhaser::setParameter(int index, float value) {
         depth = value;
         break;
     case 3:
-        width = unitRange(value) * 0.5f;
+        width = clampUnit(value) * 0.5f;
         break;
     default:
         break;
@@ -111,10 +107,6 @@ int32_t AFKnobixPhaser::getOption(int index) {
     if (index == 0) return stageCount - 3;
     if (index == 1) return invert;
     return 0;
-}
-
-void AFKnobixPhaser::getOptionList(int index, AFWordList& list) {
-    appendWords(list, optionWords(index));
 }
 
 void AFKnobixPhaser::mute() noexcept {

@@ -12,6 +12,8 @@
 class AFKnobixPhaser : public AFEffect, public AFBPMChangeInterface {
 public:
     AFKnobixPhaser(uint32_t effectType, AFSystemInfo* systemInfo, uint32_t constructionFlag);
+    // The catalogue entry.
+    static const AFEffectDescriptor descriptor;
     ~AFKnobixPhaser() override;
 
     // Audio thread in place; count <= 64.
@@ -22,8 +24,6 @@ public:
     void setOption(int index, int32_t value) override;
     // Any thread.
     int32_t getOption(int index) override;
-    // GUI thread or chunk save.
-    void getOptionList(int index, AFWordList& list) override;
     // Called from activate: clears the stages, recomputes the sweep and jumps every ramp.
     void reset() override;
     // Audio thread, once per control tick before process.

@@ -11,17 +11,6 @@ constexpr const char* kModeWords[] = {"Highpass", "Bandpass", "Lowpass", "Comb",
                                       "12dB BR",  "12dB BP",  "24dB LP", "24dB HP", "24dB BR", "24dB BP"};
 constexpr const char* kLinkWords[] = {"Unlink", "Link"};
 
-std::span<const char* const> optionWords(int index) {
-    switch (index) {
-    case 0:
-        return kModeWords;
-    case 2:
-        return kLinkWords;
-    default:
-        return {};
-    }
-}
-
 inline float cutoffToHz(float v) {
     return v * v * v * 18000.0f + 30.0f;
 }
@@ -55,13 +44,28 @@ void AFMultiModeFilter::CutoffRamp::snap(float value) noexcept {
     count = 0;
 }
 
+namespace {
+
+constexpr AFParameterInfo kParameters[] = {
+    {"Cutoff L", 0.0f}, {"Reso L", 0.5f}, {"Cutoff R", 0.0f}, {"Reso R", 0.5f}};
+constexpr AFWords kOptions[] = {kModeWords, AFWords{}, kLinkWords};
+constexpr AFSlotDefault kSlotDefaults[] = {{"Param1 Knob Amt", 1.0f}};
+constexpr AFOptionDefault kOptionDefaults[] = {{2, 1}};
+
+} // namespace
+
+const AFEffectDescriptor AFMultiModeFilter::descriptor{.typeId = 24,
+                                                       .displayName = "Filter",
+                                                       .className = "Multi_Mode_Filter",
+                                                       .create = makeEffect<AFMultiModeFilter>,
+                                                       .parameters = kParameters,
+                                                       .options = kOptions,
+                                                       .menuPosition = 20,
+                                                       .slotDefaults = kSlotDefaults,
+                                                       .optionDefaults = kOptionDefaults};
+
 AFMultiModeFilter::AFMultiModeFilter(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag), directL(system), directR(system) {
-    setName("Multi_Mode_Filter");
-    defineParameter(0, "Cutoff L", 0.0f);
-    defineParameter(1, "Reso L", 0.5f);
-    defineParameter(2, "Cutoff R", 0.0f);
-    defineParameter(3, "Reso R", 0.5f);
+    : AFEffect(descriptor, type, system, flag), directL(system), directR(system) {
     for (int i = 0; i < 4; ++i)
         setParameter(i, parameterValues[static_cast<std::size_t>(i)]);
     reset();
@@ -112,10 +116,6 @@ int32_t AFMultiModeFilter::getOption(int index) {
     if (index == 0) return mode;
     if (index == 2) return link;
     return 0;
-}
-
-void AFMultiModeFilter::getOptionList(int index, AFWordList& list) {
-    appendWords(list, optionWords(index));
 }
 
 void AFMultiModeFilter::reset() {

@@ -13,6 +13,8 @@
 class AFMultiModeFilter : public AFEffect {
 public:
     AFMultiModeFilter(uint32_t effectType, AFSystemInfo* systemInfo, uint32_t constructionFlag);
+    // The catalogue entry.
+    static const AFEffectDescriptor descriptor;
 
     // Audio thread in place; count <= 64.
     void process(float* left, float* right, int count) noexcept override;
@@ -22,8 +24,6 @@ public:
     void setOption(int index, int32_t value) override;
     // Any thread.
     int32_t getOption(int index) override;
-    // GUI thread or chunk save.
-    void getOptionList(int index, AFWordList& list) override;
     // Called from activate: ramps and filters jump to the current settings, histories clear.
     void reset() override;
     // Audio thread, once per control tick before process.

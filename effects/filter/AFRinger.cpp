@@ -3,6 +3,7 @@
 #include "effects/filter/LaneFilter.h"
 #include "effects/filter/WaveTables.h"
 #include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/ClampUnit.h"
 
 #include <algorithm>
 #include <cmath>
@@ -22,10 +23,6 @@ constexpr double kMaxFrequency = 320.0;
 
 enum Shape { kSaw = 0, kTri = 1, kSquare = 2, kSine = 3 };
 
-float unit(float v) noexcept {
-    return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
-}
-
 // The three partials' phases in the first three lanes of one vector, each lane stepped and wrapped as a
 // scalar phase would be.
 using Partials = float __attribute__((vector_size(16)));
@@ -42,16 +39,24 @@ Stereo limit(Stereo y, Stereo& envelope, Stereo release) noexcept {
     return y / (envelope > 1.0f ? envelope : Stereo{} + 1.0f);
 }
 
+constexpr AFParameterInfo kParameters[] = {{"Pitch", 0.5f}, {"VCA", 0.5f}, {"Amt", 0.5f}, {"Waveform", 0.5f}};
+constexpr AFWords kOptions[] = {kRangeWords};
+constexpr AFSlotDefault kSlotDefaults[] = {{"Param1 Knob Amt", 0.8f}};
+
 } // namespace
 
+const AFEffectDescriptor AFRinger::descriptor{.typeId = 8,
+                                              .displayName = "Ringmodulator",
+                                              .className = "Ringmodulator",
+                                              .create = makeEffect<AFRinger>,
+                                              .parameters = kParameters,
+                                              .options = kOptions,
+                                              .menuPosition = 8,
+                                              .slotDefaults = kSlotDefaults};
+
 AFRinger::AFRinger(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag), frequency(system), partialLevel(system), cutoff(system),
+    : AFEffect(descriptor, type, system, flag), frequency(system), partialLevel(system), cutoff(system),
       rectify(system), resonance(system), filter(1.0, kFilterDamping, StateVariableHP::Output::Low) {
-    setName("Ringmodulator");
-    defineParameter(0, "Pitch", 0.5f);
-    defineParameter(1, "VCA", 0.5f);
-    defineParameter(2, "Amt", 0.5f);
-    defineParameter(3, "Waveform", 0.5f);
 
     const WaveTables& tables = WaveTables::instance();
     constexpr Shape order[kShapeCount] = {kSine, kTri, kSquare, kSaw, kSaw};
@@ -68,7 +73,7 @@ AFRinger::AFRinger(uint32_t type, AFSystemInfo* system, uint32_t flag)
 }
 
 void AFRinger::apply(int index, float value) noexcept {
-    const float v = unit(value);
+    const float v = clampUnit(value);
     switch (index) {
     case 0:
         if (lowRange) {
@@ -116,10 +121,6 @@ void AFRinger::setOption(int index, int32_t value) {
 
 int32_t AFRinger::getOption(int index) {
     return index == 0 ? rangeOption : 0;
-}
-
-void AFRinger::getOptionList(int index, AFWordList& list) {
-    if (index == 0) appendWords(list, kRangeWords);
 }
 
 void AFRinger::updateRate() noexcept {

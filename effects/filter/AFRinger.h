@@ -13,6 +13,8 @@
 class AFRinger : public AFEffect, public AFBPMChangeInterface {
 public:
     AFRinger(uint32_t effectType, AFSystemInfo* systemInfo, uint32_t constructionFlag);
+    // The catalogue entry.
+    static const AFEffectDescriptor descriptor;
 
     // Audio thread: in place, count <= 64.
     void process(float* left, float* right, int count) noexcept override;
@@ -22,16 +24,12 @@ public:
     void setOption(int index, int32_t value) override;
     // Any thread.
     int32_t getOption(int index) override;
-    // GUI thread or chunk save.
-    void getOptionList(int index, AFWordList& list) override;
     // Audio thread, from activate; also the constructor.
     void reset() override;
     // Audio thread, once per control tick before process.
     void controlTick() noexcept override;
     // Audio thread when the slot starts.
     int32_t activate() override;
-    // Nobody in the running system.
-    bool hasFlag() override { return false; }
     // GUI thread.
     void formatParameter(int index, float value, char* text) override;
 

@@ -2,6 +2,7 @@
 
 #include "effects/filter/WaveTables.h"
 #include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/ClampUnit.h"
 #include "effects/framework/TimeValueTables.h"
 
 #include <algorithm>
@@ -15,20 +16,6 @@ constexpr const char* kScaleWords[] = {"Chromatic", "Whole", "3rd", "4rd", "5th"
 constexpr const char* kSignWords[] = {"Normal", "Inverse"};
 constexpr const char* kHoldWords[] = {"Flat", "Sweep", "Rootnote"};
 constexpr const char* kRootNames[] = {"C", "C#", "D", "D#", "E", "F", "F#", "G", "G#", "A", "A#", "B"};
-
-std::span<const char* const> optionWords(int index) {
-    switch (index) {
-    case 0:
-    case 1:
-        return kScaleWords;
-    case 2:
-        return kSignWords;
-    case 3:
-        return kHoldWords;
-    default:
-        return {};
-    }
-}
 
 // Semitones above the root that each scale word allows within one octave; the grid repeats every octave.
 // "Chromatic" has no grid: its note moves continuously.
@@ -50,10 +37,6 @@ constexpr Grid kGrids[] = {
 constexpr int kLowestNote = 24;
 constexpr float kGlide = 0.1f;
 
-float unit(float v) noexcept {
-    return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
-}
-
 float snapToGrid(float x, const Grid& grid) noexcept {
     const float octave = std::floor(x / 12.0f);
     const float within = x - octave * 12.0f;
@@ -74,15 +57,24 @@ int lineLengthFor(float sampleRate, const AFSystemInfo& system) noexcept {
     return static_cast<int>(sampleRate / system.noteLadder[kLowestNote].value) + 3;
 }
 
+constexpr AFParameterInfo kParameters[] = {
+    {"Note Left", 0.0f}, {"Note Right", 0.0f}, {"Feedback", 0.85f}, {"Hold", 0.25f}};
+constexpr AFWords kOptions[] = {kScaleWords, kScaleWords, kSignWords, kHoldWords};
+constexpr AFSlotDefault kSlotDefaults[] = {{"Param1 Knob Amt", 0.8f}, {"Param2 Knob Amt", 0.79f}};
+
 } // namespace
 
+const AFEffectDescriptor AFTonalizer::descriptor{.typeId = 7,
+                                                 .displayName = "Tonalizer",
+                                                 .className = "Tonalize",
+                                                 .create = makeEffect<AFTonalizer>,
+                                                 .parameters = kParameters,
+                                                 .options = kOptions,
+                                                 .menuPosition = 5,
+                                                 .slotDefaults = kSlotDefaults};
+
 AFTonalizer::AFTonalizer(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag), delayL(system), delayR(system), feedback(system) {
-    setName("Tonalize");
-    defineParameter(0, "Note Left", 0.0f);
-    defineParameter(1, "Note Right", 0.0f);
-    defineParameter(2, "Feedback", 0.85f);
-    defineParameter(3, "Hold", 0.25f);
+    : AFEffect(descriptor, type, system, flag), delayL(system), delayR(system), feedback(system) {
 
     const auto capacity = static_cast<std::size_t>(lineLengthFor(AFSystemInfo::kMaxSampleRate, *system));
     lineL.assign(capacity, 0.0f);
@@ -95,7 +87,7 @@ AFTonalizer::AFTonalizer(uint32_t type, AFSystemInfo* system, uint32_t flag)
 }
 
 float AFTonalizer::noteFor(float v, int32_t scale, int transposition) noexcept {
-    const float x = unit(v) * 60.0f;
+    const float x = clampUnit(v) * 60.0f;
     const float stepped = scale > 0 && scale < static_cast<int32_t>(std::size(kGrids))
                               ? snapToGrid(x, kGrids[static_cast<std::size_t>(scale)])
                               : x;
@@ -103,7 +95,8 @@ float AFTonalizer::noteFor(float v, int32_t scale, int transposition) noexcept {
 }
 
 int AFTonalizer::rootFor(float v) noexcept {
-    return static_cast<int>(unit(v) * 11.0f + 0.5f);
+    // NOLINTNEXTLINE(bugprone-incorrect-roundings): the truncating +0.5 the note steps are defined by
+    return static_cast<int>(clampUnit(v) * 11.0f + 0.5f);
 }
 
 int AFTonalizer::transposition() const noexcept {
@@ -120,7 +113,7 @@ double AFTonalizer::delayFor(float note) const noexcept {
 void AFTonalizer::setParameter(int index, float value) {
     if (index < 0 || index >= parameterCount) return;
     AFEffect::setParameter(index, value);
-    if (index == 2) feedback.setTarget((unit(value) + 1.0f) * 0.5f);
+    if (index == 2) feedback.setTarget((clampUnit(value) + 1.0f) * 0.5f);
 }
 
 void AFTonalizer::setOption(int index, int32_t value) {
@@ -157,10 +150,6 @@ int32_t AFTonalizer::getOption(int index) {
     default:
         return 0;
     }
-}
-
-void AFTonalizer::getOptionList(int index, AFWordList& list) {
-    appendWords(list, optionWords(index));
 }
 
 void AFTonalizer::updateLineLength() noexcept {
@@ -286,6 +275,7 @@ void AFTonalizer::formatParameter(int index, float value, char* text) {
     case 0:
     case 1: {
         const float note = noteFor(value, index == 0 ? scaleL : scaleR, transposition());
+        // NOLINTNEXTLINE(bugprone-incorrect-roundings): the display's truncating +0.5
         TimeValueTables::formatNote(text, kEffectTextSize, static_cast<int>(note + 0.5f));
         break;
     }

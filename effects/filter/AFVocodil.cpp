@@ -3,6 +3,7 @@
 #include "effects/filter/NoteFreqTable.h"
 #include "effects/filter/WaveTables.h"
 #include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/ClampUnit.h"
 #include "effects/framework/TimeValueTables.h"
 
 #include <algorithm>
@@ -17,21 +18,6 @@ constexpr const char* kOctaveWords[] = {"1 Hi", "2 Hi", "2 Low", "1 Low"};
 constexpr const char* kChordWords[] = {"Maj", "Min", "Whole", "Dim", "Aug", "4th", "Octave", "Weird"};
 constexpr const char* kArpWords[] = {"Up",     "Down",     "PingPong", "Up2",     "Down2",     "PingPong2",
                                      "TrigUp", "TrigDown", "TrigPP",   "Trig2Up", "Trig2Down", "Trig2PP"};
-
-std::span<const char* const> optionWords(int index) {
-    switch (index) {
-    case 0:
-        return kWaveWords;
-    case 1:
-        return kOctaveWords;
-    case 2:
-        return kChordWords;
-    case 3:
-        return kArpWords;
-    default:
-        return {};
-    }
-}
 
 // Raw band coefficients of the analysis filters; they do not follow the sample rate.
 constexpr float kAnalysisF[32] = {0.01f, 0.02f, 0.03f, 0.04f, 0.05f, 0.06f, 0.07f, 0.08f, 0.09f, 0.10f, 0.11f,
@@ -93,12 +79,8 @@ float pick(int32_t mask, float yes, float no) noexcept {
     return std::bit_cast<float>((mask & std::bit_cast<int32_t>(yes)) | (~mask & std::bit_cast<int32_t>(no)));
 }
 
-float unit(float v) noexcept {
-    return v >= 0.0f ? (v <= 1.0f ? v : 1.0f) : 0.0f;
-}
-
 int voicesFor(float v) noexcept {
-    return std::clamp(static_cast<int>(unit(v) * 9.5f + 1.0f), 1, 10);
+    return std::clamp(static_cast<int>(clampUnit(v) * 9.5f + 1.0f), 1, 10);
 }
 
 bool isDownMode(int mode) noexcept {
@@ -108,15 +90,24 @@ bool isPingPongMode(int mode) noexcept {
     return mode == 2 || mode == 5 || mode == 8 || mode == 11;
 }
 
+constexpr AFParameterInfo kParameters[] = {
+    {"Sound", 0.4197960f}, {"Note", 0.0f}, {"Spread", 0.8f}, {"Arp", 0.0f}};
+constexpr AFWords kOptions[] = {kWaveWords, kOctaveWords, kChordWords, kArpWords};
+constexpr AFSlotDefault kSlotDefaults[] = {{"Dry Wet", 0.5f}, {"Param2 Knob Amt", 0.8f}};
+
 } // namespace
 
+const AFEffectDescriptor AFVocodil::descriptor{.typeId = 19,
+                                               .displayName = "Vocodizer",
+                                               .className = "AFVocodil",
+                                               .create = makeEffect<AFVocodil>,
+                                               .parameters = kParameters,
+                                               .options = kOptions,
+                                               .menuPosition = 9,
+                                               .slotDefaults = kSlotDefaults};
+
 AFVocodil::AFVocodil(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag), pairs(WaveTables::instance().pairs(0)) {
-    setName("AFVocodil");
-    defineParameter(0, "Sound", 0.4197960f);
-    defineParameter(1, "Note", 0.0f);
-    defineParameter(2, "Spread", 0.8f);
-    defineParameter(3, "Arp", 0.0f);
+    : AFEffect(descriptor, type, system, flag), pairs(WaveTables::instance().pairs(0)) {
     analysisL.setF(kAnalysisF);
     analysisR.setF(kAnalysisF);
     analysisL.setDamp(0.25f);
@@ -131,7 +122,7 @@ AFVocodil::AFVocodil(uint32_t type, AFSystemInfo* system, uint32_t flag)
 }
 
 int AFVocodil::baseNote(float v) const noexcept {
-    const float u = unit(v);
+    const float u = clampUnit(v);
     switch (octaveMode) {
     case 1:
         return static_cast<int>(u * 24.5f + 48.0f);
@@ -148,7 +139,7 @@ void AFVocodil::setParameter(int index, float value) {
     AFEffect::setParameter(index, value);
     switch (index) {
     case 0: {
-        const float s = unit(value);
+        const float s = clampUnit(value);
         const float y = s * 9.5f;
         const int row = static_cast<int>(y);
         const float fy = y - static_cast<float>(row);
@@ -180,9 +171,10 @@ void AFVocodil::setParameter(int index, float value) {
     }
     case 3: {
         const bool wasOn = arpOn();
-        arpLength = arpMode >= 6 ? 1u
-                                 : TimeValueTables::instance().offTripletTable.intervalSamples(*systemInfo,
-                                                                                               unit(value));
+        arpLength =
+            arpMode >= 6
+                ? 1u
+                : TimeValueTables::instance().offTripletTable.intervalSamples(*systemInfo, clampUnit(value));
         if (wasOn != arpOn()) computeVoiceGains();
         break;
     }
@@ -265,10 +257,6 @@ int32_t AFVocodil::getOption(int index) {
     }
 }
 
-void AFVocodil::getOptionList(int index, AFWordList& list) {
-    appendWords(list, optionWords(index));
-}
-
 void AFVocodil::formatParameter(int index, float value, char* text) {
     switch (index) {
     case 0:
@@ -285,7 +273,7 @@ void AFVocodil::formatParameter(int index, float value, char* text) {
             std::snprintf(text, kEffectTextSize, "%s", value > 0.5f ? "On" : "Off");
         else
             std::snprintf(text, kEffectTextSize, "%s",
-                          TimeValueTables::instance().offTripletTable.valueName(unit(value)));
+                          TimeValueTables::instance().offTripletTable.valueName(clampUnit(value)));
         break;
     default:
         AFEffect::formatParameter(index, value, text);
@@ -368,13 +356,13 @@ void AFVocodil::countActiveVoices() noexcept {
 }
 
 void AFVocodil::controlTick() noexcept {
-    const float s = unit(parameterValues[0]);
+    const float s = clampUnit(parameterValues[0]);
     const float k = s < 0.5f ? s * 0.5f : 0.25f - (s - 0.5f) * 0.5f;
     envRate = (1.0f / (systemInfo->sampleRate * 0.001f * 70.0f + 1e-09f)) * (k * 4.0f + 1.0f);
     if (arpMode < 6) {
         const bool wasOn = arpOn();
-        arpLength = TimeValueTables::instance().offTripletTable.intervalSamples(*systemInfo,
-                                                                                unit(parameterValues[3]));
+        arpLength = TimeValueTables::instance().offTripletTable.intervalSamples(
+            *systemInfo, clampUnit(parameterValues[3]));
         if (wasOn != arpOn()) computeVoiceGains();
     }
     if (arpOn()) stepArpeggio();

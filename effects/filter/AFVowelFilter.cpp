@@ -3,17 +3,13 @@
 #include "effects/filter/SvfDampTable.h"
 #include "effects/filter/SvfTuneTable.h"
 #include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/ClampUnit.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 
 namespace {
-
-// Kept inside 0..1; a NaN from a hostile value reads as 0 and so never reaches an index.
-inline float unitRange(float v) {
-    return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
-}
 
 constexpr const char* kModelWords[] = {"Highpass", "Lowpass", "Bandpass", "Comp"};
 
@@ -44,7 +40,7 @@ const std::array<AFVowelFilter::Vowel, AFVowelFilter::kVowels + 1>& AFVowelFilte
 }
 
 void AFVowelFilter::vowelFrequencies(float value, float& f1, float& f2) noexcept {
-    const float x = unitRange(value) * 8.0f;
+    const float x = clampUnit(value) * 8.0f;
     const auto lo = static_cast<std::size_t>(static_cast<int>(x + 1e-07f));
     const auto hi = static_cast<std::size_t>(static_cast<int>(x + 0.999999f));
     const float t = x - std::trunc(x);
@@ -61,7 +57,7 @@ void AFVowelFilter::svfCoefficients(float frequency, float r, float rowCap, floa
     float frac = x - static_cast<float>(column);
     if (column >= 10) frac = 0.0f;
     const int c = std::clamp(column, 0, 10);
-    const float rr = std::min(unitRange(r), rowCap);
+    const float rr = std::min(clampUnit(r), rowCap);
     const float y = rr * 10.0f;
     const int row = static_cast<int>(y - 0.5f);
     const float fr = y - static_cast<float>(row);
@@ -80,20 +76,33 @@ void AFVowelFilter::svfCoefficients(float frequency, float r, float rowCap, floa
         w10 * SvfDampTable::at(i10).value + w11 * SvfDampTable::at(i11).value;
 }
 
+namespace {
+
+constexpr AFParameterInfo kParameters[] = {
+    {"Vowel A", 0.1099f}, {"Vowel B", 1.0f}, {"Vowel Mix", 0.7299f}, {"Resonance", 1.0f}};
+constexpr AFWords kOptions[] = {kModelWords};
+constexpr AFSlotDefault kSlotDefaults[] = {{"Parameter 3", 0.0f}, {"Param3 Knob Amt", 0.99f}};
+
+} // namespace
+
+const AFEffectDescriptor AFVowelFilter::descriptor{.typeId = 18,
+                                                   .displayName = "Vowel Filter",
+                                                   .className = "Vowelfilter",
+                                                   .create = makeEffect<AFVowelFilter>,
+                                                   .parameters = kParameters,
+                                                   .options = kOptions,
+                                                   .menuPosition = 22,
+                                                   .slotDefaults = kSlotDefaults};
+
 AFVowelFilter::AFVowelFilter(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag) {
-    setName("Vowelfilter");
-    defineParameter(0, "Vowel A", 0.1099f);
-    defineParameter(1, "Vowel B", 1.0f);
-    defineParameter(2, "Vowel Mix", 0.7299f);
-    defineParameter(3, "Resonance", 1.0f);
+    : AFEffect(descriptor, type, system, flag) {
     SvfTuneTable::entries();
     SvfDampTable::entries();
     for (auto& line : combLines)
         line.assign(kCombCapacity, 0.0f);
     vowelFrequencies(parameterValues[0], f1A, f2A);
     vowelFrequencies(parameterValues[1], f1B, f2B);
-    resonance = std::pow(unitRange(parameterValues[3]), 0.84f);
+    resonance = std::pow(clampUnit(parameterValues[3]), 0.84f);
     mix = mixTarget = parameterValues[2];
     deriveRate();
     updateFormants();
@@ -128,7 +137,7 @@ void AFVowelFilter::setParameter(int index, float value) {
         updateFormants();
         break;
     case 3:
-        resonance = std::pow(unitRange(value), 0.84f);
+        resonance = std::pow(clampUnit(value), 0.84f);
         dirty = true;
         break;
     default:
@@ -144,10 +153,6 @@ void AFVowelFilter::setOption(int index, int32_t value) {
 
 int32_t AFVowelFilter::getOption(int index) {
     return index == 0 ? model : 0;
-}
-
-void AFVowelFilter::getOptionList(int index, AFWordList& list) {
-    if (index == 0) appendWords(list, kModelWords);
 }
 
 void AFVowelFilter::getParameterWords(int index, AFWordList& list) {
@@ -195,7 +200,7 @@ void AFVowelFilter::updateFormants() noexcept {
 
 void AFVowelFilter::controlTick() noexcept {
     if (systemInfo->sampleRate != rate) deriveRate();
-    const float value = unitRange(parameterValues[2]);
+    const float value = clampUnit(parameterValues[2]);
     if (value != mixTarget) {
         mixTarget = value;
         mixCount = systemInfo->sampleRate * 0.001f / std::max(systemInfo->controlRate, 1.0f) * kMixRampMs;
@@ -365,7 +370,8 @@ void AFVowelFilter::process(float* left, float* right, int count) noexcept {
 
 void AFVowelFilter::formatParameter(int index, float value, char* text) {
     if (index == 0 || index == 1) {
-        const int i = std::clamp(static_cast<int>(unitRange(value) * 8.0f + 0.5f), 0, kVowels - 1);
+        // NOLINTNEXTLINE(bugprone-incorrect-roundings): the display's truncating +0.5
+        const int i = std::clamp(static_cast<int>(clampUnit(value) * 8.0f + 0.5f), 0, kVowels - 1);
         std::snprintf(text, kEffectTextSize, "%s", vowels()[static_cast<std::size_t>(i)].word);
         return;
     }

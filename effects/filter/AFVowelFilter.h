@@ -11,6 +11,8 @@
 class AFVowelFilter : public AFEffect {
 public:
     AFVowelFilter(uint32_t effectType, AFSystemInfo* systemInfo, uint32_t constructionFlag);
+    // The catalogue entry.
+    static const AFEffectDescriptor descriptor;
 
     // Audio thread in place; count <= 64.
     void process(float* left, float* right, int count) noexcept override;
@@ -20,8 +22,6 @@ public:
     void setOption(int index, int32_t value) override;
     // Any thread.
     int32_t getOption(int index) override;
-    // GUI thread or chunk save.
-    void getOptionList(int index, AFWordList& list) override;
     // Audio thread, once per control tick before process.
     void controlTick() noexcept override;
     // GUI thread.

@@ -1,16 +1,12 @@
 #include "effects/framework/AFDirectFilter.h"
 
 #include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/ClampUnit.h"
 
 #include <algorithm>
 #include <cmath>
 
 namespace {
-
-// Kept inside 0..1; a NaN from a hostile value reads as 0 and so never reaches an index.
-inline float unitRange(float v) {
-    return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
-}
 
 // Power of two above the longest comb delay (highest rate over the comb floor), so reads wrap by a mask.
 constexpr int kLineSize = 8192;
@@ -23,12 +19,12 @@ AFDirectFilter::AFDirectFilter(AFSystemInfo* system)
     : systemInfo(system), lineL(kLineSize, 0.0f), lineR(kLineSize, 0.0f), lineSize(kLineSize) {}
 
 float AFDirectFilter::cutoffHz(float cutoff) noexcept {
-    const float c = unitRange(cutoff) * 0.9f + 0.1f;
+    const float c = clampUnit(cutoff) * 0.9f + 0.1f;
     return c * c * c * 20000.0f;
 }
 
 float AFDirectFilter::scaledResonance(int mode, float resonance) noexcept {
-    const float r = unitRange(resonance);
+    const float r = clampUnit(resonance);
     if (mode == Highpass) return r * 0.9f;
     if (mode == Lowpass) return r * 0.75f;
     return r;

@@ -19,6 +19,15 @@ AFEffect::AFEffect(uint32_t type, int32_t count, AFSystemInfo* system, uint32_t 
     }
 }
 
+AFEffect::AFEffect(const AFEffectDescriptor& entry, uint32_t type, AFSystemInfo* system, uint32_t flag,
+                   int32_t count)
+    : AFEffect(type, count < 0 ? static_cast<int32_t>(entry.parameters.size()) : count, system, flag) {
+    catalogueEntry = &entry;
+    setName(entry.className);
+    for (std::size_t i = 0; i < entry.parameters.size(); ++i)
+        defineParameter(static_cast<int>(i), entry.parameters[i].name, entry.parameters[i].defaultValue);
+}
+
 AFEffect::~AFEffect() = default;
 
 void AFEffect::analyze(float*, float*, int) noexcept {}
@@ -35,7 +44,9 @@ int32_t AFEffect::getOption(int) {
     return 0;
 }
 
-void AFEffect::getOptionList(int, AFWordList&) {}
+void AFEffect::getOptionList(int index, AFWordList& list) {
+    appendWords(list, optionWords(index));
+}
 
 void AFEffect::getParameterName(int index, char* text) {
     if (index < 0 || index >= parameterCount) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "effects/framework/AFEffectDescriptor.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -20,6 +22,10 @@ class AFEffect {
 public:
     AFEffect(uint32_t effectType, int32_t parameterCount, AFSystemInfo* systemInfo,
              uint32_t constructionFlag);
+    // A catalogue effect: names, defaults and option words from its descriptor. `parameterCount` only when
+    // the class keeps more values than it names.
+    AFEffect(const AFEffectDescriptor& descriptor, uint32_t effectType, AFSystemInfo* systemInfo,
+             uint32_t constructionFlag, int32_t parameterCount = -1);
     AFEffect(const AFEffect&) = delete;
     AFEffect& operator=(const AFEffect&) = delete;
 
@@ -37,7 +43,7 @@ public:
     virtual void setOption(int index, int32_t value);
     // 7. Any thread.
     virtual int32_t getOption(int index);
-    // 8. GUI thread or chunk save: appends the option's words.
+    // 8. GUI thread or chunk save: appends the option's words, from the descriptor.
     virtual void getOptionList(int index, AFWordList& list);
     // 9-12. Nobody calls them.
     virtual int32_t queryWord(uint32_t) { return 0; }
@@ -88,6 +94,12 @@ public:
         return parameterValues[static_cast<std::size_t>(index)];
     }
     AFSystemInfo* getSystemInfo() const noexcept { return systemInfo; }
+    // Null for the modulators, which are not in the catalogue.
+    const AFEffectDescriptor* getDescriptor() const noexcept { return catalogueEntry; }
+    // Any thread: the words of option `index`, empty when the option has no menu.
+    AFWords optionWords(int index) const noexcept {
+        return catalogueEntry != nullptr ? catalogueEntry->optionWords(index) : AFWords{};
+    }
     float getMix() const noexcept { return mix; }
     uint32_t getHostWord() const noexcept { return hostWord; }
     uint32_t getAuxWord() const noexcept { return auxWord; }
@@ -113,6 +125,7 @@ protected:
     uint32_t hostWord;
     uint32_t auxWord = 0;
     uint32_t constructionFlag;
+    const AFEffectDescriptor* catalogueEntry = nullptr;
 };
 
 // Appends a fixed word list to an option list.

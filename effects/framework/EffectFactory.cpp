@@ -31,55 +31,49 @@
 
 namespace {
 
-using Creator = std::unique_ptr<AFEffect> (*)(AFSystemInfo*, int);
+// Ids that keep a name and a place in stored files and have no class.
+constexpr AFEffectDescriptor kClassicFilter{.typeId = 0, .displayName = "Classic Filter", .number = 3};
+constexpr AFEffectDescriptor kSpectralLooper{.typeId = 6, .displayName = "SpectralLooper"};
+constexpr AFEffectDescriptor kSliceLooper{.typeId = 10, .displayName = "Slice Looper"};
+constexpr AFEffectDescriptor kHoldSwapper{.typeId = 15, .displayName = "HoldSwapper"};
 
-template <class T>
-std::unique_ptr<AFEffect> make(AFSystemInfo* system, int typeId) {
-    return std::make_unique<T>(static_cast<uint32_t>(typeId), system, 0u);
-}
-
-struct Row {
-    const char* name;
-    int number;
-    Creator create; // null: the id has a name and nothing else
-    bool sound;     // false: the class passes audio through until its sound lands
+struct Entry {
+    const AFEffectDescriptor* descriptor;
+    bool sound; // false: the class passes audio through until its sound lands
 };
 
-// One row per type id.
-constexpr std::array<Row, EffectFactory::kTypeCount> kCatalogue{{
-    {"Classic Filter", 3, nullptr, false},
-    {"Looper", 4, make<AFTriggerLooper>, true},
-    {"Pitch Looper", 4, make<AFPitchLooper>, false},
-    {"Reactor", 4, make<AFTransientLooper>, false},
-    {"Granulizer", 4, make<AFBeatStretcherKN>, true},
-    {"Spectralizer", 4, make<AFFilterBank>, true},
-    {"SpectralLooper", 4, nullptr, false},
-    {"Tonalizer", 4, make<AFTonalizer>, true},
-    {"Ringmodulator", 4, make<AFRinger>, true},
-    {"Stutter", 4, make<AFStutter>, true},
-    {"Slice Looper", 4, nullptr, false},
-    {"Pitch Delay", 4, make<AFPitchDelayT>, false},
-    {"Pan Looper", 4, make<AFPanLooper>, false},
-    {"Reverb", 4, make<AFReverbHQ>, false},
-    {"Phaser", 4, make<AFKnobixPhaser>, true},
-    {"HoldSwapper", 4, nullptr, false},
-    {"Vinylizer", 4, make<AFTapeStopper>, true},
-    {"Slicearranger", 4, make<AFSliceArranger>, false},
-    {"Vowel Filter", 4, make<AFVowelFilter>, true},
-    {"Vocodizer", 4, make<AFVocodil>, true},
-    {"Pattern Delay", 4, make<AFPatternDelay>, false},
-    {"Reverse Delay", 4, make<AFReverseDelayV>, true},
-    {"Levelizer", 4, make<AFAmper>, true},
-    {"Guitar Amp", 4, make<AFMetalAmpT>, false},
-    {"Filter", 4, make<AFMultiModeFilter>, true},
-    {"Filter Pattern", 4, make<AFFilterPattern>, false},
-    {"FreezeVerb", 4, make<AFReverb3>, true},
-    {"Flanger", 4, make<AFFlangerT>, true},
-    {"Test", 4, make<AFTest>, true},
+// One line per type id, in id order.
+constexpr std::array<Entry, EffectFactory::kTypeCount> kCatalogue{{
+    {&kClassicFilter, false},
+    {&AFTriggerLooper::descriptor, true},
+    {&AFPitchLooper::descriptor, false},
+    {&AFTransientLooper::descriptor, false},
+    {&AFBeatStretcherKN::descriptor, true},
+    {&AFFilterBank::descriptor, true},
+    {&kSpectralLooper, false},
+    {&AFTonalizer::descriptor, true},
+    {&AFRinger::descriptor, true},
+    {&AFStutter::descriptor, true},
+    {&kSliceLooper, false},
+    {&AFPitchDelayT::descriptor, false},
+    {&AFPanLooper::descriptor, false},
+    {&AFReverbHQ::descriptor, false},
+    {&AFKnobixPhaser::descriptor, true},
+    {&kHoldSwapper, false},
+    {&AFTapeStopper::descriptor, true},
+    {&AFSliceArranger::descriptor, false},
+    {&AFVowelFilter::descriptor, true},
+    {&AFVocodil::descriptor, true},
+    {&AFPatternDelay::descriptor, false},
+    {&AFReverseDelayV::descriptor, true},
+    {&AFAmper::descriptor, true},
+    {&AFMetalAmpT::descriptor, false},
+    {&AFMultiModeFilter::descriptor, true},
+    {&AFFilterPattern::descriptor, false},
+    {&AFReverb3::descriptor, true},
+    {&AFFlangerT::descriptor, true},
+    {&AFTest::descriptor, true},
 }};
-
-constexpr std::array<int, EffectFactory::kMenuCount> kMenuOrder{20, 21, 11, 27, 14, 7, 13, 26, 8,  19, 22, 23,
-                                                                1,  2,  12, 3,  17, 4, 9,  16, 24, 25, 18, 5};
 
 bool inRange(int typeId) {
     return typeId >= 0 && typeId < EffectFactory::kTypeCount;
@@ -87,21 +81,25 @@ bool inRange(int typeId) {
 
 } // namespace
 
+const AFEffectDescriptor* EffectFactory::descriptor(int typeId) {
+    return inRange(typeId) ? kCatalogue[static_cast<std::size_t>(typeId)].descriptor : nullptr;
+}
+
 std::unique_ptr<AFEffect> EffectFactory::create(AFSystemInfo* systemInfo, int typeId) {
     if (!hasClass(typeId)) return nullptr;
-    return kCatalogue[static_cast<std::size_t>(typeId)].create(systemInfo, typeId);
+    return descriptor(typeId)->create(systemInfo, typeId);
 }
 
 const char* EffectFactory::effectName(int typeId) {
-    return inRange(typeId) ? kCatalogue[static_cast<std::size_t>(typeId)].name : "";
+    return inRange(typeId) ? descriptor(typeId)->displayName : "";
 }
 
 int EffectFactory::effectNumber(int typeId) {
-    return inRange(typeId) ? kCatalogue[static_cast<std::size_t>(typeId)].number : 0;
+    return inRange(typeId) ? descriptor(typeId)->number : 0;
 }
 
 bool EffectFactory::hasClass(int typeId) {
-    return inRange(typeId) && kCatalogue[static_cast<std::size_t>(typeId)].create != nullptr;
+    return inRange(typeId) && descriptor(typeId)->create != nullptr;
 }
 
 bool EffectFactory::hasSound(int typeId) {
@@ -110,13 +108,13 @@ bool EffectFactory::hasSound(int typeId) {
 
 int EffectFactory::menuTypeId(int position) {
     if (position < 0 || position >= kMenuCount) return -1;
-    return kMenuOrder[static_cast<std::size_t>(position)];
+    for (const Entry& e : kCatalogue)
+        if (e.descriptor->menuPosition == position) return e.descriptor->typeId;
+    return -1;
 }
 
 int EffectFactory::menuPosition(int typeId) {
-    for (int i = 0; i < kMenuCount; ++i)
-        if (kMenuOrder[static_cast<std::size_t>(i)] == typeId) return i;
-    return -1;
+    return inRange(typeId) ? descriptor(typeId)->menuPosition : -1;
 }
 
 const char* EffectFactory::menuEffectName(int position) {
@@ -124,7 +122,7 @@ const char* EffectFactory::menuEffectName(int position) {
 }
 
 int EffectFactory::typeIdByName(const char* displayName) {
-    for (int i = 0; i < kTypeCount; ++i)
-        if (std::strcmp(kCatalogue[static_cast<std::size_t>(i)].name, displayName) == 0) return i;
+    for (const Entry& e : kCatalogue)
+        if (std::strcmp(e.descriptor->displayName, displayName) == 0) return e.descriptor->typeId;
     return -1;
 }

@@ -1,18 +1,19 @@
 #pragma once
 
+#include "effects/framework/AFEffectDescriptor.h"
+
 #include <memory>
 
-class AFEffect;
-class AFSystemInfo;
-
-// The catalogue of effects: type ids as stored in presets and chunks, display names, menu order, and the
-// factory that builds the class of an id.
+// The catalogue of effects: the descriptors by type id (the id stored in presets and chunks), and the factory
+// that builds the class of an id. An effect joins it with its descriptor and one line in the list.
 class EffectFactory {
 public:
     static constexpr int kTypeCount = 29;
     static constexpr int kMenuCount = 24;
     static constexpr int kFirstSlotEffect = 17; // what a new slot holds until a preset replaces it
 
+    // Any thread: the entry of an id, null outside 0..28.
+    static const AFEffectDescriptor* descriptor(int typeId);
     // Any thread with the audio held off. Null for ids without a class (0, 6, 10, 15) and out-of-range ids.
     static std::unique_ptr<AFEffect> create(AFSystemInfo* systemInfo, int typeId);
 

@@ -20,19 +20,6 @@ constexpr int kPingPong = 2;
 // A tempo change that resizes the take leaves every grain on this window until the option is set again.
 constexpr int kSineWindow = 2;
 
-std::span<const char* const> optionWords(int index) {
-    switch (index) {
-    case 0:
-        return kModeWords;
-    case 1:
-        return kWindowWords;
-    case 2:
-        return kDirectionWords;
-    default:
-        return {};
-    }
-}
-
 double unit(float value) noexcept {
     return std::isfinite(value) ? std::clamp(static_cast<double>(value), 0.0, 1.0) : 0.0;
 }
@@ -105,14 +92,28 @@ AFBeatStretcherKN::windowTables() {
     return tables;
 }
 
+namespace {
+
+constexpr AFParameterInfo kParameters[] = {
+    {"Amount", 0.5f}, {"Grainsize", 0.7f}, {"Distance", 0.2f}, {"Pitch", 0.5f}};
+constexpr AFWords kOptions[] = {kModeWords, kWindowWords, kDirectionWords};
+constexpr AFSlotDefault kSlotDefaults[] = {{"Param4 Knob Amt", 0.6f}};
+
+} // namespace
+
+const AFEffectDescriptor AFBeatStretcherKN::descriptor{.typeId = 4,
+                                                       .displayName = "Granulizer",
+                                                       .className = "Stretcher",
+                                                       .create = makeEffect<AFBeatStretcherKN>,
+                                                       .parameters = kParameters,
+                                                       .options = kOptions,
+                                                       .menuPosition = 17,
+                                                       .slotDefaults = kSlotDefaults};
+
 AFBeatStretcherKN::AFBeatStretcherKN(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag), leftBuffer(std::make_unique_for_overwrite<float[]>(kMaxBufferLength)),
+    : AFEffect(descriptor, type, system, flag),
+      leftBuffer(std::make_unique_for_overwrite<float[]>(kMaxBufferLength)),
       rightBuffer(std::make_unique_for_overwrite<float[]>(kMaxBufferLength)) {
-    setName("Stretcher");
-    defineParameter(0, "Amount", 0.5f);
-    defineParameter(1, "Grainsize", 0.7f);
-    defineParameter(2, "Distance", 0.2f);
-    defineParameter(3, "Pitch", 0.5f);
     for (int i = 0; i < 4; ++i)
         AFBeatStretcherKN::setParameter(i, parameterValues[static_cast<std::size_t>(i)]);
     capacity = static_cast<int32_t>(std::lround(static_cast<double>(systemInfo->samplesPerBeat) * 8.0));
@@ -192,10 +193,6 @@ int32_t AFBeatStretcherKN::getOption(int index) {
     default:
         return 0;
     }
-}
-
-void AFBeatStretcherKN::getOptionList(int index, AFWordList& list) {
-    appendWords(list, optionWords(index));
 }
 
 void AFBeatStretcherKN::reset() {
@@ -448,10 +445,12 @@ void AFBeatStretcherKN::formatParameter(int index, float value, char* text) {
     switch (index) {
     case 1:
         std::snprintf(text, kEffectTextSize, "%d ms",
+                      // NOLINTNEXTLINE(bugprone-incorrect-roundings): the display's truncating +0.5
                       static_cast<int>(grainSamples(rate, v) / rate * 1000.0 + 0.5));
         break;
     case 2:
         std::snprintf(text, kEffectTextSize, "%d ms",
+                      // NOLINTNEXTLINE(bugprone-incorrect-roundings): the display's truncating +0.5
                       static_cast<int>(distanceSamples(rate, v) / rate * 1000.0 + 0.5));
         break;
     case 3:

@@ -16,6 +16,8 @@ public:
 
     // Any thread with the audio held off. Sizes the buffers for the slowest tempo at the highest rate.
     AFBeatStretcherKN(uint32_t effectType, AFSystemInfo* systemInfo, uint32_t constructionFlag);
+    // The catalogue entry.
+    static const AFEffectDescriptor descriptor;
     // Any thread with the audio held off.
     ~AFBeatStretcherKN() override;
 
@@ -27,8 +29,6 @@ public:
     void setOption(int index, int32_t value) override;
     // Any thread.
     int32_t getOption(int index) override;
-    // GUI thread or chunk save.
-    void getOptionList(int index, AFWordList& list) override;
     // The effect's own code.
     void reset() override;
     // Audio thread, through bpmChanged: only the length in use changes.
@@ -39,8 +39,6 @@ public:
     void deactivate() noexcept override {}
     // GUI thread.
     void formatParameter(int index, float value, char* text) override;
-    // Nobody in the running system.
-    bool hasFlag() override { return false; }
     // Audio thread, from the block loop.
     void bpmChanged() noexcept override { tempoChanged(1); }
     // Audio thread: a fresh take, no grains sounding. Returns 1.

@@ -9,29 +9,24 @@ constexpr const char* kOption2[] = {"Free", "Tone"};
 constexpr const char* kOption3[] = {"Off",      "2nd",     "3rd Off",    "3rd On",
                                     "Rhythm 1", "Shuffle", "Swing Soft", "Swing Hard"};
 
-std::span<const char* const> optionWords(int index) {
-    switch (index) {
-    case 0:
-        return kOption0;
-    case 2:
-        return kOption2;
-    case 3:
-        return kOption3;
-    default:
-        return {};
-    }
-}
+constexpr AFParameterInfo kParameters[] = {{"Size", 0.5f}, {"Pan", 0.5f}, {"Pitch", 0.5f}, {"Amp", 1.0f}};
+constexpr AFWords kOptions[] = {kOption0, AFWords{}, kOption2, kOption3};
+constexpr AFSlotDefault kSlotDefaults[] = {{"Param3 Knob Amt", 0.6f}};
 
 } // namespace
 
+const AFEffectDescriptor AFPanLooper::descriptor{.typeId = 12,
+                                                 .displayName = "Pan Looper",
+                                                 .className = "AFPanLooper",
+                                                 .create = makeEffect<AFPanLooper>,
+                                                 .parameters = kParameters,
+                                                 .options = kOptions,
+                                                 .menuPosition = 14,
+                                                 .quantise = 2,
+                                                 .slotDefaults = kSlotDefaults};
+
 AFPanLooper::AFPanLooper(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag) {
-    setName("AFPanLooper");
-    defineParameter(0, "Size", 0.5f);
-    defineParameter(1, "Pan", 0.5f);
-    defineParameter(2, "Pitch", 0.5f);
-    defineParameter(3, "Amp", 1.0f);
-}
+    : AFEffect(descriptor, type, system, flag) {}
 
 void AFPanLooper::setOption(int index, int32_t value) {
     const auto words = optionWords(index);
@@ -41,10 +36,6 @@ void AFPanLooper::setOption(int index, int32_t value) {
 
 int32_t AFPanLooper::getOption(int index) {
     return optionWords(index).empty() ? 0 : options[static_cast<std::size_t>(index)];
-}
-
-void AFPanLooper::getOptionList(int index, AFWordList& list) {
-    appendWords(list, optionWords(index));
 }
 
 void AFPanLooper::formatParameter(int, float value, char* text) {

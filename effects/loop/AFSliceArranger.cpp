@@ -10,31 +10,25 @@ constexpr const char* kOption1[] = {"Repeat", "Up", "Down", "Hard", "Pong", "Sof
 constexpr const char* kOption2[] = {"Repeat", "Up", "Down", "Hard", "Pong", "Soft"};
 constexpr const char* kOption3[] = {"Bar", "2 Bars"};
 
-std::span<const char* const> optionWords(int index) {
-    switch (index) {
-    case 0:
-        return kOption0;
-    case 1:
-        return kOption1;
-    case 2:
-        return kOption2;
-    case 3:
-        return kOption3;
-    default:
-        return {};
-    }
-}
+constexpr AFParameterInfo kParameters[] = {
+    {"Pattern", 0.0f}, {"Fill 1", 0.0f}, {"Fill 2", 0.0f}, {"Decay", 1.0f}};
+constexpr AFWords kOptions[] = {kOption0, kOption1, kOption2, kOption3};
+constexpr AFSlotDefault kSlotDefaults[] = {{"Param4 Knob Amt", 0.2f}};
 
 } // namespace
 
+const AFEffectDescriptor AFSliceArranger::descriptor{.typeId = 17,
+                                                     .displayName = "Slicearranger",
+                                                     .className = "AFSliceArranger",
+                                                     .create = makeEffect<AFSliceArranger>,
+                                                     .parameters = kParameters,
+                                                     .options = kOptions,
+                                                     .menuPosition = 16,
+                                                     .quantise = 2,
+                                                     .slotDefaults = kSlotDefaults};
+
 AFSliceArranger::AFSliceArranger(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag) {
-    setName("AFSliceArranger");
-    defineParameter(0, "Pattern", 0.0f);
-    defineParameter(1, "Fill 1", 0.0f);
-    defineParameter(2, "Fill 2", 0.0f);
-    defineParameter(3, "Decay", 1.0f);
-}
+    : AFEffect(descriptor, type, system, flag) {}
 
 void AFSliceArranger::setOption(int index, int32_t value) {
     const auto words = optionWords(index);
@@ -44,10 +38,6 @@ void AFSliceArranger::setOption(int index, int32_t value) {
 
 int32_t AFSliceArranger::getOption(int index) {
     return optionWords(index).empty() ? 0 : options[static_cast<std::size_t>(index)];
-}
-
-void AFSliceArranger::getOptionList(int index, AFWordList& list) {
-    appendWords(list, optionWords(index));
 }
 
 void AFSliceArranger::formatParameter(int, float value, char* text) {

@@ -21,17 +21,6 @@ constexpr double kPpqSmoothOld = 0.8999999761581421;
 // The slot never hands over more; longer calls are worked through in pieces of this size.
 constexpr int kMaxBlock = 64;
 
-std::span<const char* const> optionWords(int index) {
-    switch (index) {
-    case 0:
-        return kSyncWords;
-    case 1:
-        return kSwingWords;
-    default:
-        return {};
-    }
-}
-
 // A knob value kept inside 0..1; NaN reads as 0. Modulation may push the slot's values past the ends.
 double unit(float value) {
     if (!(value > 0.0f)) return 0.0;
@@ -159,15 +148,24 @@ void rampValues(ParamRamp& ramp, float* values, int n) {
         values[i] = values[n - 1];
 }
 
+constexpr AFParameterInfo kParameters[] = {{"Size", 0.5f}, {"Decay", 1.0f}, {"Shape", 0.0f}, {"Pan", 0.3f}};
+constexpr AFWords kOptions[] = {kSyncWords, kSwingWords};
+constexpr AFSlotDefault kSlotDefaults[] = {{"Param3 Knob Amt", 0.8f}};
+
 } // namespace
 
+const AFEffectDescriptor AFStutter::descriptor{.typeId = 9,
+                                               .displayName = "Stutter",
+                                               .className = "AFStutter",
+                                               .create = makeEffect<AFStutter>,
+                                               .parameters = kParameters,
+                                               .options = kOptions,
+                                               .menuPosition = 18,
+                                               .quantise = 2,
+                                               .slotDefaults = kSlotDefaults};
+
 AFStutter::AFStutter(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag), shapeRamp(system), balanceRamp(system) {
-    setName("AFStutter");
-    defineParameter(0, "Size", 0.5f);
-    defineParameter(1, "Decay", 1.0f);
-    defineParameter(2, "Shape", 0.0f);
-    defineParameter(3, "Pan", 0.3f);
+    : AFEffect(descriptor, type, system, flag), shapeRamp(system), balanceRamp(system) {
     gateFraction = static_cast<float>(unit(parameterValues[1]) * 0.85 + 0.15);
     shapeRamp.setTarget(0.0);
     balanceRamp.setTarget(0.699999988079071);
@@ -274,10 +272,6 @@ int32_t AFStutter::getOption(int index) {
     default:
         return 0;
     }
-}
-
-void AFStutter::getOptionList(int index, AFWordList& list) {
-    appendWords(list, optionWords(index));
 }
 
 void AFStutter::controlTick() noexcept {

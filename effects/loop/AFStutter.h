@@ -18,6 +18,8 @@ public:
 
     // Any thread, before the slot runs it.
     AFStutter(uint32_t effectType, AFSystemInfo* systemInfo, uint32_t constructionFlag);
+    // The catalogue entry.
+    static const AFEffectDescriptor descriptor;
 
     // Audio thread.
     void process(float* left, float* right, int count) noexcept override;
@@ -27,8 +29,6 @@ public:
     void setOption(int index, int32_t value) override;
     // Any thread.
     int32_t getOption(int index) override;
-    // GUI thread or chunk save.
-    void getOptionList(int index, AFWordList& list) override;
     // Audio thread, once per control tick.
     void controlTick() noexcept override;
     // Audio thread when the slot starts: first period, ramps at their targets.

@@ -2,6 +2,7 @@
 
 #include "effects/framework/AFBpmListenerList.h"
 #include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/ClampUnit.h"
 #include "effects/framework/TimeValueTables.h"
 
 #include <algorithm>
@@ -23,17 +24,6 @@ constexpr uint32_t kFadeSamples = 64;
 constexpr double kFadeScale = 0.015625;
 constexpr float kDcPole = 0.998f;
 
-std::span<const char* const> optionWords(int index) {
-    switch (index) {
-    case 0:
-        return kSyncWords;
-    case 1:
-        return kPlayWords;
-    default:
-        return {};
-    }
-}
-
 double endFade(double position, double span) noexcept {
     return position < span - kFadeSamples ? 1.0 : (span - position) * kFadeScale;
 }
@@ -44,23 +34,33 @@ uint32_t largestBuffer() {
     return static_cast<uint32_t>(std::lround(beat * 4.0)) + 1;
 }
 
-// Parameter values outside 0..1 (or not numbers) are held at the nearest end.
-float clampUnit(float value) noexcept {
-    return std::isfinite(value) ? std::clamp(value, 0.0f, 1.0f) : 0.0f;
-}
-
 } // namespace
 
 const uint32_t AFTapeStopper::kMaxBufferLength = largestBuffer();
 
+namespace {
+
+constexpr AFParameterInfo kParameters[] = {
+    {"Size", 0.44f}, {"Slow Down", 0.0f}, {"Down Slope", 0.23f}, {"Up Slope", 0.0f}};
+constexpr AFWords kOptions[] = {kSyncWords, kPlayWords};
+constexpr AFSlotDefault kSlotDefaults[] = {{"Param2 Knob Amt", 1.0f}};
+
+} // namespace
+
+const AFEffectDescriptor AFTapeStopper::descriptor{.typeId = 16,
+                                                   .displayName = "Vinylizer",
+                                                   .className = "TapeStopper",
+                                                   .create = makeEffect<AFTapeStopper>,
+                                                   .parameters = kParameters,
+                                                   .options = kOptions,
+                                                   .menuPosition = 19,
+                                                   .quantise = 2,
+                                                   .slotDefaults = kSlotDefaults};
+
 AFTapeStopper::AFTapeStopper(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag), leftBuffer(std::make_unique_for_overwrite<float[]>(kMaxBufferLength)),
+    : AFEffect(descriptor, type, system, flag),
+      leftBuffer(std::make_unique_for_overwrite<float[]>(kMaxBufferLength)),
       rightBuffer(std::make_unique_for_overwrite<float[]>(kMaxBufferLength)) {
-    setName("TapeStopper");
-    defineParameter(0, "Size", 0.44f);
-    defineParameter(1, "Slow Down", 0.0f);
-    defineParameter(2, "Down Slope", 0.23f);
-    defineParameter(3, "Up Slope", 0.0f);
     tempoChanged(0);
     if (systemInfo->bpmListeners != nullptr) systemInfo->bpmListeners->add(this);
 }
@@ -120,10 +120,6 @@ int32_t AFTapeStopper::getOption(int index) {
     default:
         return 0;
     }
-}
-
-void AFTapeStopper::getOptionList(int index, AFWordList& list) {
-    appendWords(list, optionWords(index));
 }
 
 void AFTapeStopper::tempoChanged(int32_t) noexcept {

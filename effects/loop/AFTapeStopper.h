@@ -13,6 +13,8 @@ class AFTapeStopper : public AFEffect, public AFBPMChangeInterface {
 public:
     // Any thread with the audio held off. Sizes the buffers for the slowest tempo at the highest rate.
     AFTapeStopper(uint32_t effectType, AFSystemInfo* systemInfo, uint32_t constructionFlag);
+    // The catalogue entry.
+    static const AFEffectDescriptor descriptor;
     // Any thread with the audio held off.
     ~AFTapeStopper() override;
 
@@ -24,16 +26,12 @@ public:
     void setOption(int index, int32_t value) override;
     // Any thread.
     int32_t getOption(int index) override;
-    // GUI thread or chunk save.
-    void getOptionList(int index, AFWordList& list) override;
     // Audio thread, through bpmChanged: only the length in use changes.
     void tempoChanged(int32_t) noexcept override;
     // Audio thread or with the audio held off.
     int32_t activate() noexcept override;
     // GUI thread.
     void formatParameter(int index, float value, char* text) override;
-    // Nobody in the running system.
-    bool hasFlag() override { return false; }
     // Audio thread, from the block loop.
     void bpmChanged() noexcept override { tempoChanged(1); }
 

@@ -8,29 +8,22 @@ constexpr const char* kOption0[] = {"Threshold", "Active"};
 constexpr const char* kOption1[] = {"Sync", "SyncT", "Free"};
 constexpr const char* kOption2[] = {"Freeze", "Reverb", "Looper"};
 
-std::span<const char* const> optionWords(int index) {
-    switch (index) {
-    case 0:
-        return kOption0;
-    case 1:
-        return kOption1;
-    case 2:
-        return kOption2;
-    default:
-        return {};
-    }
-}
+constexpr AFParameterInfo kParameters[] = {
+    {"Threshold", 0.5f}, {"HoldTime", 0.5f}, {"Speed", 0.5f}, {"Pitch", 0.5f}};
+constexpr AFWords kOptions[] = {kOption0, kOption1, kOption2};
 
 } // namespace
 
+const AFEffectDescriptor AFTransientLooper::descriptor{.typeId = 3,
+                                                       .displayName = "Reactor",
+                                                       .className = "AFTransientLooper",
+                                                       .create = makeEffect<AFTransientLooper>,
+                                                       .parameters = kParameters,
+                                                       .options = kOptions,
+                                                       .menuPosition = 15};
+
 AFTransientLooper::AFTransientLooper(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag) {
-    setName("AFTransientLooper");
-    defineParameter(0, "Threshold", 0.5f);
-    defineParameter(1, "HoldTime", 0.5f);
-    defineParameter(2, "Speed", 0.5f);
-    defineParameter(3, "Pitch", 0.5f);
-}
+    : AFEffect(descriptor, type, system, flag) {}
 
 void AFTransientLooper::setOption(int index, int32_t value) {
     const auto words = optionWords(index);
@@ -40,10 +33,6 @@ void AFTransientLooper::setOption(int index, int32_t value) {
 
 int32_t AFTransientLooper::getOption(int index) {
     return optionWords(index).empty() ? 0 : options[static_cast<std::size_t>(index)];
-}
-
-void AFTransientLooper::getOptionList(int index, AFWordList& list) {
-    appendWords(list, optionWords(index));
 }
 
 void AFTransientLooper::formatParameter(int, float value, char* text) {

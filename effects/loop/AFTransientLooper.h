@@ -10,12 +10,12 @@
 class AFTransientLooper : public AFEffect, public AFBPMChangeInterface {
 public:
     AFTransientLooper(uint32_t effectType, AFSystemInfo* systemInfo, uint32_t constructionFlag);
+    // The catalogue entry.
+    static const AFEffectDescriptor descriptor;
 
     void setOption(int index, int32_t value) override;
     int32_t getOption(int index) override;
-    void getOptionList(int index, AFWordList& list) override;
     void formatParameter(int index, float value, char* text) override;
-    bool hasFlag() override { return false; }
 
 private:
     std::array<int32_t, 4> options{};

@@ -25,17 +25,6 @@ constexpr int kPingPong = 2;
 constexpr double kFadeSamples = 44.0;
 constexpr double kFadeStep = 0.022727272727272728;
 
-std::span<const char* const> optionWords(int index) {
-    switch (index) {
-    case 0:
-        return kSyncWords;
-    case 3:
-        return kDirectionWords;
-    default:
-        return {};
-    }
-}
-
 // A position as a read index. Out-of-range values (wild swing or size values) land where they read silence.
 int32_t toIndex(double position) noexcept {
     if (!(position > -1.0)) return 0;
@@ -58,14 +47,28 @@ uint32_t barAtSlowestTempo() {
 
 const uint32_t AFTriggerLooper::kMaxCapacity = barAtSlowestTempo();
 
+namespace {
+
+constexpr AFParameterInfo kParameters[] = {{"Size", 0.5f}, {"Swing", 0.5f}, {"Trigger", 0.0f}, {"Amp", 1.0f}};
+constexpr AFWords kOptions[] = {kSyncWords, AFWords{}, AFWords{}, kDirectionWords};
+constexpr AFSlotDefault kSlotDefaults[] = {{"Param2 Knob Amt", 0.2f}};
+
+} // namespace
+
+const AFEffectDescriptor AFTriggerLooper::descriptor{.typeId = 1,
+                                                     .displayName = "Looper",
+                                                     .className = "AFTriggerLooper",
+                                                     .create = makeEffect<AFTriggerLooper>,
+                                                     .parameters = kParameters,
+                                                     .options = kOptions,
+                                                     .menuPosition = 12,
+                                                     .quantise = 2,
+                                                     .slotDefaults = kSlotDefaults};
+
 AFTriggerLooper::AFTriggerLooper(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag), leftBuffer(std::make_unique_for_overwrite<float[]>(kMaxCapacity)),
+    : AFEffect(descriptor, type, system, flag),
+      leftBuffer(std::make_unique_for_overwrite<float[]>(kMaxCapacity)),
       rightBuffer(std::make_unique_for_overwrite<float[]>(kMaxCapacity)), ampRamp(system) {
-    setName("AFTriggerLooper");
-    defineParameter(0, "Size", 0.5f);
-    defineParameter(1, "Swing", 0.5f);
-    defineParameter(2, "Trigger", 0.0f);
-    defineParameter(3, "Amp", 1.0f);
     ampRamp.setTarget(1.0);
     ampRamp.jump();
     tempoChanged(0);
@@ -133,10 +136,6 @@ int32_t AFTriggerLooper::getOption(int index) {
     default:
         return 0;
     }
-}
-
-void AFTriggerLooper::getOptionList(int index, AFWordList& list) {
-    appendWords(list, optionWords(index));
 }
 
 void AFTriggerLooper::reset() {

@@ -3,7 +3,7 @@
 #include "TestHost.h"
 
 #include "engine/AFGlobalOptions.h"
-#include "state/AFGlobalSettings.h"
+#include "engine/AFGlobalSettings.h"
 #include "state/AFSettingsStore.h"
 
 #include <gtest/gtest.h>

@@ -2,6 +2,7 @@
 #include "effects/framework/AFBpmListenerList.h"
 #include "effects/framework/AFEffect.h"
 #include "effects/framework/AFSystemInfo.h"
+#include "engine/KnobEngine.h"
 
 #include <gtest/gtest.h>
 
@@ -36,6 +37,23 @@ TEST_F(FactoryFixture, EveryOtherIdBuildsItsTypeWithFourParameters) {
         EXPECT_EQ(effect->getParameterAux(effect->getParameterCount()), 0.0f);
     }
     EXPECT_EQ(EffectFactory::effectNumber(0), 3);
+}
+
+// A descriptor line in the wrong place or a slot default naming no row would go unnoticed until a preset
+// sounds wrong.
+TEST_F(FactoryFixture, EveryEntrySitsAtItsIdAndItsSlotDefaultsNameRows) {
+    for (int id = 0; id < EffectFactory::kTypeCount; ++id) {
+        const AFEffectDescriptor& entry = *EffectFactory::descriptor(id);
+        EXPECT_EQ(entry.typeId, id);
+        for (const AFSlotDefault& d : entry.slotDefaults)
+            EXPECT_GE(KnobEngine::rowByName(d.row), 0) << id << " " << d.row;
+        for (const AFAmountDefault& d : entry.amountDefaults)
+            EXPECT_TRUE(d.source >= 0 && d.source < 3 && d.target >= 0 && d.target < 5) << id;
+        if (auto effect = EffectFactory::create(&system, id)) {
+            EXPECT_EQ(effect->getDescriptor(), &entry);
+        }
+    }
+    EXPECT_EQ(EffectFactory::descriptor(EffectFactory::kTypeCount), nullptr);
 }
 
 TEST_F(FactoryFixture, MenuOrderReadsAsCatalogued) {

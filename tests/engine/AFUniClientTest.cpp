@@ -444,3 +444,28 @@ TEST(EventQueue, FullPoolDropsInsteadOfGrowing) {
     EXPECT_FALSE(queue.insert(5, 203, 0, 0));
     EXPECT_EQ(queue.size(), AFEventQueue::kCapacity);
 }
+
+// What a new slot of a type starts at beyond the generic defaults: rows by name, modulation depths, an option
+// of the effect and the quantise mode.
+TEST(SignalFlow, NewSlotTakesItsTypeDefaults) {
+    TestHost host(44100, 512);
+    AFUniClient& client = host.client();
+    const auto row = [&](int slot, int k) {
+        return client.getParameter(AFUniClient::kSlotBlockStart + KnobEngine::kParameterCount * slot + k);
+    };
+    client.setSlotEffect(0, 7); // Tonalizer
+    EXPECT_EQ(row(0, KnobEngine::kParam1KnobAmt), 0.8f);
+    EXPECT_EQ(row(0, KnobEngine::kParam1KnobAmt + 1), 0.79f);
+    EXPECT_EQ(client.getSlot(0).getQuantiseMode(), 0);
+    client.setSlotEffect(1, 27); // Flanger
+    EXPECT_EQ(row(1, KnobEngine::kLfoAmount), 0.08f);
+    EXPECT_EQ(client.getModulationAmount(1, 0), 1.0f);
+    EXPECT_EQ(client.getModulationAmount(1, 1), 1.0f);
+    EXPECT_EQ(client.getModulationAmount(1, 2), 0.0f);
+    client.setSlotEffect(2, 24); // Filter
+    EXPECT_EQ(client.slotEffect(2)->getOption(2), 1);
+    EXPECT_EQ(row(2, KnobEngine::kParam1KnobAmt), 1.0f);
+    client.setSlotEffect(3, 9); // Stutter
+    EXPECT_EQ(client.getSlot(3).getQuantiseMode(), 2);
+    EXPECT_EQ(row(3, KnobEngine::kParam1KnobAmt + 2), 0.8f);
+}

@@ -1,4 +1,5 @@
 #include "engine/AFMidiBindings.h"
+#include "engine/AFAudioGate.h"
 #include "engine/AFMessageSink.h"
 #include "state/AFChunk.h"
 
@@ -209,26 +210,25 @@ TEST(AFMidiBindingsEdits, RangesCapacityAndRemoval) {
 
 TEST(AFMidiBindingsEdits, AudioGateWaitsThenGivesUp) {
     AFMidiBindings b;
-    std::atomic<bool> blocked{false};
-    std::atomic<bool> inProcess{false};
-    b.attachAudioGate(&blocked, &inProcess);
+    AFAudioGate gate;
+    b.attachAudioGate(&gate);
     b.addControllerBinding(4, 7);
     EXPECT_TRUE(b.removeParameter(7));
-    EXPECT_FALSE(blocked.load());
+    EXPECT_FALSE(gate.isHeld());
 
     // A block that never ends: the edit gives up after 499 sleeps and leaves the audio held off.
     b.addControllerBinding(4, 7);
-    inProcess.store(true);
+    ASSERT_TRUE(gate.enter());
     const auto start = std::chrono::steady_clock::now();
     EXPECT_FALSE(b.removeParameter(7));
     const auto waited = std::chrono::steady_clock::now() - start;
     EXPECT_GE(waited, std::chrono::milliseconds(499));
-    EXPECT_TRUE(blocked.load());
+    EXPECT_TRUE(gate.isHeld());
     EXPECT_TRUE(b.controllers(4).contains(7));
     // The next edit that gets through clears it.
-    inProcess.store(false);
+    gate.leave();
     EXPECT_TRUE(b.removeParameter(7));
-    EXPECT_FALSE(blocked.load());
+    EXPECT_FALSE(gate.isHeld());
     EXPECT_FALSE(b.controllers(4).contains(7));
 }
 

@@ -289,8 +289,8 @@ std::vector<std::string> items(const std::string& list) {
 } // namespace
 
 TEST_F(AFStepPatternFileTest, FactoryPatternSourcesCompileToPlayablePatterns) {
-    const auto sources =
-        std::filesystem::path(__FILE__).parent_path().parent_path() / "content" / "Stepsequencer";
+    const auto sources = std::filesystem::path(__FILE__).parent_path().parent_path().parent_path() /
+                         "content" / "Stepsequencer";
     std::vector<std::string> names;
     for (const auto& entry : std::filesystem::directory_iterator(sources)) {
         std::ifstream in(entry.path());

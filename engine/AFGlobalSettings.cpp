@@ -1,4 +1,4 @@
-#include "state/AFGlobalSettings.h"
+#include "engine/AFGlobalSettings.h"
 
 #include "engine/AFGlobalOptions.h"
 #include "state/AFSettingsStore.h"
