@@ -21,6 +21,7 @@ namespace {
 
 constexpr int kBlock = 256;
 constexpr int kControls = 8;
+constexpr long kMinRounds = 10;
 
 RenderHost::Transport transport() {
     RenderHost::Transport t;
@@ -59,6 +60,7 @@ int main(int argc, char** argv) {
 
     std::atomic<bool> running{true};
     std::atomic<long> blocks{0}, hostRounds{0}, editorRounds{0};
+    std::atomic<long> hostProgress{0}, editorProgress{0};
 
     std::thread audio([&] {
         std::vector<float> left(kBlock), right(kBlock);
@@ -96,7 +98,7 @@ int main(int argc, char** argv) {
             for (int c = 0; c < kControls; ++c)
                 client.setParameter(c, 1.0f);
             client.setProgram(static_cast<int32_t>(random() % 4));
-            ++n;
+            hostProgress.store(++n);
         }
         hostRounds.store(n);
     });
@@ -119,12 +121,20 @@ int main(int argc, char** argv) {
             bindings.addNoteBinding(static_cast<int>(random() % 128), static_cast<int32_t>(random() % 252));
             bindings.removeParameter(static_cast<int32_t>(random() % 252));
             client.setLearnTarget(static_cast<int>(random() % 252));
-            ++n;
+            editorProgress.store(++n);
         }
         editorRounds.store(n);
     });
 
-    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+    // The time asked for, and then until every writer has had a few rounds (a sanitized state load takes
+    // long), within twenty times that time.
+    const auto start = std::chrono::steady_clock::now();
+    const auto elapsed = [&] {
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    };
+    while (elapsed() < seconds || ((hostProgress.load() < kMinRounds || editorProgress.load() < kMinRounds) &&
+                                   elapsed() < 20.0 * seconds))
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
     running.store(false);
     audio.join();
     hostThread.join();
