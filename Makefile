@@ -2,6 +2,7 @@
 SHELL     := /bin/bash
 BUILD     ?= build
 ASAN_BUILD ?= build-asan
+TSAN_BUILD ?= build-tsan
 FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 60
 FUZZ_TARGETS := HostState EffectPreset GlobalPreset DictatorPreset MidiMap StepPattern SettingsStore MidiFile \
@@ -57,6 +58,9 @@ test: test-deps build
 	@cmake --build $(ASAN_BUILD) -j$(JOBS)
 	ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 ctest --test-dir $(ASAN_BUILD) --output-on-failure -j$(JOBS)
 	ctest --test-dir $(BUILD) --output-on-failure -j$(JOBS)
+	@cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORVANTO_SANITIZE_THREAD=ON >/dev/null
+	@cmake --build $(TSAN_BUILD) -j$(JOBS) --target orvanto-thread-stress
+	ctest --test-dir $(TSAN_BUILD) --output-on-failure
 
 # The demo scene: Stutter in slot 1 (quantised to 1/8 by its defaults), its Control ramping up and down,
 # LFO 1 sweeping its Size through the modulation amount at index 261.
@@ -102,4 +106,4 @@ lint: configure
 	@$(LINT_SOURCES) | xargs -P$(JOBS) -n6 clang-tidy -p $(BUILD) --quiet
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) out
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD) out

@@ -3,6 +3,7 @@
 #include "effects/framework/AFBPMChangeInterface.h"
 
 bool AFBpmListenerList::add(AFBPMChangeInterface* listener) noexcept {
+    const std::lock_guard<std::mutex> turn(editing);
     const std::size_t n = count.load(std::memory_order_relaxed);
     if (listener == nullptr || n >= kCapacity) return false;
     entries[n] = listener;
@@ -11,6 +12,7 @@ bool AFBpmListenerList::add(AFBPMChangeInterface* listener) noexcept {
 }
 
 void AFBpmListenerList::remove(AFBPMChangeInterface* listener) noexcept {
+    const std::lock_guard<std::mutex> turn(editing);
     const std::size_t n = count.load(std::memory_order_relaxed);
     for (std::size_t i = 0; i < n; ++i) {
         if (entries[i] != listener) continue;
