@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <chrono>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -35,6 +36,9 @@ inline bool allFinite(const float* x, uint32_t frames) noexcept {
     return bad == 0;
 }
 
+// How often the program loader looks for a program asked for on the audio thread.
+constexpr auto kProgramPoll = std::chrono::milliseconds(10);
+
 // LV2 hosts send the transport only when it changes, and DPF moves it on in between.
 bool isLv2() noexcept {
     return std::strcmp(getPluginFormatName(), "LV2") == 0;
@@ -58,6 +62,7 @@ AFDPFWrapper::AFDPFWrapper()
     // This DPF hands an LV2 host the parameter index where the port change request wants the port index:
     // the audio ports and the two event ports come first.
     if (isLv2()) requestOffset = DISTRHO_PLUGIN_NUM_INPUTS + DISTRHO_PLUGIN_NUM_OUTPUTS + 2;
+    programLoader = std::jthread([this](std::stop_token stop) { loadPrograms(stop); });
 }
 
 AFDPFWrapper::~AFDPFWrapper() = default;
@@ -118,16 +123,36 @@ void AFDPFWrapper::setParameterValue(uint32_t index, float value) {
         bypass.setValue(value);
     } else if (index < kMasterBypass) {
         hostValues[index] = value;
+        // A host restating a value, as hosts do when they restore a session around its state, changes
+        // nothing: a Control written again would otherwise count as moved.
+        if (client->getParameter(static_cast<int32_t>(index)) == value) return;
         client->setParameter(static_cast<int32_t>(index), value);
     }
 }
 
 void AFDPFWrapper::loadProgram(uint32_t index) {
+    if (std::this_thread::get_id() == audioThread.load(std::memory_order_relaxed)) {
+        pendingProgram.store(static_cast<int32_t>(index));
+        return;
+    }
+    const std::lock_guard<std::mutex> lock(stateMutex);
+    pendingProgram.store(-1);
     client->setProgram(static_cast<int32_t>(index));
+}
+
+void AFDPFWrapper::loadPrograms(std::stop_token stop) {
+    while (!stop.stop_requested()) {
+        std::this_thread::sleep_for(kProgramPoll);
+        if (pendingProgram.load() < 0) continue;
+        const std::lock_guard<std::mutex> lock(stateMutex);
+        const int32_t program = pendingProgram.exchange(-1);
+        if (program >= 0) client->setProgram(program);
+    }
 }
 
 String AFDPFWrapper::getState(const char* key) const {
     if (std::strcmp(key, kStateKey) != 0) return String();
+    const std::lock_guard<std::mutex> lock(stateMutex);
     void* data = nullptr;
     const int32_t size = client->getChunk(&data, false);
     if (data == nullptr || size <= 0) return String();
@@ -140,6 +165,9 @@ void AFDPFWrapper::setState(const char* key, const char* value) {
     // Text that is no base64 is no state of ours: the plug-in stays as it is.
     auto bytes = AFBase64::decode(value);
     if (!bytes || bytes->empty()) return;
+    // The state is the newer word: a program still waiting for the loader is dropped.
+    const std::lock_guard<std::mutex> lock(stateMutex);
+    pendingProgram.store(-1);
     client->setChunk(bytes->data(), static_cast<int32_t>(bytes->size()), false);
 }
 
@@ -172,6 +200,7 @@ void AFDPFWrapper::sizeBuffers(uint32_t frames) {
 
 void AFDPFWrapper::run(const float** inputs, float** outputs, uint32_t frames, const MidiEvent* midiEvents,
                        uint32_t midiEventCount) {
+    audioThread.store(std::this_thread::get_id(), std::memory_order_relaxed);
     // Denormals flushed for the whole block, the bypass fade included, not only inside the engine.
     const AFDenormalGuard denormals;
     // A host that breaks its own block size promise is served in pieces rather than by allocating here.

@@ -6,7 +6,10 @@
 #include "host/AFSongPosition.h"
 
 #include <array>
+#include <atomic>
 #include <memory>
+#include <mutex>
+#include <thread>
 #include <vector>
 
 class AFUniClient;
@@ -44,7 +47,7 @@ protected:
     const char* getLabel() const override { return "Orvanto"; }
     const char* getDescription() const override;
     const char* getMaker() const override { return AFIdentity::kVendor; }
-    const char* getHomePage() const override { return "urn:amberforge:orvanto"; }
+    const char* getHomePage() const override { return "https://amberforge.com/orvanto"; }
     const char* getLicense() const override { return "Proprietary"; }
     uint32_t getVersion() const override { return d_version(1, 1, 1); }
     int64_t getUniqueId() const override { return d_cconst('a', 'f', 'o', 'u'); }
@@ -58,7 +61,8 @@ protected:
     // Any thread, as the host calls them.
     float getParameterValue(uint32_t index) const override;
     void setParameterValue(uint32_t index, float value) override;
-    // Host thread: a global preset of the bank.
+    // Any thread: a global preset of the bank. On a host thread it loads before this returns; from the audio
+    // thread it is only noted, and the program loader reads and applies it.
     void loadProgram(uint32_t index) override;
     // Host thread: the whole plug-in as one value, the base64 of the host chunk.
     String getState(const char* key) const override;
@@ -82,6 +86,8 @@ private:
                   const MidiEvent* midiEvents, uint32_t midiEventCount, uint32_t& nextEvent);
     void sizeBuffers(uint32_t frames);
     void reportEngineMoves(uint32_t frames);
+    // Program loader thread.
+    void loadPrograms(std::stop_token stop);
 
     AFMasterBypass bypass;
     AFSongPosition songPosition;
@@ -100,6 +106,12 @@ private:
     static constexpr uint32_t kMinScanStride = (AFIdentity::kParameters + 15) / 16;
     static constexpr double kReportSeconds = 0.1;
     uint32_t scanCursor = 0;
+    // The thread that ran the last block: a program asked for there is left to the program loader.
+    std::atomic<std::thread::id> audioThread{};
+    // A program asked for on the audio thread, -1 when none; state loads and program loads take turns.
+    std::atomic<int32_t> pendingProgram{-1};
+    mutable std::mutex stateMutex;
+    std::jthread programLoader;
 };
 
 END_NAMESPACE_DISTRHO

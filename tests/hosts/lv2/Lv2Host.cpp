@@ -1,5 +1,7 @@
 #include "Lv2Host.h"
 
+#include ORVANTO_LV2_PROGRAMS_HEADER
+
 #include <lv2/atom/util.h>
 #include <lv2/buf-size/buf-size.h>
 #include <lv2/midi/midi.h>
@@ -251,6 +253,14 @@ void Instance::setPortValue(const char* symbol, void* user, const void* value, u
     else if (type == self->u.atomInt && size == sizeof(int32_t))
         v = static_cast<float>(*static_cast<const int32_t*>(value));
     if (v) self->setControl(symbol, *v);
+}
+
+bool Instance::selectProgram(uint32_t program) {
+    const auto* programs = static_cast<const LV2_Programs_Interface*>(
+        lilv_instance_get_extension_data(instance, LV2_PROGRAMS__Interface));
+    if (programs == nullptr || programs->select_program == nullptr) return false;
+    programs->select_program(lilv_instance_get_handle(instance), program / 128, program % 128);
+    return true;
 }
 
 bool Instance::setControl(const std::string& symbol, float value) {

@@ -91,6 +91,9 @@ public:
     void restoreState(const LilvState* state);
 
     // Control input by symbol; false for an unknown symbol.
+    // The plug-in's program interface, which LV2 lets hosts call from the thread that runs the plug-in.
+    bool selectProgram(uint32_t program);
+
     bool setControl(const std::string& symbol, float value);
     float control(const std::string& symbol) const;
 

@@ -11,6 +11,7 @@
 #include <sys/wait.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -19,6 +20,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 extern char** environ;
@@ -500,6 +502,26 @@ TEST_F(Lv2Host, BadStateTextLeavesThePluginAsItWas) {
         plugin->activate();
         EXPECT_EQ(maxDifference(play(*plugin, input), expected), 0.0);
     }
+}
+
+// ---- Programs -------------------------------------------------------------------------------------------
+
+TEST_F(Lv2Host, ProgramChosenOnTheAudioThreadLoadsBesideIt) {
+    // The third program of the bank is "Dub Throw", whose first slot sets Parameter 1 to 0.75.
+    auto plugin = newInstance();
+    plugin->activate();
+    std::vector<float> silence(kBlock), left(kBlock), right(kBlock);
+    plugin->run(silence.data(), silence.data(), left.data(), right.data(), kBlock, {});
+    const float before = plugin->control("fx1_parameter_1");
+    ASSERT_NE(before, 0.75f);
+    // Chosen from the thread that runs the plug-in: the file is read and applied off it, and the plug-in
+    // tells the host of the values it moved as the blocks go on.
+    ASSERT_TRUE(plugin->selectProgram(2));
+    for (int block = 0; block < 400 && plugin->control("fx1_parameter_1") != 0.75f; ++block) {
+        plugin->run(silence.data(), silence.data(), left.data(), right.data(), kBlock, {});
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    EXPECT_EQ(plugin->control("fx1_parameter_1"), 0.75f);
 }
 
 // ---- The host's bypass -----------------------------------------------------------------------------------
