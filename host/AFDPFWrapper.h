@@ -1,6 +1,7 @@
 #pragma once
 
 #include "DistrhoPlugin.hpp"
+#include "host/AFEditorLink.h"
 #include "host/AFMasterBypass.h"
 #include "host/AFPluginTypes.h"
 #include "host/AFSongPosition.h"
@@ -39,6 +40,10 @@ public:
     static intptr_t hostCallbackEntry(AFPluginBase* plugin, int32_t opcode, int32_t index, intptr_t value,
                                       void* ptr, float opt);
     ~AFDPFWrapper() override;
+
+    // The editor reaches the engine directly (GUI thread).
+    AFUniClient& getEditorClient() noexcept { return *client; }
+    AFEditorLink& getEditorLink() noexcept { return editorLink; }
 
 protected:
     const char* getLabel() const override { return "Orvanto"; }
@@ -100,6 +105,8 @@ private:
     static constexpr uint32_t kMinScanStride = (AFIdentity::kParameters + 15) / 16;
     static constexpr double kReportSeconds = 0.1;
     uint32_t scanCursor = 0;
+    // Last, so that its timer stops before anything it serves goes away.
+    AFEditorLink editorLink{*client};
 };
 
 END_NAMESPACE_DISTRHO
