@@ -250,6 +250,8 @@ void AFUniClientEditor::beginEdit(int tag) {
     if (!isParameter(tag)) return;
     gestureTag = tag;
     client.beginEdit(tag);
+    // The gesture's first value is its old value: the value before the control moves.
+    client.setParameterAutomated(tag, client.getParameter(tag));
     if (tag < AFUniClient::kHostParameters) host.beginEdit(tag);
 }
 
