@@ -102,10 +102,10 @@ void overlayFrame(cairo_t* cr, double size, float value, uint32_t rgb, double ra
     const double c = size * 0.5;
     const double a = angleOf(value);
     colour(cr, 0x000000, 0.7);
-    cairo_arc(cr, c + std::cos(a) * radius, c + std::sin(a) * radius, 3.0, 0.0, 2.0 * kPi);
+    cairo_arc(cr, c + std::cos(a) * radius, c + std::sin(a) * radius, 3.8, 0.0, 2.0 * kPi);
     cairo_fill(cr);
     colour(cr, rgb);
-    cairo_arc(cr, c + std::cos(a) * radius, c + std::sin(a) * radius, 2.2, 0.0, 2.0 * kPi);
+    cairo_arc(cr, c + std::cos(a) * radius, c + std::sin(a) * radius, 2.9, 0.0, 2.0 * kPi);
     cairo_fill(cr);
 }
 
@@ -226,7 +226,7 @@ std::vector<uint8_t> AFArtwork::render(int id) {
     }
     if (id == B::kControlKnob)
         return strip(L::kControlKnob,
-                     [](cairo_t* cr, double s, float v) { knobFrame(cr, s, v, 0xF4F6FA, 0.56, 5.0); });
+                     [](cairo_t* cr, double s, float v) { knobFrame(cr, s, v, 0xF4F6FA, 0.5, 5.0); });
     if (id == B::kParameterKnob)
         return strip(L::kParameterKnob,
                      [](cairo_t* cr, double s, float v) { knobFrame(cr, s, v, L::kAccent, 0.6, 3.5); });
@@ -237,7 +237,7 @@ std::vector<uint8_t> AFArtwork::render(int id) {
         constexpr uint32_t colours[3] = {0x39E1FF, 0xFF5FD2, 0xB6FF3B};
         const int which = id - B::kOverlayLfo1;
         // Three rings inside the Control's arc, so the markers never cover each other.
-        const double radius = L::kControlKnob * 0.5 * (0.66 - 0.08 * which);
+        const double radius = L::kControlKnob * 0.5 * (0.89 - 0.135 * which);
         return strip(L::kControlKnob,
                      [&](cairo_t* cr, double s, float v) { overlayFrame(cr, s, v, colours[which], radius); });
     }
