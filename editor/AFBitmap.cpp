@@ -36,18 +36,19 @@ std::unique_ptr<AFBitmap> AFBitmap::decode(const uint8_t* data, std::size_t size
     png_infop info = png_create_info_struct(png);
     PngSource source{data, size, 0};
     // Declared before the jump point: libpng's errors return through it.
-    std::vector<uint8_t> pixels;
+    cairo_surface_t* surface = nullptr;
     std::vector<png_bytep> rows;
-    png_uint_32 width = 0;
-    png_uint_32 height = 0;
     if (info == nullptr || setjmp(png_jmpbuf(png))) {
         png_destroy_read_struct(&png, &info, nullptr);
+        if (surface != nullptr) cairo_surface_destroy(surface);
         return nullptr;
     }
     png_set_read_fn(png, &source, readFromMemory);
+    // The images are our own and compiled in: the stream checksum only costs time.
+    png_set_option(png, PNG_IGNORE_ADLER32, PNG_OPTION_ON);
     png_read_info(png, info);
-    width = png_get_image_width(png, info);
-    height = png_get_image_height(png, info);
+    const png_uint_32 width = png_get_image_width(png, info);
+    const png_uint_32 height = png_get_image_height(png, info);
     // The art stays far below this; anything larger is not ours.
     if (width == 0 || height == 0 || width > 4096 || height > 65536) png_error(png, "bad size");
     png_set_expand(png);
@@ -57,28 +58,23 @@ std::unique_ptr<AFBitmap> AFBitmap::decode(const uint8_t* data, std::size_t size
     png_set_interlace_handling(png);
     png_read_update_info(png, info);
     if (png_get_rowbytes(png, info) != width * 4) png_error(png, "unexpected layout");
-    pixels.resize(static_cast<std::size_t>(width) * height * 4);
+    surface =
+        cairo_image_surface_create(CAIRO_FORMAT_ARGB32, static_cast<int>(width), static_cast<int>(height));
+    if (cairo_surface_status(surface) != CAIRO_STATUS_SUCCESS) png_error(png, "no surface");
+    cairo_surface_flush(surface);
+    // Read straight into the surface's rows, then turn each RGBA row into Cairo's pixels in place.
+    unsigned char* target = cairo_image_surface_get_data(surface);
+    const int stride = cairo_image_surface_get_stride(surface);
     rows.resize(height);
     for (png_uint_32 y = 0; y < height; ++y)
-        rows[y] = pixels.data() + static_cast<std::size_t>(y) * width * 4;
+        rows[y] = target + static_cast<std::ptrdiff_t>(y) * stride;
     png_read_image(png, rows.data());
     png_read_end(png, nullptr);
     png_destroy_read_struct(&png, &info, nullptr);
-
-    cairo_surface_t* surface =
-        cairo_image_surface_create(CAIRO_FORMAT_ARGB32, static_cast<int>(width), static_cast<int>(height));
-    if (cairo_surface_status(surface) != CAIRO_STATUS_SUCCESS) {
-        cairo_surface_destroy(surface);
-        return nullptr;
-    }
-    cairo_surface_flush(surface);
-    unsigned char* target = cairo_image_surface_get_data(surface);
-    const int stride = cairo_image_surface_get_stride(surface);
     for (png_uint_32 y = 0; y < height; ++y) {
-        auto* row = reinterpret_cast<uint32_t*>(target + static_cast<std::ptrdiff_t>(y) * stride);
-        const uint8_t* in = rows[y];
+        auto* row = reinterpret_cast<uint32_t*>(rows[y]);
         for (png_uint_32 x = 0; x < width; ++x)
-            row[x] = premultiplied(in + x * 4);
+            row[x] = premultiplied(rows[y] + x * 4);
     }
     cairo_surface_mark_dirty(surface);
     return std::unique_ptr<AFBitmap>(
