@@ -25,9 +25,7 @@ public:
 
     float getValue() const override { return valuePointer != nullptr ? *valuePointer : 0.0f; }
     void setValuePointer(float* pointer) noexcept { valuePointer = pointer; }
-    float* getValuePointer() const noexcept { return valuePointer; }
     void setDefaultValue(float value) noexcept { defaultValue = value; }
-    float getDefaultValue() const noexcept { return defaultValue; }
     // Overlay `which` shows the modulated value `position` (0..1) from `bitmap`; a negative position hides
     // it.
     void setOverlay(int which, const AFBitmap* bitmap, const AFRect& rect);

@@ -12,7 +12,6 @@ public:
     A2ValueDisplay(const AFRect& size, double fontSize, uint32_t colour, int align, bool bold = false);
 
     void setText(const std::string& newText);
-    const std::string& getText() const noexcept { return text; }
     void setColour(uint32_t rgb);
     void draw(cairo_t* cr) override;
 

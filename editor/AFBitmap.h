@@ -26,7 +26,6 @@ public:
     // Logical size (pixels divided by the density).
     double getWidth() const noexcept { return static_cast<double>(pixelWidth) / kDensity; }
     double getHeight() const noexcept { return static_cast<double>(pixelHeight) / kDensity; }
-    cairo_surface_t* getSurface() const noexcept { return surface; }
 
 private:
     AFBitmap(cairo_surface_t* surface, int width, int height);

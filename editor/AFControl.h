@@ -14,11 +14,8 @@ public:
     virtual void setValue(float newValue);
     virtual float getValue() const { return value; }
     int getTag() const noexcept { return tag; }
-    void setTag(int newTag) noexcept { tag = newTag; }
     AFControlListener* getListener() const noexcept { return listener; }
-    void setListener(AFControlListener* newListener) noexcept { listener = newListener; }
     const AFBitmap* getBackground() const noexcept { return background; }
-    void setBackground(const AFBitmap* bitmap) noexcept { background = bitmap; }
 
     // Tell the listener.
     void valueChanged();

@@ -28,8 +28,6 @@ public:
     void openMenu(AFOptionMenu* menu);
     void closeMenu();
     AFOptionMenu* getOpenMenu() const noexcept { return menu; }
-    // A view going away must not stay the mouse target.
-    void forgetMouseTarget() noexcept { mouseTarget = nullptr; }
 
 private:
     AFRect dirty;

@@ -21,10 +21,8 @@ public:
     // made. The receiver then runs on that thread.
     bool start();
     void stop();
-    bool isRunning() const noexcept { return thread.joinable(); }
     // Called from the owner's loop with a monotonic time in milliseconds; fires at most once per call.
     bool poll(double nowMs);
-    int getPeriod() const noexcept { return periodMs; }
 
 private:
     void run();

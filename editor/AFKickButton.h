@@ -12,7 +12,6 @@ public:
     void onMouseUp(const AFMouseEvent& event) override;
     void draw(cairo_t* cr) override;
     void setEnabled(bool on);
-    bool isEnabled() const noexcept { return enabled; }
 
 private:
     bool enabled = true;

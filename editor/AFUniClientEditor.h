@@ -92,7 +92,6 @@ public:
     void followParameter(AFControl* control);
     EditView* getEditView(int slot) const { return editViews[static_cast<std::size_t>(slot)]; }
     AFPresetMenu* getGlobalPresetMenu() const noexcept { return globalPresetMenu; }
-    const std::string& getMessage() const noexcept { return shownMessage; }
     std::string manualPath() const;
 
 private:

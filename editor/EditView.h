@@ -28,15 +28,11 @@ public:
     void refresh();
     void onIdle() override;
 
-    int getSlot() const noexcept { return slot; }
     FXSelect* getEffectSelect() const noexcept { return effectSelect; }
     A2ModulatableKnob* getControlKnob() const noexcept { return controlKnob; }
     A2ModulatableKnob* getParameterKnob(int i) const { return parameterKnobs[static_cast<std::size_t>(i)]; }
-    A2ValueDisplay* getParameterText(int i) const { return parameterTexts[static_cast<std::size_t>(i)]; }
-    AFOptionMenu* getOptionMenu(int i) const { return optionMenus[static_cast<std::size_t>(i)]; }
     CurveSelector* getCurveSelector(int i) const { return curveSelectors[static_cast<std::size_t>(i)]; }
     AFPresetMenu* getPresetMenu() const noexcept { return presetMenu; }
-    KnobVisualizer* getVisualizer() const noexcept { return visualizer; }
 
 private:
     void rebindEffect();

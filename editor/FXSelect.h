@@ -16,7 +16,6 @@ public:
 
     // Shows the effect of catalogue id `typeId`.
     void setEffect(int typeId);
-    AFOptionMenu* getMenu() const noexcept { return menu; }
     bool onMouseDown(const AFMouseEvent& event) override;
     void drawBackground(cairo_t* cr) override;
 
