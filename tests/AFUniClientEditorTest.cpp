@@ -218,8 +218,17 @@ TEST_F(EditorTest, PresetMenuSavesLoadsAndTakesEmptyAsNoChoice) {
 }
 
 TEST_F(EditorTest, TimerTakesSnapshotBeforeProgramThenRefreshes) {
-    ASSERT_GT(client.getPresetBank().count(), 1);
+    // A bank of two global presets; program 1 sets the parameter to 0.9.
+    TempFolder bank;
     const int index = AFUniClient::kSlotBlockStart + 3;
+    client.setParameter(index, 0.2f);
+    client.setGlobalPresetName("First");
+    ASSERT_TRUE(client.savePreset(bank.path("First.afog"), -1));
+    client.setParameter(index, 0.9f);
+    client.setGlobalPresetName("Second");
+    ASSERT_TRUE(client.savePreset(bank.path("Second.afog"), -1));
+    client.rescanPresetBank(bank.path());
+    ASSERT_EQ(client.getPresetBank().count(), 2);
     client.setParameter(index, 0.123f);
     const int depth = client.getHistory().size();
 
@@ -244,7 +253,8 @@ TEST_F(EditorTest, TimerTakesSnapshotBeforeProgramThenRefreshes) {
     editor.snapshotPending.store(1);
     editor.refreshPending.store(1);
     editor.timerFired(nullptr);
-    EXPECT_EQ(client.getGlobalPresetName(), client.getPresetBank().name(1));
+    EXPECT_EQ(client.getGlobalPresetName(), "Second");
+    EXPECT_NEAR(client.getParameter(index), 0.9f, 1e-6f);
     EXPECT_EQ(editor.getGlobalPresetMenu()->getCurrent(), AFPresetMenu::kPresetsTitle);
     EXPECT_EQ(editor.programPending.load() | editor.refreshPending.load(), 0);
     EXPECT_TRUE(editor.undo());
