@@ -107,6 +107,8 @@ void AFOptionMenu::onPopupMouseMoved(const AFMouseEvent& event) {
 }
 
 void AFOptionMenu::draw(cairo_t* cr) {
+    // A menu that only pops up (the Learn menu, moved to the pointer) has no face.
+    if (size.width() < 2.0 || size.height() < 2.0) return;
     if (getBackground() != nullptr) {
         AFControl::draw(cr);
         return;
