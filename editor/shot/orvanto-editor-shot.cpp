@@ -6,6 +6,9 @@
 #include "engine/AFUniClient.h"
 #include "host/AFPluginTypes.h"
 
+#include <cairo.h>
+#include <fontconfig/fontconfig.h>
+
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -97,11 +100,18 @@ int main(int argc, char** argv) {
     }
     play(client);
 
-    AFEditorHost host;
-    AFUniClientEditor editor(client, host);
-    editor.open();
-    editor.idle(0.0);
-    if (!AFEditorSnapshot::write(editor, scale, output)) {
+    bool written = false;
+    {
+        AFEditorHost host;
+        AFUniClientEditor editor(client, host);
+        editor.open();
+        editor.idle(0.0);
+        written = AFEditorSnapshot::write(editor, scale, output);
+    }
+    // The font caches go back too, so a leak checker sees only our own allocations.
+    cairo_debug_reset_static_data();
+    FcFini();
+    if (!written) {
         std::fprintf(stderr, "orvanto-editor-shot: cannot write %s\n", output.c_str());
         return 1;
     }
