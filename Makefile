@@ -15,7 +15,7 @@ PREFIX    ?= $(HOME)/.local
 DEPS := cmake g++ make pkg-config git libgtest-dev libgmock-dev libbenchmark-dev \
         libsndfile1-dev libcairo2-dev libfontconfig-dev libpng-dev zlib1g-dev clang-format clang-tidy \
         dpf-source liblilv-dev lv2-dev libjack-jackd2-dev
-TEST_DEPS := lilv-utils sordi jackd2 ardour
+TEST_DEPS := lilv-utils sordi jackd2 ardour xvfb xdotool imagemagick jalv
 FUZZ_DEPS := clang libclang-rt-14-dev
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)

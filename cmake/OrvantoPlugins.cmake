@@ -13,7 +13,8 @@ function(orvanto_add_clap NAME)
   dpf__add_module("${NAME}-clap")
   dpf__add_plugin_main("${NAME}-clap" "clap")
   dpf__set_module_export_list("${NAME}-clap" "clap")
-  target_link_libraries("${NAME}-clap" PRIVATE "${NAME}-dsp")
+  dpf__add_ui_main("${NAME}-clap" "clap" dgl-cairo)
+  target_link_libraries("${NAME}-clap" PRIVATE "${NAME}-dsp" "${NAME}-ui")
   set_target_properties("${NAME}-clap" PROPERTIES
     LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin/$<0:>"
     OUTPUT_NAME "${NAME}"
@@ -24,8 +25,10 @@ endfunction()
 function(orvanto_add_lv2 NAME)
   dpf__add_module("${NAME}-lv2")
   dpf__add_plugin_main("${NAME}-lv2" "lv2")
-  dpf__set_module_export_list("${NAME}-lv2" "lv2-dsp")
-  target_link_libraries("${NAME}-lv2" PRIVATE "${NAME}-dsp")
+  # The editor reaches the plug-in instance directly, so DPF wants the UI in the same binary.
+  dpf__add_ui_main("${NAME}-lv2" "lv2" dgl-cairo)
+  dpf__set_module_export_list("${NAME}-lv2" "lv2")
+  target_link_libraries("${NAME}-lv2" PRIVATE "${NAME}-dsp" "${NAME}-ui")
   set(bundle "${PROJECT_BINARY_DIR}/bin/${NAME}.lv2")
   set_target_properties("${NAME}-lv2" PROPERTIES
     LIBRARY_OUTPUT_DIRECTORY "${bundle}/$<0:>"

@@ -109,6 +109,10 @@ public:
     float getFade() const noexcept { return fade; }
     float getEffective(int i) const noexcept { return effective[static_cast<std::size_t>(i)]; }
     float getWetAmount() const noexcept { return wetAmount; }
+    // GUI thread, for display: the last output times amount of LFO 1 (0), LFO 2 (1) or the follower (2).
+    float getModulatorOutput(int which) const noexcept {
+        return which == 0 ? lfo1Output : which == 1 ? lfo2Output : envelopeOutput;
+    }
     float getCurve(int i) const noexcept {
         return curves[static_cast<std::size_t>(i)].load(std::memory_order_relaxed);
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "DistrhoPlugin.hpp"
+#include "host/AFEditorLink.h"
 #include "host/AFMasterBypass.h"
 #include "host/AFPluginTypes.h"
 #include "host/AFSongPosition.h"
@@ -42,6 +43,10 @@ public:
     static intptr_t hostCallbackEntry(AFPluginBase* plugin, int32_t opcode, int32_t index, intptr_t value,
                                       void* ptr, float opt);
     ~AFDPFWrapper() override;
+
+    // The editor reaches the engine directly (GUI thread).
+    AFUniClient& getEditorClient() noexcept { return *client; }
+    AFEditorLink& getEditorLink() noexcept { return editorLink; }
 
 protected:
     const char* getLabel() const override { return "Orvanto"; }
@@ -112,6 +117,8 @@ private:
     std::atomic<int32_t> pendingProgram{-1};
     mutable std::mutex stateMutex;
     std::jthread programLoader;
+    // Last, so that its timer stops before anything it serves goes away.
+    AFEditorLink editorLink{*client};
 };
 
 END_NAMESPACE_DISTRHO

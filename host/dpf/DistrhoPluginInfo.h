@@ -7,7 +7,15 @@
 #define DISTRHO_PLUGIN_URI "urn:amberforge:orvanto"
 #define DISTRHO_PLUGIN_CLAP_ID "com.amberforge.orvanto"
 
-#define DISTRHO_PLUGIN_HAS_UI 0
+#define DISTRHO_PLUGIN_HAS_UI 1
+// The editor writes the engine's fields directly, so the UI lives beside the plug-in instance (LV2: instance
+// access).
+#define DISTRHO_PLUGIN_WANT_DIRECT_ACCESS 1
+#define DISTRHO_UI_USE_CAIRO 1
+#define DISTRHO_UI_FILE_BROWSER 1
+#define DISTRHO_UI_USER_RESIZABLE 0
+#define DISTRHO_UI_DEFAULT_WIDTH 1200
+#define DISTRHO_UI_DEFAULT_HEIGHT 700
 #define DISTRHO_PLUGIN_IS_RT_SAFE 1
 #define DISTRHO_PLUGIN_NUM_INPUTS 2
 #define DISTRHO_PLUGIN_NUM_OUTPUTS 2

@@ -555,13 +555,17 @@ TEST_F(Lv2Host, BundleTurtleValidates) {
         if (entry.path().extension() == ".ttl") files.push_back(entry.path().string());
     std::sort(files.begin(), files.end());
     ASSERT_EQ(files.size(), 3u) << "manifest, plug-in and presets";
-    // DPF lists KXStudio's programs interface among the extension data; that vocabulary is not installed
-    // either, so the validator is told the one thing it declares about the term.
+    // DPF lists KXStudio's programs interfaces (the plug-in's and the editor's) among the extension data;
+    // that vocabulary is not installed either, so the validator is told the one thing it declares about the
+    // terms.
     const std::string programs = path("kxstudio-programs.ttl");
-    std::ofstream(programs) << "@prefix lv2: <http://lv2plug.in/ns/lv2core#> .\n"
-                               "@prefix rdfs: <http://www.w3.org/2000/01/rdf-schema#> .\n"
-                               "<http://kxstudio.sf.net/ns/lv2ext/programs#Interface> a lv2:ExtensionData ;\n"
-                               "    rdfs:label \"programs interface\" .\n";
+    std::ofstream(programs)
+        << "@prefix lv2: <http://lv2plug.in/ns/lv2core#> .\n"
+           "@prefix rdfs: <http://www.w3.org/2000/01/rdf-schema#> .\n"
+           "<http://kxstudio.sf.net/ns/lv2ext/programs#Interface> a lv2:ExtensionData ;\n"
+           "    rdfs:label \"programs interface\" .\n"
+           "<http://kxstudio.sf.net/ns/lv2ext/programs#UIInterface> a lv2:ExtensionData ;\n"
+           "    rdfs:label \"programs UI interface\" .\n";
     files.push_back(programs);
     const Outcome r = runProgram(ORVANTO_LV2_VALIDATE, files, dir);
     RecordProperty("lv2_validate", r.output);

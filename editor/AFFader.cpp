@@ -1,0 +1,63 @@
+#include "editor/AFFader.h"
+
+#include "editor/AFBitmap.h"
+
+#include <algorithm>
+
+AFFader::AFFader(const AFRect& size, AFControlListener* listener, int tag, const AFBitmap* track,
+                 const AFBitmap* handle, float* valuePointer, float defaultValue)
+    : AFControl(size, listener, tag, track), handle(handle), valuePointer(valuePointer),
+      defaultValue(defaultValue) {}
+
+double AFFader::handleLeft(float v) const noexcept {
+    const double travel = size.width() - (handle != nullptr ? handle->getWidth() : 0.0);
+    return size.left + travel * v;
+}
+
+void AFFader::moveTo(float v) {
+    v = std::clamp(v, 0.0f, 1.0f);
+    if (v == *valuePointer) return;
+    *valuePointer = v;
+    invalid();
+    valueChanged();
+}
+
+bool AFFader::onMouseDown(const AFMouseEvent& event) {
+    if (valuePointer == nullptr || !size.contains(event.x, event.y) || event.button != AFMouseEvent::kLeft)
+        return false;
+    beginEdit();
+    if (event.doubleClick) {
+        moveTo(defaultValue);
+        endEdit();
+        return true;
+    }
+    const double handleWidth = handle != nullptr ? handle->getWidth() : 0.0;
+    const double left = handleLeft(*valuePointer);
+    if (event.x < left || event.x >= left + handleWidth) {
+        const double travel = std::max(1.0, size.width() - handleWidth);
+        moveTo(static_cast<float>((event.x - size.left - handleWidth * 0.5) / travel));
+    }
+    dragStartX = event.x;
+    dragStartValue = *valuePointer;
+    dragging = true;
+    return true;
+}
+
+void AFFader::onMouseMoved(const AFMouseEvent& event) {
+    if (!dragging) return;
+    const double travel = std::max(1.0, size.width() - (handle != nullptr ? handle->getWidth() : 0.0));
+    const double scale = event.shift ? 0.1 : 1.0;
+    moveTo(static_cast<float>(dragStartValue + (event.x - dragStartX) / travel * scale));
+}
+
+void AFFader::onMouseUp(const AFMouseEvent&) {
+    if (!dragging) return;
+    dragging = false;
+    endEdit();
+}
+
+void AFFader::draw(cairo_t* cr) {
+    AFControl::draw(cr);
+    if (handle == nullptr || valuePointer == nullptr) return;
+    handle->draw(cr, handleLeft(*valuePointer), size.top, handle->getWidth(), size.height());
+}

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "editor/AFControl.h"
+
+// A horizontal fader over a track bitmap, editing one 0..1 value through a pointer: drag the handle (shift
+// for fine), click the track to jump, double click for the default. GUI thread.
+class AFFader : public AFControl {
+public:
+    AFFader(const AFRect& size, AFControlListener* listener, int tag, const AFBitmap* track,
+            const AFBitmap* handle, float* valuePointer, float defaultValue);
+
+    bool onMouseDown(const AFMouseEvent& event) override;
+    void onMouseMoved(const AFMouseEvent& event) override;
+    void onMouseUp(const AFMouseEvent& event) override;
+    void draw(cairo_t* cr) override;
+    float getValue() const override { return valuePointer != nullptr ? *valuePointer : 0.0f; }
+    bool isDragging() const noexcept { return dragging; }
+
+private:
+    double handleLeft(float v) const noexcept;
+    void moveTo(float v);
+
+    const AFBitmap* handle;
+    float* valuePointer;
+    float defaultValue;
+    double dragStartX = 0.0;
+    float dragStartValue = 0.0f;
+    bool dragging = false;
+};
