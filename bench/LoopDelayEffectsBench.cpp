@@ -63,3 +63,6 @@ BENCHMARK_CAPTURE(EffectInSlotBusy, Looper, "Looper", Setting{{}, {}});
 // A large hall with a long, bright tail and the input high-passed.
 BENCHMARK_CAPTURE(EffectInSlotBusy, Reverb, "Reverb",
                   Setting{{{0, 0.8f}, {1, 0.7f}, {2, 0.6f}, {3, 0.7f}}, {{2, 2}}});
+// Both channels through the oversampled drive at full gain, tone boosted, hard limiter.
+BENCHMARK_CAPTURE(EffectInSlotBusy, GuitarAmp, "Guitar Amp",
+                  Setting{{{0, 1.0f}, {1, 0.7f}, {2, 0.4f}, {3, 0.6f}}, {{0, 1}, {1, 2}}});
