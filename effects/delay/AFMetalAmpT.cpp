@@ -101,14 +101,9 @@ float AFMetalAmpT::driveDb(float value) noexcept {
     return unitRange(value) * kDriveRangeDb;
 }
 
-float AFMetalAmpT::Section::run(float x) noexcept {
-    const float y = b0 * x + b1 * x1 + b2 * x2 - a1 * y1 - a2 * y2;
-    x2 = x1;
-    x1 = x;
-    y2 = y1;
-    // Silence never decays into denormals.
-    y1 = std::fabs(y) < 1e-20f ? 0.0f : y;
-    return y;
+void AFMetalAmpT::Section::flush() noexcept {
+    for (float* v : {&x1, &x2, &y1, &y2})
+        *v = std::fabs(*v) < 1e-20f ? 0.0f : *v;
 }
 
 void AFMetalAmpT::setParameter(int index, float value) {
@@ -180,7 +175,7 @@ int32_t AFMetalAmpT::activate() {
     return 1;
 }
 
-void AFMetalAmpT::runChannel(Channel& channel, float* data, int count) noexcept {
+void AFMetalAmpT::drive(Channel& channel, float* data, int count) noexcept {
     float driven[DriveStage::kMaxBlock];
     float gain = firstGain;
     float in = channel.tightIn;
@@ -195,9 +190,29 @@ void AFMetalAmpT::runChannel(Channel& channel, float* data, int count) noexcept 
     channel.tightOut = std::fabs(out) < 1e-20f ? 0.0f : out;
     const float overStep = secondStep / DriveStage::kFactor;
     channel.drive.process(driven, data, count, secondGain + overStep, overStep, kBias);
-    auto& [low, mid, high, body] = channel.sections;
+}
+
+void AFMetalAmpT::shape(Channel& channel, float* data, int count) noexcept {
+    auto [low, mid, high, body] = channel.sections;
     for (int i = 0; i < count; ++i)
         data[i] = kOutputGain * body.run(high.run(mid.run(low.run(data[i]))));
+    channel.sections = {low, mid, high, body};
+    for (Section& section : channel.sections)
+        section.flush();
+}
+
+void AFMetalAmpT::shapePair(float* left, float* right, int count) noexcept {
+    auto [lowL, midL, highL, bodyL] = channels[0].sections;
+    auto [lowR, midR, highR, bodyR] = channels[1].sections;
+    for (int i = 0; i < count; ++i) {
+        left[i] = kOutputGain * bodyL.run(highL.run(midL.run(lowL.run(left[i]))));
+        right[i] = kOutputGain * bodyR.run(highR.run(midR.run(lowR.run(right[i]))));
+    }
+    channels[0].sections = {lowL, midL, highL, bodyL};
+    channels[1].sections = {lowR, midR, highR, bodyR};
+    for (Channel& channel : channels)
+        for (Section& section : channel.sections)
+            section.flush();
 }
 
 void AFMetalAmpT::limit(float* left, float* right, int count) noexcept {
@@ -235,11 +250,13 @@ void AFMetalAmpT::process(float* left, float* right, int count) noexcept {
         if (options[0] == 0) {
             for (int i = 0; i < n; ++i)
                 l[i] = 0.5f * (l[i] + r[i]);
-            runChannel(channels[0], l, n);
+            drive(channels[0], l, n);
+            shape(channels[0], l, n);
             std::copy(l, l + n, r);
         } else {
-            runChannel(channels[0], l, n);
-            runChannel(channels[1], r, n);
+            drive(channels[0], l, n);
+            drive(channels[1], r, n);
+            shapePair(l, r, n);
         }
         firstGain += firstStep * static_cast<float>(n);
         secondGain += secondStep * static_cast<float>(n);

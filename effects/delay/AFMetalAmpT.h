@@ -46,7 +46,16 @@ private:
     struct Section {
         float b0 = 1.0f, b1 = 0.0f, b2 = 0.0f, a1 = 0.0f, a2 = 0.0f;
         float x1 = 0.0f, x2 = 0.0f, y1 = 0.0f, y2 = 0.0f;
-        float run(float x) noexcept;
+        float run(float x) noexcept {
+            const float y = b0 * x + b1 * x1 + b2 * x2 - a1 * y1 - a2 * y2;
+            x2 = x1;
+            x1 = x;
+            y2 = y1;
+            y1 = y;
+            return y;
+        }
+        // Silence never decays into denormals.
+        void flush() noexcept;
     };
     static constexpr int kSections = 4; // low shelf, mid peak, high shelf, cabinet resonance
 
@@ -58,7 +67,10 @@ private:
     };
 
     void derive(bool jump) noexcept;
-    void runChannel(Channel& channel, float* data, int count) noexcept;
+    void drive(Channel& channel, float* data, int count) noexcept;
+    // Tone stack and cabinet resonance over one channel, or over two at once so their recursions overlap.
+    void shape(Channel& channel, float* data, int count) noexcept;
+    void shapePair(float* left, float* right, int count) noexcept;
     void limit(float* left, float* right, int count) noexcept;
 
     std::array<int32_t, 4> options{};

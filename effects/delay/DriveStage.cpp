@@ -24,12 +24,13 @@ double besselI0(double x) {
     return sum;
 }
 
-// Windowed-sinc low-pass of kTaps taps at unit DC gain; `corner` as a share of the oversampled rate.
-std::array<double, DriveStage::kTaps> lowPass(double corner) {
-    std::array<double, DriveStage::kTaps> h{};
-    const double middle = (DriveStage::kTaps - 1) * 0.5;
+// Windowed-sinc low-pass of Taps taps at unit DC gain; `corner` as a share of the oversampled rate.
+template <int Taps>
+std::array<double, Taps> lowPass(double corner) {
+    std::array<double, Taps> h{};
+    const double middle = (Taps - 1) * 0.5;
     double sum = 0.0;
-    for (int i = 0; i < DriveStage::kTaps; ++i) {
+    for (int i = 0; i < Taps; ++i) {
         const double t = i - middle;
         const double sinc = t == 0.0
                                 ? 2.0 * corner
@@ -43,6 +44,15 @@ std::array<double, DriveStage::kTaps> lowPass(double corner) {
         v /= sum;
     return h;
 }
+
+// Weights 1, 2, ... top ... 2, 1 of the smoothing between the stages.
+constexpr std::array<float, DriveStage::kSmoothTaps> kTriangle = [] {
+    std::array<float, DriveStage::kSmoothTaps> w{};
+    for (int t = 0; t < DriveStage::kSmoothTaps; ++t)
+        w[static_cast<std::size_t>(t)] =
+            static_cast<float>(t <= DriveStage::kSmoothTaps / 2 ? t + 1 : DriveStage::kSmoothTaps - t);
+    return w;
+}();
 
 using Lanes4 = float __attribute__((vector_size(16)));
 using Lanes8 = float __attribute__((vector_size(32)));
@@ -76,14 +86,14 @@ inline void saturate(Lanes8& x) noexcept {
 } // namespace
 
 void DriveStage::design(float sampleRate, float cabinetHz) noexcept {
-    const auto up = lowPass(kInterpolatorShare / kFactor);
-    for (int i = 0; i < kTaps; ++i)
+    const auto up = lowPass<kUpTaps>(kInterpolatorShare / kFactor);
+    for (int i = 0; i < kUpTaps; ++i)
         upPhases[static_cast<std::size_t>(i)] = static_cast<float>(up[static_cast<std::size_t>(i)] * kFactor);
     const double corner = std::min(static_cast<double>(cabinetHz), 0.2 * sampleRate) / (sampleRate * kFactor);
-    const auto down = lowPass(corner);
-    for (int i = 0; i < kTaps; ++i)
+    const auto down = lowPass<kDownTaps>(corner);
+    for (int i = 0; i < kDownTaps; ++i)
         downReversed[static_cast<std::size_t>(i)] =
-            static_cast<float>(down[static_cast<std::size_t>(kTaps - 1 - i)]);
+            static_cast<float>(down[static_cast<std::size_t>(kDownTaps - 1 - i)]);
 }
 
 void DriveStage::reset() noexcept {
@@ -99,12 +109,12 @@ LANE_WIDE_CLONES void DriveStage::process(const float* in, float* out, int count
 
     // Interpolator: the four phases of one input sample side by side in four lanes.
     float raised[kFactor * kMaxBlock];
-    Lanes4 phases[kTaps / kFactor];
+    Lanes4 phases[kUpTaps / kFactor];
     std::memcpy(phases, upPhases.data(), sizeof(phases));
     for (int n = 0; n < count; ++n) {
         const float* x = input.data() + kUpHistory + n;
         Lanes4 sum = phases[0] * x[0];
-        for (int k = 1; k < kTaps / kFactor; ++k)
+        for (int k = 1; k < kUpTaps / kFactor; ++k)
             sum += phases[k] * x[-k];
         std::memcpy(raised + kFactor * n, &sum, sizeof(sum));
     }
@@ -123,15 +133,21 @@ LANE_WIDE_CLONES void DriveStage::process(const float* in, float* out, int count
         std::memcpy(first + i, &v, sizeof(v));
     }
 
-    // Treble loss between the stages: a triangle of fifteen taps, 1..8..1 over 64.
-    float smooth[kFactor * kMaxBlock] = {};
-    for (int t = 0; t < kSmoothTaps; ++t) {
-        const float w = static_cast<float>(t < kSmoothTaps / 2 ? t + 1 : kSmoothTaps - t) /
-                        static_cast<float>((kSmoothTaps / 2 + 1) * (kSmoothTaps / 2 + 1));
-        const float* __restrict from = first - t;
-        float* __restrict to = smooth;
-        for (int i = 0; i < overCount; ++i)
-            to[i] += w * from[i];
+    // Treble loss between the stages: a triangle of taps 1..top..1, eight outputs at a time summed in
+    // registers.
+    alignas(32) float smooth[kFactor * kMaxBlock];
+    constexpr int kTop = kSmoothTaps / 2 + 1;
+    constexpr float kNorm = 1.0f / static_cast<float>(kTop * kTop);
+    for (int i = 0; i < laneCount; i += 8) {
+        Lanes8 sum{};
+#pragma GCC unroll 32
+        for (int t = 0; t < kSmoothTaps; ++t) {
+            Lanes8 v;
+            std::memcpy(&v, first + i - t, sizeof(v));
+            sum += v * kTriangle[static_cast<std::size_t>(t)];
+        }
+        sum *= kNorm;
+        std::memcpy(smooth + i, &sum, sizeof(sum));
     }
 
     // Second stage.
@@ -146,12 +162,12 @@ LANE_WIDE_CLONES void DriveStage::process(const float* in, float* out, int count
     }
 
     // Decimator: one output for every four, each a dot product in eight lanes summed in a fixed order.
-    Lanes8 taps[kTaps / 8];
+    Lanes8 taps[kDownTaps / 8];
     std::memcpy(taps, downReversed.data(), sizeof(taps));
     for (int n = 0; n < count; ++n) {
         const float* x = secondOut.data() + kFactor * n + kFactor - 1;
         Lanes8 sum{};
-        for (int k = 0; k < kTaps / 8; ++k) {
+        for (int k = 0; k < kDownTaps / 8; ++k) {
             Lanes8 v;
             std::memcpy(&v, x + 8 * k, sizeof(v));
             sum += taps[k] * v;

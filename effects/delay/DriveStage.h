@@ -10,7 +10,8 @@ class DriveStage {
 public:
     static constexpr int kFactor = 4;
     static constexpr int kMaxBlock = 64;
-    static constexpr int kTaps = 64;
+    static constexpr int kUpTaps = 32;
+    static constexpr int kDownTaps = 48;
     static constexpr int kSmoothTaps = 31;
 
     // Audio thread on a rate change, or any thread with the audio held off: designs both sinc filters. The
@@ -25,12 +26,12 @@ public:
                  float bias) noexcept;
 
 private:
-    static constexpr int kUpHistory = kTaps / kFactor - 1;
+    static constexpr int kUpHistory = kUpTaps / kFactor - 1;
     static constexpr int kSmoothHistory = kSmoothTaps - 1;
-    static constexpr int kDownHistory = kTaps - 1;
+    static constexpr int kDownHistory = kDownTaps - 1;
 
-    alignas(32) std::array<float, kTaps> upPhases{};     // tap k of phase p at 4k + p, scaled by the factor
-    alignas(32) std::array<float, kTaps> downReversed{}; // the decimator's taps, last first
+    alignas(32) std::array<float, kUpTaps> upPhases{}; // tap k of phase p at 4k + p, scaled by the factor
+    alignas(32) std::array<float, kDownTaps> downReversed{}; // the decimator's taps, last first
     alignas(32) std::array<float, kUpHistory + kMaxBlock> input{};
     alignas(32) std::array<float, kSmoothHistory + kFactor * kMaxBlock> firstOut{};
     alignas(32) std::array<float, kDownHistory + kFactor * kMaxBlock> secondOut{};
