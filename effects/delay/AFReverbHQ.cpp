@@ -26,7 +26,7 @@ constexpr std::array<float, AFReverbHQ::kLines> kLineMs{23.0f, 24.9f, 26.7f, 28.
 constexpr float kSmallestScale = 0.4f;
 constexpr float kScaleRange = 0.9f;
 // Slow drift of each line: depth in ms and rates in Hz, different for every line.
-constexpr float kWobbleMs = 0.25f;
+constexpr float kWobbleMs = 0.5f;
 constexpr std::array<float, AFReverbHQ::kLines> kWobbleHz{0.13f, 0.71f, 0.29f, 0.53f, 0.19f, 0.83f,
                                                           0.37f, 0.61f, 0.23f, 0.91f, 0.43f, 0.67f,
                                                           0.17f, 0.47f, 0.79f, 0.31f};
@@ -35,10 +35,11 @@ constexpr std::array<float, AFReverbHQ::kLines> kWobbleHz{0.13f, 0.71f, 0.29f, 0
 constexpr float kMaxGlide = 0.02f;
 // Input diffusers, left and right, in ms, and their allpass gains.
 constexpr std::array<std::array<float, AFReverbHQ::kDiffusers>, 2> kDiffuserMs{{
-    {3.1f, 4.7f, 7.9f, 11.3f},
-    {3.3f, 5.1f, 7.3f, 10.7f},
+    {0.71f, 1.13f, 1.79f, 2.41f, 3.1f, 4.7f, 7.9f, 11.3f},
+    {0.77f, 1.21f, 1.63f, 2.57f, 3.3f, 5.1f, 7.3f, 10.7f},
 }};
-constexpr std::array<float, AFReverbHQ::kDiffusers> kDiffuserGain{0.72f, 0.7f, 0.64f, 0.62f};
+constexpr std::array<float, AFReverbHQ::kDiffusers> kDiffuserGain{0.7f,  0.7f, 0.7f,  0.7f,
+                                                                  0.72f, 0.7f, 0.64f, 0.62f};
 static_assert(kDiffuserSize > 11.3f * AFSystemInfo::kMaxSampleRate / 1000.0f + 2.0f);
 static_assert(kLineSize > 63.9f * (kSmallestScale + kScaleRange) * AFSystemInfo::kMaxSampleRate / 1000.0f +
                               kWobbleMs * AFSystemInfo::kMaxSampleRate / 1000.0f + 4.0f);
@@ -49,7 +50,7 @@ constexpr float kDarkestRatio = 0.1f;
 constexpr double kReferenceHz = 700.0;
 // Send, the share of the diffused input heard at once, and the level of the network's rows.
 constexpr float kSendTrim = 0.5f;
-constexpr float kEarlyLevel = 0.3f;
+constexpr float kEarlyLevel = 0.5f;
 constexpr float kLateLevel = 0.6f;
 // Keeps every recursion out of the denormal range in silence: about -300 dB.
 constexpr float kFloor = 1e-15f;

@@ -8,7 +8,7 @@
 #include <array>
 #include <vector>
 
-// Reverb: a sixteen-line feedback delay network behind a four-stage allpass diffuser per channel. The lines
+// Reverb: a sixteen-line feedback delay network behind an eight-stage allpass diffuser per channel. The lines
 // are mixed by a scaled Hadamard matrix (lossless, every line feeds every other), half the lines drift slowly
 // so that no mode rings, and a three-tap low-pass in every line sets its loss for its length, so the mid-band
 // decay time is the one shown and the treble dies sooner as "Reflectivity" falls. Left and right leave
@@ -17,7 +17,7 @@
 class AFReverbHQ : public AFEffect, public AFAligned {
 public:
     static constexpr int kLines = 16;
-    static constexpr int kDiffusers = 4;
+    static constexpr int kDiffusers = 8;
     // Shortest and longest decay shown by "Reverb Time", in seconds.
     static constexpr float kShortestTime = 0.25f;
     static constexpr float kLongestTime = 16.0f;
