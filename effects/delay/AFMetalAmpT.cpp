@@ -25,7 +25,7 @@ constexpr double kMidQ = 0.8;
 constexpr double kHighHz = 3000.0;
 // Output level, and the limiter's release per sample at 48 kHz for "HardLimit" and "EvilLimit"; "EvilLimit"
 // drives it 12 dB harder.
-constexpr float kOutputGain = 0.6f;
+constexpr float kOutputGain = 0.3f;
 constexpr float kEvilGain = 4.0f;
 constexpr double kHardReleaseMs = 60.0;
 constexpr double kEvilReleaseMs = 6.0;

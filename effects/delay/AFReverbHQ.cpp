@@ -49,7 +49,7 @@ static_assert(kLineSize > 63.9f * (kSmallestScale + kScaleRange) * AFSystemInfo:
 constexpr float kDarkestRatio = 0.1f;
 constexpr double kReferenceHz = 700.0;
 // Send, the share of the diffused input heard at once, and the level of the network's rows.
-constexpr float kSendTrim = 0.5f;
+constexpr float kSendTrim = 1.0f;
 constexpr float kEarlyLevel = 0.5f;
 constexpr float kLateLevel = 0.6f;
 // Keeps every recursion out of the denormal range in silence: about -300 dB.
