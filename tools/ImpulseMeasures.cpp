@@ -135,8 +135,14 @@ double worstPeakDb(const std::vector<float>& left, const std::vector<float>& rig
                     static_cast<float>((*channel)[start + static_cast<std::size_t>(i)] * hann);
             }
             fft.magnitudes(frame.data(), magnitude.data());
+            // Each frame counts alike, whatever its level, so the few loud frames at the start of the decay
+            // do not stand for the whole tail.
+            double energy = 0.0;
+            for (float m : magnitude)
+                energy += static_cast<double>(m) * m;
+            if (energy <= 0.0) continue;
             for (std::size_t k = 0; k < power.size(); ++k)
-                power[k] += static_cast<double>(magnitude[k]) * magnitude[k];
+                power[k] += static_cast<double>(magnitude[k]) * magnitude[k] / energy;
         }
         ++frames;
     }

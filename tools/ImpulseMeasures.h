@@ -21,8 +21,9 @@ double echoDensityTime(const std::vector<float>& left, float rate, double level 
 double correlation(const std::vector<float>& left, const std::vector<float>& right, float rate, double from,
                    double to);
 
-// Highest level in dB by which one band of a Welch spectrum (up to 4096 points) of the response between two
-// times in seconds stands above the mean of its third-octave neighbourhood, between 100 Hz and 10 kHz.
+// Highest level in dB by which one band of a Welch spectrum (up to 4096 points, each frame weighted alike) of
+// the response between two times in seconds stands above the mean of its third-octave neighbourhood, between
+// 100 Hz and 10 kHz.
 double worstPeakDb(const std::vector<float>& left, const std::vector<float>& right, float rate, double from,
                    double to);
 
