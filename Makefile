@@ -9,7 +9,7 @@ PREFIX    ?= $(HOME)/.local
 DEPS := cmake g++ make pkg-config git libgtest-dev libgmock-dev libbenchmark-dev \
         libsndfile1-dev libcairo2-dev libfontconfig-dev libpng-dev zlib1g-dev clang-format \
         dpf-source liblilv-dev lv2-dev libjack-jackd2-dev
-TEST_DEPS := lilv-utils sordi jackd2 ardour
+TEST_DEPS := lilv-utils sordi jackd2 ardour dragonfly-reverb-lv2 calf-plugins
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
