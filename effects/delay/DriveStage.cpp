@@ -45,15 +45,6 @@ std::array<double, Taps> lowPass(double corner) {
     return h;
 }
 
-// Weights 1, 2, ... top ... 2, 1 of the smoothing between the stages.
-constexpr std::array<float, DriveStage::kSmoothTaps> kTriangle = [] {
-    std::array<float, DriveStage::kSmoothTaps> w{};
-    for (int t = 0; t < DriveStage::kSmoothTaps; ++t)
-        w[static_cast<std::size_t>(t)] =
-            static_cast<float>(t <= DriveStage::kSmoothTaps / 2 ? t + 1 : DriveStage::kSmoothTaps - t);
-    return w;
-}();
-
 using Lanes4 = float __attribute__((vector_size(16)));
 using Lanes8 = float __attribute__((vector_size(32)));
 using LaneInts8 = int32_t __attribute__((vector_size(32)));
@@ -133,22 +124,28 @@ LANE_WIDE_CLONES void DriveStage::process(const float* in, float* out, int count
         std::memcpy(first + i, &v, sizeof(v));
     }
 
-    // Treble loss between the stages: a triangle of taps 1..top..1, eight outputs at a time summed in
-    // registers.
-    alignas(32) float smooth[kFactor * kMaxBlock];
-    constexpr int kTop = kSmoothTaps / 2 + 1;
-    constexpr float kNorm = 1.0f / static_cast<float>(kTop * kTop);
-    for (int i = 0; i < laneCount; i += 8) {
-        Lanes8 sum{};
-#pragma GCC unroll 32
-        for (int t = 0; t < kSmoothTaps; ++t) {
-            Lanes8 v;
-            std::memcpy(&v, first + i - t, sizeof(v));
-            sum += v * kTriangle[static_cast<std::size_t>(t)];
-        }
-        sum *= kNorm;
-        std::memcpy(smooth + i, &sum, sizeof(sum));
+    // Treble loss between the stages: a triangle of taps 1..16..1, built as two sums of sixteen, each sum as
+    // four doublings of pairs, so that no tap needs a multiply.
+    static_assert(kSmoothTaps == 31);
+    constexpr int kSpan = kSmoothHistory + kFactor * kMaxBlock;
+    alignas(32) float ping[kSpan];
+    alignas(32) float pong[kSpan];
+    const float* from = firstOut.data();
+    const int span = kSmoothHistory + laneCount;
+    float* buffers[2] = {ping, pong};
+    int start = 0;
+    for (int stage = 0; stage < 8; ++stage) {
+        const int gap = 1 << (stage % 4);
+        float* __restrict to = buffers[stage % 2];
+        const float* __restrict in = from;
+        start += gap;
+        for (int j = start; j < span; ++j)
+            to[j] = in[j] + in[j - gap];
+        from = to;
     }
+    alignas(32) float smooth[kFactor * kMaxBlock];
+    for (int i = 0; i < laneCount; ++i)
+        smooth[i] = from[kSmoothHistory + i] * (1.0f / 256.0f);
 
     // Second stage.
     float* second = secondOut.data() + kDownHistory;
