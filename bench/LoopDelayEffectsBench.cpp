@@ -66,3 +66,6 @@ BENCHMARK_CAPTURE(EffectInSlotBusy, Reverb, "Reverb",
 // Both channels through the oversampled drive at full gain, tone boosted, hard limiter.
 BENCHMARK_CAPTURE(EffectInSlotBusy, GuitarAmp, "Guitar Amp",
                   Setting{{{0, 1.0f}, {1, 0.7f}, {2, 0.4f}, {3, 0.6f}}, {{0, 1}, {1, 2}}});
+// The same amp in "Mono", its default: one amp for the summed input.
+BENCHMARK_CAPTURE(EffectInSlotBusy, GuitarAmpMono, "Guitar Amp",
+                  Setting{{{0, 1.0f}, {1, 0.7f}, {2, 0.4f}, {3, 0.6f}}, {{0, 0}, {1, 2}}});
