@@ -2,9 +2,10 @@
 // the correlation of the late tails and the strongest narrow spectral peak of the tail.
 //
 //   orvanto-reverb-measure IMPULSE.wav          a response recorded from an impulse at its first sample
-//   orvanto-reverb-measure --own S T R [I] [-s SECONDS] [--option N]
+//   orvanto-reverb-measure --own S T R [I] [-s SECONDS] [--option N] [--rate HZ]
 //                                                the Reverb itself with "Size" S, "Reverb Time" T,
 //                                                "Reflectivity" R and "Input" I (0..1), at 48 kHz
+//                                                unless told
 #include "effects/delay/AFReverbHQ.h"
 #include "effects/framework/AFSystemInfo.h"
 #include "tools/ImpulseMeasures.h"
@@ -73,6 +74,8 @@ int main(int argc, char** argv) {
             const std::string arg = argv[i];
             if (arg == "-s" && i + 1 < argc)
                 seconds = std::strtod(argv[++i], nullptr);
+            else if (arg == "--rate" && i + 1 < argc)
+                rate = std::strtof(argv[++i], nullptr);
             else if (arg == "--option" && i + 1 < argc)
                 option = std::atoi(argv[++i]);
             else

@@ -14,7 +14,6 @@ namespace {
 constexpr int kChunk = 64;
 // Rings in powers of two, so reads wrap by a mask; sized for the longest line at the highest rate.
 constexpr int kLineSize = 32768;
-constexpr int kLineMask = kLineSize - 1;
 constexpr int kLineStride = kLineSize + 1; // each ring and its guard sample
 constexpr int kDiffuserSize = 4096;
 constexpr int kDiffuserMask = kDiffuserSize - 1;
@@ -162,6 +161,14 @@ void AFReverbHQ::derive(bool jump) noexcept {
         appliedRate = rate;
         appliedInterval = interval;
         jump = true;
+        // The rings in use are the shortest power of two that holds the longest line at this rate, so that
+        // starting the effect clears no more than it must.
+        const float longest =
+            (kLineMs.back() * (kSmallestScale + kScaleRange) + kWobbleMs) * rate * 0.001f + 4.0f;
+        lineMask = 1;
+        while (static_cast<float>(lineMask) < longest)
+            lineMask = lineMask * 2 + 1;
+        lineWrite &= lineMask;
         for (int ch = 0; ch < 2; ++ch)
             for (int k = 0; k < kDiffusers; ++k)
                 diffusers[ch][k].delay =
@@ -271,13 +278,16 @@ void AFReverbHQ::controlTick() noexcept {
 }
 
 void AFReverbHQ::reset() {
-    std::fill(lineStore.begin(), lineStore.end(), 0.0f);
-    std::fill(diffuserStore.begin(), diffuserStore.end(), 0.0f);
-    lossHistory = {};
     lineWrite = 0;
     diffuserWrite = 0;
     appliedRate = 0.0f;
     derive(true);
+    for (int k = 0; k < kLines; ++k) {
+        float* ring = lineStore.data() + static_cast<std::size_t>(k) * kLineStride;
+        std::fill(ring, ring + lineMask + 2, 0.0f);
+    }
+    std::fill(diffuserStore.begin(), diffuserStore.end(), 0.0f);
+    lossHistory = {};
 }
 
 int32_t AFReverbHQ::activate() {
@@ -370,9 +380,9 @@ LANE_WIDE_CLONES void AFReverbHQ::runNetwork(float* left, float* right, const fl
                 next = std::ceil((whole + 1.0f - d0) / step - 1.0f);
             else if (step < 0.0f)
                 next = std::floor((whole - d0) / step - 1.0f) + 1.0f;
-            const int older = (w + n - static_cast<int>(whole) - 1) & kLineMask;
+            const int older = (w + n - static_cast<int>(whole) - 1) & lineMask;
             // The ring's guard sample past its end repeats its first, so a pair may start on the last sample.
-            const int last = std::min(count, n + kLineSize - older);
+            const int last = std::min(count, n + lineMask + 1 - older);
             const int end =
                 static_cast<int>(std::clamp(next, static_cast<float>(n + 1), static_cast<float>(last)));
             const float* __restrict from = ring + older;
@@ -414,7 +424,7 @@ LANE_WIDE_CLONES void AFReverbHQ::runNetwork(float* left, float* right, const fl
     }
     // Left enters the even lines, right the odd ones, each with its own signs.
     constexpr std::array<float, kLines> kFeed{1, 1, 1, -1, -1, 1, 1, 1, -1, 1, -1, 1, 1, -1, 1, -1};
-    const int first = std::min(count, kLineSize - w);
+    const int first = std::min(count, lineMask + 1 - w);
     for (int k = 0; k < kLines; ++k) {
         const float* __restrict in = (k & 1) == 0 ? inLeft : inRight;
         const float* __restrict y = mixed[k];
@@ -426,12 +436,12 @@ LANE_WIDE_CLONES void AFReverbHQ::runNetwork(float* left, float* right, const fl
         float* __restrict wrapped = ring - first;
         for (int i = first; i < count; ++i)
             wrapped[i] = y[i] + sign * in[i];
-        ring[kLineSize] = ring[0];
+        ring[lineMask + 1] = ring[0];
     }
     for (int h = 0; h < 2; ++h)
         delay[static_cast<std::size_t>(h)] +=
             static_cast<float>(count) * delayStep[static_cast<std::size_t>(h)];
-    lineWrite = (w + count) & kLineMask;
+    lineWrite = (w + count) & lineMask;
 }
 
 void AFReverbHQ::setOption(int index, int32_t value) {

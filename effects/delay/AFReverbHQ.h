@@ -71,6 +71,7 @@ private:
     std::array<std::array<Diffuser, kDiffusers>, 2> diffusers{};
     int diffuserWrite = 0;
     int lineWrite = 0;
+    int lineMask = 1; // the length of the rings in use, less one; set from the rate
 
     alignas(32) std::array<Lanes, 2> delay{};     // current read delay per line, samples
     alignas(32) std::array<Lanes, 2> delayStep{}; // per sample, towards the next tick's delay
