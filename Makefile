@@ -1,6 +1,11 @@
 # Orvanto front door. `make demo` and `make test` work from a fresh clone: they install what is missing first.
+SHELL     := /bin/bash
 BUILD     ?= build
 ASAN_BUILD ?= build-asan
+FUZZ_BUILD ?= build-fuzz
+FUZZ_SECONDS ?= 60
+FUZZ_TARGETS := HostState EffectPreset GlobalPreset DictatorPreset MidiMap StepPattern SettingsStore MidiFile \
+                JsonSource ContentCompiler
 JOBS      ?= $(shell nproc 2>/dev/null || echo 2)
 PREFIX    ?= $(HOME)/.local
 
@@ -10,10 +15,11 @@ DEPS := cmake g++ make pkg-config git libgtest-dev libgmock-dev libbenchmark-dev
         libsndfile1-dev libcairo2-dev libfontconfig-dev libpng-dev zlib1g-dev clang-format \
         dpf-source liblilv-dev lv2-dev libjack-jackd2-dev
 TEST_DEPS := lilv-utils sordi jackd2 ardour dragonfly-reverb-lv2 calf-plugins
+FUZZ_DEPS := clang libclang-rt-14-dev
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: all deps test-deps install-packages configure build install demo test bench format clean
+.PHONY: all deps test-deps install-packages configure build install demo test bench fuzz format clean
 
 all: build
 
@@ -65,6 +71,22 @@ demo: build
 bench: build
 	$(BUILD)/bench/orvanto-bench --benchmark_counters_tabular=true
 	@cmake --build $(BUILD) --target orvanto-lv2-timing
+
+# Each fuzz target for FUZZ_SECONDS with libFuzzer, AddressSanitizer and UndefinedBehaviorSanitizer (clang). New
+# inputs collect in $(FUZZ_BUILD)/corpus; the seeds in fuzz/corpus are only read. A crash stops the run and
+# leaves its input as crash-* in the current folder.
+fuzz: deps
+	@$(MAKE) --no-print-directory install-packages PACKAGES="$(FUZZ_DEPS)"
+	@CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORVANTO_FUZZ=ON \
+	  -DORVANTO_BUILD_TESTS=OFF -DORVANTO_BUILD_BENCH=OFF -DORVANTO_BUILD_PLUGINS=OFF >/dev/null
+	@cmake --build $(FUZZ_BUILD) -j$(JOBS) --target $(addprefix fuzz-,$(FUZZ_TARGETS))
+	@for t in $(FUZZ_TARGETS); do \
+	  mkdir -p $(FUZZ_BUILD)/corpus/$$t; \
+	  echo "fuzz-$$t for $(FUZZ_SECONDS) s"; \
+	  $(FUZZ_BUILD)/fuzz/fuzz-$$t -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 \
+	    $(FUZZ_BUILD)/corpus/$$t fuzz/corpus/$$t 2>&1 | grep -E "stat::number_of_executed_units|ERROR|SUMMARY" ; \
+	  test $${PIPESTATUS[0]} -eq 0 || exit 1; \
+	done
 
 format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i

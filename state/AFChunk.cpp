@@ -5,8 +5,10 @@
 
 #include <atomic>
 #include <bit>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <unistd.h>
@@ -245,8 +247,33 @@ bool AFChunk::readFile(const std::string& path, bool silent) {
     return loadBytes(bytes.data(), bytes.size(), silent);
 }
 
+namespace {
+
+// A device, pipe or terminal is written in place: renaming over it would replace it with a file. The open
+// does not wait for a pipe's reader.
+bool writeInPlace(const std::string& path, const std::vector<uint8_t>& bytes) {
+    const int fd = ::open(path.c_str(), O_WRONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) return false;
+    ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+    std::size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        done += static_cast<std::size_t>(n);
+    }
+    return ::close(fd) == 0 && done == bytes.size();
+}
+
+} // namespace
+
 bool AFChunk::writeFile(const std::string& path) const {
     if (path.size() < 2) return false;
+    std::error_code ignored;
+    const auto status = std::filesystem::status(path, ignored);
+    if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status) &&
+        !std::filesystem::is_directory(status))
+        return writeInPlace(path, toBytes());
     const std::string temporary = path + ".tmp-" + std::to_string(::getpid());
     {
         std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
@@ -256,7 +283,6 @@ bool AFChunk::writeFile(const std::string& path) const {
         out.flush();
         if (!out) {
             out.close();
-            std::error_code ignored;
             std::filesystem::remove(temporary, ignored);
             return false;
         }
@@ -264,7 +290,6 @@ bool AFChunk::writeFile(const std::string& path) const {
     std::error_code error;
     std::filesystem::rename(temporary, path, error);
     if (!error) return true;
-    std::error_code ignored;
     std::filesystem::remove(temporary, ignored);
     return false;
 }

@@ -134,7 +134,7 @@ TEST(MidiFile, HostileFilesAreRefused) {
     MidiFile f;
     std::string error;
     EXPECT_FALSE(f.load("/nonexistent/file.mid", 120.0, error));
-    EXPECT_EQ(error, "--midi '/nonexistent/file.mid': cannot open the file");
+    EXPECT_EQ(error, "--midi '/nonexistent/file.mid': cannot open the file: No such file or directory");
 }
 
 TEST(MidiSchedule, EventsLandOnTheirSampleInTheirBlock) {

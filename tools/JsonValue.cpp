@@ -1,10 +1,10 @@
 #include "tools/JsonValue.h"
 
+#include "tools/BoundedFile.h"
+
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <stdexcept>
 
 namespace {
@@ -229,12 +229,12 @@ JsonValue JsonValue::parse(const std::string& text) {
 }
 
 JsonValue JsonValue::fromFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) throw std::runtime_error("cannot open " + path);
-    std::ostringstream buffer;
-    buffer << in.rdbuf();
+    std::vector<uint8_t> bytes;
+    std::string reason;
+    if (!BoundedFile::read(path, bytes, reason))
+        throw std::runtime_error("cannot read " + path + ": " + reason);
     try {
-        return parse(buffer.str());
+        return parse(std::string(bytes.begin(), bytes.end()));
     } catch (const std::runtime_error& e) {
         throw std::runtime_error(path + ": " + e.what());
     }

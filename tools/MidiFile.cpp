@@ -1,12 +1,12 @@
 #include "tools/MidiFile.h"
 
+#include "tools/BoundedFile.h"
+
 #include <algorithm>
-#include <fstream>
 
 namespace {
 
 constexpr uint32_t kDefaultTempo = 500000; // microseconds per quarter note, the SMF default
-constexpr std::size_t kMaxFileBytes = 64u * 1024u * 1024u;
 
 struct Tick {
     uint64_t tick;
@@ -177,17 +177,9 @@ bool MidiFile::parse(const std::vector<uint8_t>& bytes, double hostTempo, std::s
 }
 
 bool MidiFile::load(const std::string& path, double hostTempo, std::string& error) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return error = "--midi '" + path + "': cannot open the file", false;
     std::vector<uint8_t> bytes;
-    char buffer[65536];
-    while (in.read(buffer, sizeof buffer) || in.gcount() > 0) {
-        bytes.insert(bytes.end(), buffer, buffer + in.gcount());
-        if (bytes.size() > kMaxFileBytes)
-            return error = "--midi '" + path + "': the file is too large", false;
-    }
-    if (in.bad()) return error = "--midi '" + path + "': cannot read the file", false;
     std::string reason;
+    if (!BoundedFile::read(path, bytes, reason)) return error = "--midi '" + path + "': " + reason, false;
     if (!parse(bytes, hostTempo, reason)) return error = "--midi '" + path + "': " + reason, false;
     return true;
 }

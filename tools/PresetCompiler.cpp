@@ -111,7 +111,8 @@ void compileStepPattern(const JsonValue& source, const std::string& output) {
         if (glides.items[i].kind != JsonValue::Kind::Bool) fail("glides: true or false expected");
         table.setGlide(0, i, glides.items[i].boolean ? 1 : 0);
     }
-    if (!AFStepPatternFile::save(output, table, nullptr)) fail("cannot write " + output);
+    if (!AFStepPatternFile::save(output, table, nullptr))
+        throw PresetCompiler::WriteError("cannot write " + output);
 }
 
 // Sources (CC or note numbers) to lists of parameter indices.
@@ -139,7 +140,7 @@ void compileMidiMap(const JsonValue& source, const std::string& output) {
     AFMidiBindings map;
     applyBindings(source.find("controllers"), "controllers", &AFMidiBindings::addControllerBinding, map);
     applyBindings(source.find("notes"), "notes", &AFMidiBindings::addNoteBinding, map);
-    if (!map.saveMidiMap(output)) fail("cannot write " + output);
+    if (!map.saveMidiMap(output)) throw PresetCompiler::WriteError("cannot write " + output);
 }
 
 } // namespace
@@ -306,13 +307,15 @@ void PresetCompiler::compile(const JsonValue& source, const std::string& output)
     } else {
         fail("unknown format \"" + format + "\"");
     }
-    if (!saved) fail("cannot write " + output);
+    if (!saved) throw PresetCompiler::WriteError("cannot write " + output);
 }
 
 void PresetCompiler::compileFile(const std::string& source, const std::string& output) {
     const JsonValue document = JsonValue::fromFile(source);
     try {
         compile(document, output);
+    } catch (const WriteError&) {
+        throw;
     } catch (const std::runtime_error& e) {
         throw std::runtime_error(source + ": " + e.what());
     }

@@ -2,6 +2,7 @@
 
 #include "tools/JsonValue.h"
 
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -13,7 +14,13 @@ class AFUniClient;
 // tool.
 class PresetCompiler {
 public:
-    // Reads the source and writes `output`. Throws std::runtime_error naming the fault.
+    // Thrown when the output cannot be written (a full disk, a folder that refuses it).
+    struct WriteError : std::runtime_error {
+        using std::runtime_error::runtime_error;
+    };
+
+    // Reads the source and writes `output`. Throws std::runtime_error naming the fault, WriteError for the
+    // write.
     static void compileFile(const std::string& source, const std::string& output);
     static void compile(const JsonValue& source, const std::string& output);
 

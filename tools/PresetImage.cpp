@@ -3,8 +3,7 @@
 #include "engine/AFUniClient.h"
 #include "state/AFChunk.h"
 #include "state/AFStateIO.h"
-
-#include <fstream>
+#include "tools/BoundedFile.h"
 
 namespace {
 
@@ -15,15 +14,8 @@ constexpr int kPrefixWords = 4; // position, plug-in id, state version, magic
 
 bool PresetImage::load(const std::string& path, const std::string& option, std::string& error) {
     const std::string where = option + " '" + path + "': ";
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return error = where + "cannot open the file", false;
-    image.clear();
-    char buffer[65536];
-    while (in.read(buffer, sizeof buffer) || in.gcount() > 0) {
-        image.insert(image.end(), buffer, buffer + in.gcount());
-        if (image.size() > kMaxFileBytes) return error = where + "the file is too large", false;
-    }
-    if (in.bad()) return error = where + "cannot read the file", false;
+    std::string reason;
+    if (!BoundedFile::read(path, image, reason, kMaxFileBytes)) return error = where + reason, false;
 
     AFChunk chunk;
     if (!chunk.loadBytes(image.data(), image.size(), true) || image.size() < chunk.getSizeInWords() * 4u)

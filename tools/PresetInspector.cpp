@@ -12,6 +12,7 @@
 #include "modulation/AFStepPatternFile.h"
 #include "state/AFChunk.h"
 #include "state/AFStateIO.h"
+#include "tools/BoundedFile.h"
 #include "tools/JsonValue.h"
 #include "tools/ToolClient.h"
 
@@ -21,7 +22,6 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 
 namespace {
@@ -109,12 +109,11 @@ bool PresetInspector::loadImage() {
         fault = "unknown file kind: the name must end in .afo, .afog, .dic, .afm or .AFS";
         return false;
     }
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        fault = "cannot read " + path;
+    std::string reason;
+    if (!BoundedFile::read(path, bytes, reason)) {
+        fault = "cannot read " + path + ": " + reason;
         return false;
     }
-    bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     fileWords.assign(bytes.size() / 4, 0u);
     for (std::size_t i = 0; i < fileWords.size(); ++i)
         fileWords[i] = static_cast<uint32_t>(bytes[4 * i]) | static_cast<uint32_t>(bytes[4 * i + 1]) << 8 |

@@ -70,7 +70,9 @@ bool splitFirst(const std::string& text, char mark, std::string& left, std::stri
 }
 
 bool isParameterIndex(long long index) {
-    return (index >= 0 && index <= kModulationLast) || (index >= kTriggerFirst && index <= kTriggerLast);
+    return (index >= 0 && index < kHostParameters) ||
+           (index >= kModulationFirst && index <= kModulationLast) ||
+           (index >= kTriggerFirst && index <= kTriggerLast);
 }
 
 bool controlValue(const std::string& text, float& value) {
@@ -270,7 +272,7 @@ private:
         const bool numeric = toInt(parameter, LLONG_MIN, LLONG_MAX, index);
         if (numeric && !isParameterIndex(index))
             return fail(name + " '" + whole + "': parameter index " + parameter +
-                        " is not one the plug-in takes (0..380, 2000000..2000007)");
+                        " is not one the plug-in takes (0..251, 261..380, 2000000..2000007)");
         return true;
     }
 

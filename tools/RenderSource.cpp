@@ -1,5 +1,7 @@
 #include "tools/RenderSource.h"
 
+#include "tools/BoundedFile.h"
+
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,8 +20,9 @@ RenderSource::~RenderSource() {
 }
 
 bool RenderSource::openFile(const std::string& path, std::string& error) {
-    if (access(path.c_str(), R_OK) != 0) {
-        error = "cannot read '" + path + "': " + std::strerror(errno);
+    std::string reason;
+    if (access(path.c_str(), R_OK) != 0 || !BoundedFile::isRegular(path, reason)) {
+        error = "cannot read '" + path + "': " + (reason.empty() ? std::strerror(errno) : reason);
         return false;
     }
     SF_INFO info{};

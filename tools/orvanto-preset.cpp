@@ -26,6 +26,9 @@ int main(int argc, char** argv) {
         if (argc != 5 || std::strcmp(argv[3], "-o") != 0) return usage();
         try {
             PresetCompiler::compileFile(argv[2], argv[4]);
+        } catch (const PresetCompiler::WriteError& e) {
+            std::fprintf(stderr, "%s\n", e.what());
+            return 2;
         } catch (const std::exception& e) {
             std::fprintf(stderr, "%s\n", e.what());
             return 1;

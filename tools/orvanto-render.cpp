@@ -18,6 +18,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <strings.h>
@@ -25,17 +26,12 @@
 
 namespace {
 
-constexpr int kBadInput = 2;
-constexpr int kFailure = 1;
+// Bad input and a write that fails (a full disk) end the same way: one line and status 2.
+constexpr int kFailed = 2;
 
-int badInput(const std::string& text) {
+int fail(const std::string& text) {
     std::fprintf(stderr, "orvanto-render: %s\n", text.c_str());
-    return kBadInput;
-}
-
-int failure(const std::string& text) {
-    std::fprintf(stderr, "orvanto-render: %s\n", text.c_str());
-    return kFailure;
+    return kFailed;
 }
 
 bool isFlac(const std::string& name) {
@@ -80,30 +76,30 @@ int render(const RenderOptions& options) {
     RenderSource source;
     std::string error;
     if (!options.input.empty()) {
-        if (!source.openFile(options.input, error)) return badInput(error);
+        if (!source.openFile(options.input, error)) return fail(error);
     } else {
         source.useDemo(options.rate, options.tempo);
     }
     const int rate = source.sampleRate();
 
     RenderSession session(options, rate);
-    if (!session.start(error)) return badInput(error);
+    if (!session.start(error)) return fail(error);
     if (options.listParameters) {
         session.listParameters();
         return 0;
     }
 
     const int64_t total = source.inputFrames() + std::llround(options.seconds * rate);
-    if (total <= 0) return badInput("nothing to render: '" + options.input + "' is empty and --seconds is 0");
+    if (total <= 0) return fail("nothing to render: '" + options.input + "' is empty and --seconds is 0");
 
     PendingFile audioFile(options.output);
     const int fd = audioFile.create(error);
-    if (fd < 0) return badInput(error);
+    if (fd < 0) return fail(error);
     std::optional<PendingFile> plotFile;
     if (!options.plot.empty()) {
         plotFile.emplace(options.plot);
         const int plotFd = plotFile->create(error);
-        if (plotFd < 0) return badInput(error);
+        if (plotFd < 0) return fail(error);
         close(plotFd); // Cairo writes the PNG by name
     }
     std::optional<PendingFile> stateFile;
@@ -111,7 +107,7 @@ int render(const RenderOptions& options) {
     if (!options.saveState.empty()) {
         stateFile.emplace(options.saveState);
         stateFd = stateFile->create(error);
-        if (stateFd < 0) return badInput(error);
+        if (stateFd < 0) return fail(error);
     }
 
     SF_INFO info{};
@@ -120,7 +116,7 @@ int render(const RenderOptions& options) {
     info.format =
         isFlac(options.output) ? (SF_FORMAT_FLAC | SF_FORMAT_PCM_24) : (SF_FORMAT_WAV | SF_FORMAT_FLOAT);
     SNDFILE* out = sf_open_fd(fd, SFM_WRITE, &info, SF_TRUE);
-    if (out == nullptr) return failure("cannot write '" + options.output + "': " + sf_strerror(nullptr));
+    if (out == nullptr) return fail("cannot write '" + options.output + "': " + sf_strerror(nullptr));
     // No PEAK chunk: it carries a time stamp, and equal renders must give equal files.
     sf_command(out, SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
     sf_command(out, SFC_SET_CLIPPING, nullptr, SF_TRUE);
@@ -152,8 +148,7 @@ int render(const RenderOptions& options) {
     }
     session.stop();
     const std::string writeError = sf_strerror(out);
-    if (sf_close(out) != 0 || !written)
-        return failure("cannot write '" + options.output + "': " + writeError);
+    if (sf_close(out) != 0 || !written) return fail("cannot write '" + options.output + "': " + writeError);
 
     if (plot) {
         const std::string from = options.input.empty() ? "demo loop" : options.input;
@@ -161,15 +156,17 @@ int render(const RenderOptions& options) {
         std::snprintf(title, sizeof title, "orvanto-render   %s  \u2192  %s     %d Hz, %g BPM, block %d%s",
                       from.c_str(), options.output.c_str(), rate, options.tempo, options.block,
                       options.stopped ? ", stopped" : "");
-        if (!plot->write(plotFile->path(), title, error) || !plotFile->commit(error)) return failure(error);
+        if (!plot->write(plotFile->path(), title, error) || !plotFile->commit(error)) return fail(error);
     }
     if (stateFile) {
         const std::vector<uint8_t> image = session.stateImage();
         const bool complete = !image.empty() && writeAll(stateFd, image.data(), image.size());
-        if (close(stateFd) != 0 || !complete) return failure("cannot write '" + options.saveState + "'");
-        if (!stateFile->commit(error)) return failure(error);
+        const int writeErrno = errno;
+        if (close(stateFd) != 0 || !complete)
+            return fail("cannot write '" + options.saveState + "': " + std::strerror(writeErrno));
+        if (!stateFile->commit(error)) return fail(error);
     }
-    if (!audioFile.commit(error)) return failure(error);
+    if (!audioFile.commit(error)) return fail(error);
     return 0;
 }
 
@@ -179,7 +176,7 @@ int main(int argc, char** argv) {
     const std::vector<std::string> args(argv + 1, argv + argc);
     RenderOptions options;
     std::string error;
-    if (!RenderOptions::parse(args, options, error)) return badInput(error);
+    if (!RenderOptions::parse(args, options, error)) return fail(error);
     if (options.help) {
         std::fputs(RenderOptions::usage(), stdout);
         return 0;

@@ -154,7 +154,6 @@ namespace {
 
 // Four lanes of floats; lane arithmetic is the scalar arithmetic, so results match a one-by-one run exactly.
 using Lanes = float __attribute__((vector_size(16)));
-using LaneMask = int32_t __attribute__((vector_size(16)));
 
 Lanes loadLanes(const float* p) noexcept {
     Lanes v;
@@ -168,38 +167,37 @@ void storeLanes(float* p, Lanes v) noexcept {
 
 // Four combs by four samples: turns per-comb runs into per-sample rows and back.
 void transpose(Lanes& a, Lanes& b, Lanes& c, Lanes& d) noexcept {
-    const Lanes ab0 = __builtin_shuffle(a, b, LaneMask{0, 4, 1, 5});
-    const Lanes cd0 = __builtin_shuffle(c, d, LaneMask{0, 4, 1, 5});
-    const Lanes ab1 = __builtin_shuffle(a, b, LaneMask{2, 6, 3, 7});
-    const Lanes cd1 = __builtin_shuffle(c, d, LaneMask{2, 6, 3, 7});
-    a = __builtin_shuffle(ab0, cd0, LaneMask{0, 1, 4, 5});
-    b = __builtin_shuffle(ab0, cd0, LaneMask{2, 3, 6, 7});
-    c = __builtin_shuffle(ab1, cd1, LaneMask{0, 1, 4, 5});
-    d = __builtin_shuffle(ab1, cd1, LaneMask{2, 3, 6, 7});
+    const Lanes ab0 = __builtin_shufflevector(a, b, 0, 4, 1, 5);
+    const Lanes cd0 = __builtin_shufflevector(c, d, 0, 4, 1, 5);
+    const Lanes ab1 = __builtin_shufflevector(a, b, 2, 6, 3, 7);
+    const Lanes cd1 = __builtin_shufflevector(c, d, 2, 6, 3, 7);
+    a = __builtin_shufflevector(ab0, cd0, 0, 1, 4, 5);
+    b = __builtin_shufflevector(ab0, cd0, 2, 3, 6, 7);
+    c = __builtin_shufflevector(ab1, cd1, 0, 1, 4, 5);
+    d = __builtin_shufflevector(ab1, cd1, 2, 3, 6, 7);
 }
 
 // Eight lanes: all eight combs of a channel, or eight samples, in one vector; one register with AVX.
 using Lanes8 = float __attribute__((vector_size(32)));
-using LaneMask8 = int32_t __attribute__((vector_size(32)));
 
 // Eight combs by eight samples, as transpose does for four. Vectors by reference: by value, a 32-byte vector
 // would change the calling convention with AVX.
 inline void transpose8(Lanes8 (&r)[8]) noexcept {
     Lanes8 t[8];
     for (int k = 0; k < 8; k += 2) {
-        t[k] = __builtin_shuffle(r[k], r[k + 1], LaneMask8{0, 8, 1, 9, 4, 12, 5, 13});
-        t[k + 1] = __builtin_shuffle(r[k], r[k + 1], LaneMask8{2, 10, 3, 11, 6, 14, 7, 15});
+        t[k] = __builtin_shufflevector(r[k], r[k + 1], 0, 8, 1, 9, 4, 12, 5, 13);
+        t[k + 1] = __builtin_shufflevector(r[k], r[k + 1], 2, 10, 3, 11, 6, 14, 7, 15);
     }
     Lanes8 u[8];
     for (int h = 0; h < 8; h += 4) {
-        u[h] = __builtin_shuffle(t[h], t[h + 2], LaneMask8{0, 1, 8, 9, 4, 5, 12, 13});
-        u[h + 1] = __builtin_shuffle(t[h], t[h + 2], LaneMask8{2, 3, 10, 11, 6, 7, 14, 15});
-        u[h + 2] = __builtin_shuffle(t[h + 1], t[h + 3], LaneMask8{0, 1, 8, 9, 4, 5, 12, 13});
-        u[h + 3] = __builtin_shuffle(t[h + 1], t[h + 3], LaneMask8{2, 3, 10, 11, 6, 7, 14, 15});
+        u[h] = __builtin_shufflevector(t[h], t[h + 2], 0, 1, 8, 9, 4, 5, 12, 13);
+        u[h + 1] = __builtin_shufflevector(t[h], t[h + 2], 2, 3, 10, 11, 6, 7, 14, 15);
+        u[h + 2] = __builtin_shufflevector(t[h + 1], t[h + 3], 0, 1, 8, 9, 4, 5, 12, 13);
+        u[h + 3] = __builtin_shufflevector(t[h + 1], t[h + 3], 2, 3, 10, 11, 6, 7, 14, 15);
     }
     for (int k = 0; k < 4; ++k) {
-        r[k] = __builtin_shuffle(u[k], u[k + 4], LaneMask8{0, 1, 2, 3, 8, 9, 10, 11});
-        r[k + 4] = __builtin_shuffle(u[k], u[k + 4], LaneMask8{4, 5, 6, 7, 12, 13, 14, 15});
+        r[k] = __builtin_shufflevector(u[k], u[k + 4], 0, 1, 2, 3, 8, 9, 10, 11);
+        r[k + 4] = __builtin_shufflevector(u[k], u[k + 4], 4, 5, 6, 7, 12, 13, 14, 15);
     }
 }
 

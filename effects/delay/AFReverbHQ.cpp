@@ -97,11 +97,11 @@ inline void hadamard(Lanes& a, Lanes& b) noexcept {
     const Lanes sign2 = {1, 1, -1, -1, 1, 1, -1, -1};
     const Lanes sign1 = {1, -1, 1, -1, 1, -1, 1, -1};
     for (Lanes* v : {&a, &b}) {
-        Lanes t = __builtin_shuffle(*v, LaneInts{4, 5, 6, 7, 0, 1, 2, 3});
+        Lanes t = __builtin_shufflevector(*v, *v, 4, 5, 6, 7, 0, 1, 2, 3);
         *v = t + sign4 * *v;
-        t = __builtin_shuffle(*v, LaneInts{2, 3, 0, 1, 6, 7, 4, 5});
+        t = __builtin_shufflevector(*v, *v, 2, 3, 0, 1, 6, 7, 4, 5);
         *v = t + sign2 * *v;
-        t = __builtin_shuffle(*v, LaneInts{1, 0, 3, 2, 5, 4, 7, 6});
+        t = __builtin_shufflevector(*v, *v, 1, 0, 3, 2, 5, 4, 7, 6);
         *v = t + sign1 * *v;
     }
 }

@@ -5,7 +5,21 @@
 // The 32-lane loops run two or four times as wide where the processor has AVX2 or AVX-512; the choice is made
 // once at load time and every form computes the same values: each sum is taken in a fixed order, and no
 // multiply-add is fused (AVX-512 brings fused forms the compiler would otherwise use).
-#if defined(__x86_64__) && defined(__linux__) && defined(__GNUC__)
+// ThreadSanitizer gets the plain form only: the clones are chosen by an ifunc resolver that runs while the
+// program is loaded, before the sanitizer's runtime is up, and the sanitized binary then crashes at start.
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define ORVANTO_THREAD_SANITIZER 1
+#endif
+#endif
+#if defined(__SANITIZE_THREAD__)
+#define ORVANTO_THREAD_SANITIZER 1
+#endif
+// So does clang (the fuzzing build): it takes a function as multiversioned only where that is declared
+// before its first call, and these are members called above their definitions. The g++ builds, with and
+// without AddressSanitizer, run the clones.
+#if defined(__x86_64__) && defined(__linux__) && defined(__GNUC__) && !defined(__clang__) &&                 \
+    !defined(ORVANTO_THREAD_SANITIZER)
 #define LANE_WIDE_CLONES                                                                                     \
     __attribute__((target_clones("avx512f", "avx2", "default"), optimize("fp-contract=off")))
 #else

@@ -295,4 +295,17 @@ TEST(PresetCli, BadSourcesAndUsageFail) {
     EXPECT_NE(o.err.find("cannot read"), std::string::npos);
     o = run({"info", (scratch() / "missing.afm").string()});
     EXPECT_EQ(o.status, 1);
+
+    // Endless or special files are refused instead of read for ever; a device is written in place.
+    const fs::path endless = scratch() / "endless.afo";
+    fs::create_symlink("/dev/zero", endless);
+    o = run({"info", endless.string()});
+    EXPECT_EQ(o.status, 1);
+    EXPECT_NE(o.err.find("not a regular file"), std::string::npos) << o.err;
+    EXPECT_EQ(run({"make", "/dev/zero", "-o", (scratch() / "zero.afo").string()}).status, 1);
+    const fs::path good = scratch() / "good.json";
+    std::ofstream(good) << R"({"format": "orvanto-effect-preset", "effect": "Stutter", "parameters": {}})";
+    o = run({"make", good.string(), "-o", "/dev/full"});
+    EXPECT_EQ(o.status, 2) << o.err;
+    EXPECT_EQ(fs::status("/dev/full").type(), fs::file_type::character);
 }

@@ -6,6 +6,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -174,6 +175,8 @@ TEST_F(RenderCli, BadInputExitsWithTwoAndLeavesNoFile) {
         {"-o", out, "--set", "Control 1=-0.1"},
         {"-o", out, "--set", "Control 1=half"},
         {"-o", out, "--set", "381=0.5"},
+        {"-o", out, "--set", "252=0.5"},
+        {"-o", out, "--ramp", "260=0:1@0:1"},
         {"-o", out, "--effect", "1=Wobbler"},
         {"-o", out, "--effect", "9=Stutter"},
         {"-o", out, "--effect", "1=Classic Filter"},
@@ -365,6 +368,41 @@ TEST_F(RenderCli, MidiFileRendersLikeTheSameSceneWithoutIt) {
         {"-o", path("midi.wav"), "--seconds", "0.5", "--seed", "3", "--quiet", "--midi", path("notes.mid")});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(slurp(path("midi.wav")), slurp(path("plain.wav")));
+}
+
+// A pipe with no writer is refused at once instead of waiting for one; a device named for the saved state is
+// written in place (and reports a full disk) instead of being replaced by a file; the temporary files of a
+// render killed outright are removed by the next render into the same folder.
+TEST_F(RenderCli, SpecialFilesNeitherBlockNorGetReplaced) {
+    const std::string pipe = path("pipe");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const std::string out = path("out.wav");
+    for (const auto& args : std::vector<std::vector<std::string>>{{pipe, "-o", out},
+                                                                  {"-o", out, "--state", pipe},
+                                                                  {"-o", out, "--midi", pipe},
+                                                                  {"-o", out, "--preset", pipe + "@1"}}) {
+        const Outcome r = run(args);
+        EXPECT_EQ(r.status, 2) << args[args.size() - 1];
+        EXPECT_NE(r.err.find("not a regular file"), std::string::npos) << r.err;
+    }
+    const Outcome full = run({"-o", out, "--seconds", "0.01", "--quiet", "--save-state", "/dev/full"});
+    EXPECT_EQ(full.status, 2);
+    EXPECT_NE(full.err.find("/dev/full"), std::string::npos) << full.err;
+    struct stat device {};
+    ASSERT_EQ(stat("/dev/full", &device), 0);
+    EXPECT_TRUE(S_ISCHR(device.st_mode));
+
+    const pid_t gone = fork();
+    if (gone == 0) _exit(0);
+    waitpid(gone, nullptr, 0);
+    const std::string stale = ".out.wav.part-" + std::to_string(gone) + "-a1b2c3";
+    const std::string live = ".out.wav.part-" + std::to_string(getpid()) + "-a1b2c3";
+    std::ofstream(path(stale)) << "left by a killed render";
+    std::ofstream(path(live)) << "a render still running";
+    ASSERT_EQ(run({"-o", out, "--seconds", "0.01", "--quiet"}).status, 0);
+    const std::vector<std::string> names = files();
+    EXPECT_EQ(std::set<std::string>(names.begin(), names.end()),
+              (std::set<std::string>{"pipe", "out.wav", live}));
 }
 
 TEST_F(RenderCli, BadStateMidiAndPresetFilesExitWithTwo) {
