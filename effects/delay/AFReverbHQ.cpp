@@ -87,25 +87,6 @@ void exp2Lanes(Lanes& x) noexcept {
     x = p * scale;
 }
 
-// Fast Walsh-Hadamard transform of sixteen lines held in two vectors, unscaled.
-inline void hadamard(Lanes& a, Lanes& b) noexcept {
-    const Lanes s = a + b;
-    const Lanes d = a - b;
-    a = s;
-    b = d;
-    const Lanes sign4 = {1, 1, 1, 1, -1, -1, -1, -1};
-    const Lanes sign2 = {1, 1, -1, -1, 1, 1, -1, -1};
-    const Lanes sign1 = {1, -1, 1, -1, 1, -1, 1, -1};
-    for (Lanes* v : {&a, &b}) {
-        Lanes t = __builtin_shufflevector(*v, *v, 4, 5, 6, 7, 0, 1, 2, 3);
-        *v = t + sign4 * *v;
-        t = __builtin_shufflevector(*v, *v, 2, 3, 0, 1, 6, 7, 4, 5);
-        *v = t + sign2 * *v;
-        t = __builtin_shufflevector(*v, *v, 1, 0, 3, 2, 5, 4, 7, 6);
-        *v = t + sign1 * *v;
-    }
-}
-
 } // namespace
 
 namespace {
