@@ -60,3 +60,12 @@ BENCHMARK_CAPTURE(EffectInSlotBusy, Granulizer, "Granulizer",
                   Setting{{{0, 0.3f}, {1, 1.0f}, {2, 0.0f}, {3, 0.33f}}, {{1, 1}}});
 // Looping a beat of the input.
 BENCHMARK_CAPTURE(EffectInSlotBusy, Looper, "Looper", Setting{{}, {}});
+// A large hall with a long, bright tail and the input high-passed.
+BENCHMARK_CAPTURE(EffectInSlotBusy, Reverb, "Reverb",
+                  Setting{{{0, 0.8f}, {1, 0.7f}, {2, 0.6f}, {3, 0.7f}}, {{2, 2}}});
+// Both channels through the oversampled drive at full gain, tone boosted, hard limiter.
+BENCHMARK_CAPTURE(EffectInSlotBusy, GuitarAmp, "Guitar Amp",
+                  Setting{{{0, 1.0f}, {1, 0.7f}, {2, 0.4f}, {3, 0.6f}}, {{0, 1}, {1, 2}}});
+// The same amp in "Mono", its default: one amp for the summed input.
+BENCHMARK_CAPTURE(EffectInSlotBusy, GuitarAmpMono, "Guitar Amp",
+                  Setting{{{0, 1.0f}, {1, 0.7f}, {2, 0.4f}, {3, 0.6f}}, {{0, 0}, {1, 2}}});
