@@ -49,7 +49,7 @@ struct Row {
 constexpr std::array<Row, EffectFactory::kTypeCount> kCatalogue{{
     {"Classic Filter", 3, nullptr, false},
     {"Looper", 4, make<AFTriggerLooper>, true},
-    {"Pitch Looper", 4, make<AFPitchLooper>, false},
+    {"Pitch Looper", 4, make<AFPitchLooper>, true},
     {"Reactor", 4, make<AFTransientLooper>, false},
     {"Granulizer", 4, make<AFBeatStretcherKN>, true},
     {"Spectralizer", 4, make<AFFilterBank>, true},
@@ -58,7 +58,7 @@ constexpr std::array<Row, EffectFactory::kTypeCount> kCatalogue{{
     {"Ringmodulator", 4, make<AFRinger>, true},
     {"Stutter", 4, make<AFStutter>, true},
     {"Slice Looper", 4, nullptr, false},
-    {"Pitch Delay", 4, make<AFPitchDelayT>, false},
+    {"Pitch Delay", 4, make<AFPitchDelayT>, true},
     {"Pan Looper", 4, make<AFPanLooper>, false},
     {"Reverb", 4, make<AFReverbHQ>, false},
     {"Phaser", 4, make<AFKnobixPhaser>, true},

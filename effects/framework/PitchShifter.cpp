@@ -1,0 +1,76 @@
+#include "effects/framework/PitchShifter.h"
+
+#include "effects/framework/AFSystemInfo.h"
+
+namespace {
+
+// The search at the highest rate: its reach each side, its correlation length and the decimation that keeps
+// the coarse pass near 12 kHz.
+int samplesFor(double ms, double rate) {
+    return static_cast<int>(ms * rate * 0.001);
+}
+
+constexpr double kCoarseRate = 12000.0;
+
+} // namespace
+
+PitchShifter::PitchShifter() {
+    const double top = AFSystemInfo::kMaxSampleRate;
+    const int span = 2 * samplesFor(kSearchMs, top) + samplesFor(kMatchMs, top) + 8;
+    candidates.assign(static_cast<std::size_t>(span), 0.0f);
+    reference.assign(static_cast<std::size_t>(samplesFor(kMatchMs, top) + 8), 0.0f);
+    coarseCandidates.assign(static_cast<std::size_t>(span), 0.0f);
+    coarseReference.assign(reference.size(), 0.0f);
+    for (int i = 0; i <= kWindowRows; ++i) {
+        const double s = std::sin(3.141592653589793 * i / kWindowRows);
+        windowTable[static_cast<std::size_t>(i)] = static_cast<float>(s * s);
+    }
+    configure(48000.0f, kGrainMs * 48.0);
+}
+
+void PitchShifter::configure(float sampleRate, double grainSamples) noexcept {
+    const double rate = std::clamp(static_cast<double>(sampleRate), static_cast<double>(AFSystemInfo::kMinSampleRate),
+                                   static_cast<double>(AFSystemInfo::kMaxSampleRate));
+    grainLength = std::max(64.0, grainSamples);
+    phaseStep = 1.0 / grainLength;
+    search = std::max(8, samplesFor(kSearchMs, rate));
+    decimation = std::max(1, static_cast<int>(rate / kCoarseRate));
+    match = std::max(decimation * 4, samplesFor(kMatchMs, rate) / decimation * decimation);
+}
+
+void PitchShifter::reset() noexcept {
+    phase = 0.0;
+    const double start = std::max(centre, least);
+    delay = {start, start};
+}
+
+double PitchShifter::window(double at) const noexcept {
+    const double x = at * kWindowRows;
+    const auto i = std::min(static_cast<int>(x), kWindowRows - 1);
+    const double t = x - i;
+    const double a = windowTable[static_cast<std::size_t>(i)];
+    return a + (windowTable[static_cast<std::size_t>(i + 1)] - a) * t;
+}
+
+double PitchShifter::bestLag(int lags, int length) noexcept {
+    // Normalised by the candidate's energy, kept as a running sum, so a louder stretch does not win by
+    // loudness alone.
+    const float* ref = coarseReference.data();
+    const float* cand = coarseCandidates.data();
+    double energy = 0.0;
+    for (int i = 0; i < length; ++i) energy += static_cast<double>(cand[i]) * cand[i];
+    double best = -1e300;
+    int bestK = lags / 2;
+    for (int k = 0; k < lags; ++k) {
+        float c = 0.0f;
+        for (int i = 0; i < length; ++i) c += ref[i] * cand[k + i];
+        const double score = energy > 1e-12 ? c / std::sqrt(energy) : 0.0;
+        if (score > best) {
+            best = score;
+            bestK = k;
+        }
+        energy += static_cast<double>(cand[k + length]) * cand[k + length] - static_cast<double>(cand[k]) * cand[k];
+        energy = std::max(energy, 0.0);
+    }
+    return bestK;
+}
