@@ -60,3 +60,8 @@ BENCHMARK_CAPTURE(EffectInSlotBusy, Granulizer, "Granulizer",
                   Setting{{{0, 0.3f}, {1, 1.0f}, {2, 0.0f}, {3, 0.33f}}, {{1, 1}}});
 // Looping a beat of the input.
 BENCHMARK_CAPTURE(EffectInSlotBusy, Looper, "Looper", Setting{{}, {}});
+// Each repeat an octave up ("Pitch" at the top): both shifters and their grain searches at work.
+BENCHMARK_CAPTURE(EffectInSlotBusy, PitchLooper, "Pitch Looper", Setting{{{0, 0.3f}, {1, 1.0f}}, {}});
+// Echoes a fifth apart with strong feedback, a resonant low-pass following the pitch in the loop.
+BENCHMARK_CAPTURE(EffectInSlotBusy, PitchDelay, "Pitch Delay",
+                  Setting{{{0, 0.4f}, {1, 0.5f}, {2, 0.8f}, {3, 0.7917f}}, {{3, 2}}});

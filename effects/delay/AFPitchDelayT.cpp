@@ -223,11 +223,8 @@ void AFPitchDelayT::process(float* left, float* right, int count) noexcept {
     const PitchShifter::RingSource lineR{rightLine.get(), kLineSize - 1};
     // Every read lies at least a block behind the writes of this block, so the reads, the loop filter and
     // the writes can each run over the whole block.
-    for (int i = 0; i < count; ++i) {
-        const auto now = static_cast<double>(writePosition + static_cast<uint32_t>(i));
-        wetLeft[static_cast<std::size_t>(i)] = leftShifter.tick(lineL, now);
-        wetRight[static_cast<std::size_t>(i)] = rightShifter.tick(lineR, now);
-    }
+    leftShifter.process(lineL, static_cast<double>(writePosition), wetLeft.data(), count);
+    rightShifter.process(lineR, static_cast<double>(writePosition), wetRight.data(), count);
     const int word = options[3];
     if (word >= kFirstLoopFilter && word < kFirstInputFilter) {
         const int mode = kLoopModes[static_cast<std::size_t>(((word - kFirstLoopFilter) % 6) / 2)];

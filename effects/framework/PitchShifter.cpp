@@ -10,7 +10,7 @@ int samplesFor(double ms, double rate) {
     return static_cast<int>(ms * rate * 0.001);
 }
 
-constexpr double kCoarseRate = 12000.0;
+constexpr double kCoarseRate = 8000.0;
 
 } // namespace
 
@@ -44,14 +44,6 @@ void PitchShifter::reset() noexcept {
     delay = {start, start};
 }
 
-double PitchShifter::window(double at) const noexcept {
-    const double x = at * kWindowRows;
-    const auto i = std::min(static_cast<int>(x), kWindowRows - 1);
-    const double t = x - i;
-    const double a = windowTable[static_cast<std::size_t>(i)];
-    return a + (windowTable[static_cast<std::size_t>(i + 1)] - a) * t;
-}
-
 double PitchShifter::bestLag(int lags, int length) noexcept {
     // Normalised by the candidate's energy, kept as a running sum, so a louder stretch does not win by
     // loudness alone.
@@ -62,8 +54,7 @@ double PitchShifter::bestLag(int lags, int length) noexcept {
     double best = -1e300;
     int bestK = lags / 2;
     for (int k = 0; k < lags; ++k) {
-        float c = 0.0f;
-        for (int i = 0; i < length; ++i) c += ref[i] * cand[k + i];
+        const double c = dot(ref, cand + k, length);
         const double score = energy > 1e-12 ? c / std::sqrt(energy) : 0.0;
         if (score > best) {
             best = score;
@@ -73,4 +64,15 @@ double PitchShifter::bestLag(int lags, int length) noexcept {
         energy = std::max(energy, 0.0);
     }
     return bestK;
+}
+
+double PitchShifter::dot(const float* a, const float* b, int length) noexcept {
+    std::array<float, 8> lanes{};
+    int i = 0;
+    for (; i + 8 <= length; i += 8)
+        for (int u = 0; u < 8; ++u) lanes[static_cast<std::size_t>(u)] += a[i + u] * b[i + u];
+    float sum = 0.0f;
+    for (; i < length; ++i) sum += a[i] * b[i];
+    for (const float lane : lanes) sum += lane;
+    return sum;
 }

@@ -16,11 +16,23 @@
 // sample ("now") and the shifter reads around now minus the centre delay. Mono; stereo owners run two.
 class PitchShifter {
 public:
+    using Lanes = float __attribute__((vector_size(16)));
+
     // A power-of-two ring the owner writes one sample per tick.
     struct RingSource {
         const float* data;
         uint32_t mask;
         float at(int64_t index) const noexcept { return data[static_cast<uint64_t>(index) & mask]; }
+        Lanes four(int64_t first) const noexcept {
+            const auto i = static_cast<uint64_t>(first) & mask;
+            Lanes x;
+            if (i + 3 <= mask) {
+                __builtin_memcpy(&x, data + i, sizeof x);
+            } else {
+                x = Lanes{data[i], data[(i + 1) & mask], data[(i + 2) & mask], data[(i + 3) & mask]};
+            }
+            return x;
+        }
     };
     // A recording that starts at 0 and holds end samples: outside it reads silence, and its first samples
     // fade in so that a tap crossing the start of the recording never steps.
@@ -31,6 +43,15 @@ public:
             if (index < 0 || index >= end) return 0.0f;
             const float v = data[index];
             return index < kEdgeFade ? v * static_cast<float>(index) * (1.0f / kEdgeFade) : v;
+        }
+        Lanes four(int64_t first) const noexcept {
+            Lanes x;
+            if (first >= kEdgeFade && first + 3 < end) {
+                __builtin_memcpy(&x, data + first, sizeof x);
+            } else {
+                x = Lanes{at(first), at(first + 1), at(first + 2), at(first + 3)};
+            }
+            return x;
         }
     };
 
@@ -56,9 +77,13 @@ public:
     // Audio thread: both taps on the centre, first tap at the start of its grain.
     void reset() noexcept;
 
-    // Audio thread: one output sample for the present reference position.
+    // Audio thread: count output samples, the first for reference position now, the next one further each.
     template <class Source>
-    float tick(const Source& source, double now) noexcept;
+    void process(const Source& source, double now, float* out, int count) noexcept;
+    // Audio thread: two channels through the same taps, lined up on their sum, so the image stays whole.
+    template <class Source>
+    void processStereo(const Source& left, const Source& right, double now, float* outLeft, float* outRight,
+                       int count) noexcept;
 
     // Any thread; for inspection.
     double ratio() const noexcept { return wanted; }
@@ -66,15 +91,36 @@ public:
     // How far around the centre the taps may read: half a grain's glide plus the search reach.
     double reach(double ratio) const noexcept { return std::fabs(ratio - 1.0) * grainLength * 0.5 + search; }
 
-private:
+    // Both channels of a stereo source summed, for the search.
     template <class Source>
-    static float read(const Source& source, double position) noexcept;
+    struct Sum {
+        const Source& a;
+        const Source& b;
+        float at(int64_t index) const noexcept { return a.at(index) + b.at(index); }
+    };
+
+private:
+    // Where a read lands: the sample before it and the Hermite weights of the four around it.
+    struct Tap {
+        int64_t first;
+        Lanes weight;
+    };
+    static Tap locate(double position, float gain) noexcept;
+    template <int Channels, class Source, class Search>
+    void run(const Source* sources, const Search& search, double now, float* const* out, int count) noexcept;
     template <class Source>
     void restart(int tap, const Source& source, double now) noexcept;
     template <class Source>
     double alignment(const Source& source, double now, double nominal, double other) noexcept;
-    double window(double phase) const noexcept;
+    float window(double phase) const noexcept {
+        const auto x = static_cast<float>(phase) * static_cast<float>(kWindowRows);
+        const auto i = std::min(static_cast<int>(x), kWindowRows - 1);
+        const float a = windowTable[static_cast<std::size_t>(i)];
+        return a + (windowTable[static_cast<std::size_t>(i + 1)] - a) * (x - static_cast<float>(i));
+    }
     double bestLag(int lags, int length) noexcept;
+    // Sum of products in eight independent lanes, so the compiler can keep them in vector registers.
+    static double dot(const float* a, const float* b, int length) noexcept;
 
     static constexpr int kWindowRows = 1024;
     std::array<float, kWindowRows + 1> windowTable{};
@@ -94,36 +140,63 @@ private:
     int decimation = 4;
 };
 
-template <class Source>
-float PitchShifter::read(const Source& source, double position) noexcept {
-    const double base = std::floor(position);
-    const auto i = static_cast<int64_t>(base);
-    const auto t = static_cast<float>(position - base);
-    const float xm = source.at(i - 1), x0 = source.at(i), x1 = source.at(i + 1), x2 = source.at(i + 2);
-    // Four-point Hermite: flat enough to keep interpolation noise far below the crossfade's.
-    const float c1 = 0.5f * (x1 - xm);
-    const float c2 = xm - 2.5f * x0 + 2.0f * x1 - 0.5f * x2;
-    const float c3 = 0.5f * (x2 - xm) + 1.5f * (x0 - x1);
-    return ((c3 * t + c2) * t + c1) * t + x0;
+inline PitchShifter::Tap PitchShifter::locate(double position, float gain) noexcept {
+    auto i = static_cast<int64_t>(position);
+    if (static_cast<double>(i) > position) --i;
+    const auto t = static_cast<float>(position - static_cast<double>(i));
+    // Four-point Hermite weights of the samples at i - 1 .. i + 2, times the tap's window: flat enough to keep
+    // interpolation noise far below the crossfade's.
+    const Lanes a = {-0.5f, 1.5f, -1.5f, 0.5f};
+    const Lanes b = {1.0f, -2.5f, 2.0f, -0.5f};
+    const Lanes c = {-0.5f, 0.0f, 0.5f, 0.0f};
+    const Lanes d = {0.0f, 1.0f, 0.0f, 0.0f};
+    return {i - 1, (((a * t + b) * t + c) * t + d) * gain};
 }
 
 template <class Source>
-float PitchShifter::tick(const Source& source, double now) noexcept {
-    const double before = phase;
-    phase += phaseStep;
-    if (phase >= 1.0) {
-        phase -= 1.0;
-        restart(0, source, now);
-    } else if (before < 0.5 && phase >= 0.5) {
-        restart(1, source, now);
-    }
-    const double g = window(phase);
-    const double d0 = std::max(delay[0], least), d1 = std::max(delay[1], least);
-    const double y = g * read(source, now - d0) + (1.0 - g) * read(source, now - d1);
+void PitchShifter::process(const Source& source, double now, float* out, int count) noexcept {
+    float* outs[] = {out};
+    run<1>(&source, source, now, outs, count);
+}
+
+template <class Source>
+void PitchShifter::processStereo(const Source& left, const Source& right, double now, float* outLeft,
+                                 float* outRight, int count) noexcept {
+    const Source sources[] = {left, right};
+    float* outs[] = {outLeft, outRight};
+    run<2>(sources, Sum<Source>{left, right}, now, outs, count);
+}
+
+template <int Channels, class Source, class Search>
+void PitchShifter::run(const Source* sources, const Search& search, double now, float* const* out,
+                       int count) noexcept {
+    double p = phase;
+    const double step = phaseStep;
+    double d0 = delay[0], d1 = delay[1];
     const double drift = 1.0 - wanted;
-    delay[0] += drift;
-    delay[1] += drift;
-    return static_cast<float>(y);
+    for (int i = 0; i < count; ++i, now += 1.0) {
+        const double before = p;
+        p += step;
+        if (p >= 1.0 || (before < 0.5 && p >= 0.5)) {
+            if (p >= 1.0) p -= 1.0;
+            phase = p;
+            delay = {d0, d1};
+            restart(p < 0.5 ? 0 : 1, search, now);
+            d0 = delay[0];
+            d1 = delay[1];
+        }
+        const float g = window(p);
+        const Tap a = locate(now - std::max(d0, least), g);
+        const Tap b = locate(now - std::max(d1, least), 1.0f - g);
+        for (int c = 0; c < Channels; ++c) {
+            const Lanes v = sources[c].four(a.first) * a.weight + sources[c].four(b.first) * b.weight;
+            out[c][i] = (v[0] + v[1]) + (v[2] + v[3]);
+        }
+        d0 += drift;
+        d1 += drift;
+    }
+    phase = p;
+    delay = {d0, d1};
 }
 
 template <class Source>
@@ -176,12 +249,9 @@ double PitchShifter::alignment(const Source& source, double now, double nominal,
     int bestK = search;
     std::array<double, 3> around{};
     auto score = [&](int k) {
-        double c = 0.0, e = 0.0;
-        for (int i = 0; i < match; ++i) {
-            const float v = candidates[static_cast<std::size_t>(k + i)];
-            c += static_cast<double>(reference[static_cast<std::size_t>(i)]) * v;
-            e += static_cast<double>(v) * v;
-        }
+        const float* cand = candidates.data() + k;
+        const double c = dot(reference.data(), cand, match);
+        const double e = dot(cand, cand, match);
         return e > 1e-12 ? c / std::sqrt(e) : 0.0;
     };
     const int lo = std::max(1, coarse - q), hi = std::min(2 * search - 1, coarse + q);

@@ -146,22 +146,17 @@ void AFPitchLooper::tempoChanged(int32_t) noexcept {
 }
 
 void AFPitchLooper::applyRatio(double semitones) noexcept {
-    const double ratio = std::exp2(semitones / kOctave);
-    leftShifter.setRatio(ratio);
-    rightShifter.setRatio(ratio);
+    shifter.setRatio(std::exp2(semitones / kOctave));
 }
 
 void AFPitchLooper::startRepeat() noexcept {
     segment = segmentFor(swingStep);
     // Grains no longer than the repeat, so a short loop is still transposed within itself.
     const double grain = std::min(PitchShifter::kGrainMs * systemInfo->samplesPerMillisecond, segment);
-    leftShifter.configure(systemInfo->sampleRate, grain);
-    rightShifter.configure(systemInfo->sampleRate, grain);
-    leftShifter.setCentre(0.0, -1e12);
-    rightShifter.setCentre(0.0, -1e12);
+    shifter.configure(systemInfo->sampleRate, grain);
+    shifter.setCentre(0.0, -1e12);
     applyRatio(options[1] == kGlide ? previousTransposition : transposition);
-    leftShifter.reset();
-    rightShifter.reset();
+    shifter.reset();
     readPosition = 0;
 }
 
@@ -204,20 +199,28 @@ void AFPitchLooper::process(float* left, float* right, int count) noexcept {
     // A trigger during the first pass is already being answered.
     if (retriggerPending && recording && repeats == 0) retriggerPending = false;
     if (recording) record(left, right, count);
-    for (int i = 0; i < count; ++i) {
+    int done = 0;
+    while (done < count) {
+        // Up to and including the sample at which the repeat ends.
+        const double toBoundary = std::ceil(segment - cycleClock);
+        const int n = static_cast<int>(std::clamp(toBoundary, 1.0, static_cast<double>(count - done)));
         const PitchShifter::LinearSource sourceLeft{leftBuffer.get(), validEnd};
         const PitchShifter::LinearSource sourceRight{rightBuffer.get(), validEnd};
-        const auto now = static_cast<double>(readPosition);
-        const float gain = fadeGain * repeatGain;
-        left[i] = leftShifter.tick(sourceLeft, now) * gain;
-        right[i] = rightShifter.tick(sourceRight, now) * gain;
-        fadeGain = std::min(1.0f, fadeGain + (fadingOut ? -kFadeStep : kFadeStep));
-        ++readPosition;
-        cycleClock += 1.0;
-        if (cycleClock > segment - kFadeSamples) {
-            fadingOut = true;
-            if (cycleClock >= segment) crossBoundary(left + i + 1, right + i + 1, count - i - 1);
+        float* outLeft = left + done;
+        float* outRight = right + done;
+        shifter.processStereo(sourceLeft, sourceRight, static_cast<double>(readPosition), outLeft, outRight, n);
+        const double fadeStart = segment - kFadeSamples;
+        for (int i = 0; i < n; ++i) {
+            const float gain = fadeGain * repeatGain;
+            outLeft[i] *= gain;
+            outRight[i] *= gain;
+            cycleClock += 1.0;
+            if (cycleClock > fadeStart) fadingOut = true;
+            fadeGain = std::min(1.0f, fadeGain + (fadingOut ? -kFadeStep : kFadeStep));
         }
+        readPosition += n;
+        done += n;
+        if (cycleClock >= segment) crossBoundary(left + done, right + done, count - done);
     }
 }
 

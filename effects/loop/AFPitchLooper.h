@@ -58,8 +58,7 @@ private:
     std::array<int32_t, 4> options{};
     std::unique_ptr<float[]> leftBuffer;
     std::unique_ptr<float[]> rightBuffer;
-    PitchShifter leftShifter;
-    PitchShifter rightShifter;
+    PitchShifter shifter;
     double length = 400.0;
     double nextLength = 400.0;
     double segment = 400.0;
