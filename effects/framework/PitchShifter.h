@@ -17,6 +17,9 @@
 class PitchShifter {
 public:
     using Lanes = float __attribute__((vector_size(16)));
+    using Ints = int32_t __attribute__((vector_size(16)));
+    // The longest stretch one call renders; owners call in pieces of at most this.
+    static constexpr int kMaxRun = 64;
 
     // A power-of-two ring the owner writes one sample per tick.
     struct RingSource {
@@ -108,6 +111,9 @@ private:
     static Tap locate(double position, float gain) noexcept;
     template <int Channels, class Source, class Search>
     void run(const Source* sources, const Search& search, double now, float* const* out, int count) noexcept;
+    template <int Channels, bool Add, class Source>
+    void runTap(const Source* sources, double position, const float* gain, float* const* out, int from,
+                int to) noexcept;
     template <class Source>
     void restart(int tap, const Source& source, double now) noexcept;
     template <class Source>
@@ -124,6 +130,8 @@ private:
 
     static constexpr int kWindowRows = 1024;
     std::array<float, kWindowRows + 1> windowTable{};
+    std::array<float, kMaxRun> gains{};
+    std::array<float, kMaxRun> complements{};
     std::vector<float> candidates;
     std::vector<float> reference;
     std::vector<float> coarseCandidates;
@@ -170,33 +178,85 @@ void PitchShifter::processStereo(const Source& left, const Source& right, double
 template <int Channels, class Source, class Search>
 void PitchShifter::run(const Source* sources, const Search& search, double now, float* const* out,
                        int count) noexcept {
+    count = std::min(count, kMaxRun);
     double p = phase;
-    const double step = phaseStep;
-    double d0 = delay[0], d1 = delay[1];
-    const double drift = 1.0 - wanted;
-    for (int i = 0; i < count; ++i, now += 1.0) {
-        const double before = p;
-        p += step;
-        if (p >= 1.0 || (before < 0.5 && p >= 0.5)) {
-            if (p >= 1.0) p -= 1.0;
-            phase = p;
-            delay = {d0, d1};
-            restart(p < 0.5 ? 0 : 1, search, now);
-            d0 = delay[0];
-            d1 = delay[1];
+    int i = 0;
+    while (i < count) {
+        // A stretch without a grain start: its windows first, then each tap over all of it.
+        int j = i;
+        for (; j < count; ++j) {
+            double q = p + phaseStep;
+            const bool wrap = q >= 1.0;
+            const bool half = p < 0.5 && q >= 0.5;
+            if ((wrap || half) && j > i) break;
+            if (wrap) q -= 1.0;
+            p = q;
+            if (wrap || half) {
+                phase = p;
+                restart(wrap ? 0 : 1, search, now + i);
+            }
+            gains[static_cast<std::size_t>(j)] = window(p);
+            complements[static_cast<std::size_t>(j)] = 1.0f - gains[static_cast<std::size_t>(j)];
         }
-        const float g = window(p);
-        const Tap a = locate(now - std::max(d0, least), g);
-        const Tap b = locate(now - std::max(d1, least), 1.0f - g);
-        for (int c = 0; c < Channels; ++c) {
-            const Lanes v = sources[c].four(a.first) * a.weight + sources[c].four(b.first) * b.weight;
-            out[c][i] = (v[0] + v[1]) + (v[2] + v[3]);
-        }
-        d0 += drift;
-        d1 += drift;
+        const double start = now + i;
+        runTap<Channels, false>(sources, start - std::max(delay[0], least), gains.data(), out, i, j);
+        runTap<Channels, true>(sources, start - std::max(delay[1], least), complements.data(), out, i, j);
+        const double drift = (1.0 - wanted) * (j - i);
+        delay[0] += drift;
+        delay[1] += drift;
+        i = j;
     }
     phase = p;
-    delay = {d0, d1};
+}
+
+template <int Channels, bool Add, class Source>
+void PitchShifter::runTap(const Source* sources, double position, const float* gain, float* const* out, int from,
+                          int to) noexcept {
+    const double r = wanted;
+    const auto rf = static_cast<float>(r);
+    const Lanes ramp = Lanes{0.0f, 1.0f, 2.0f, 3.0f} * rf;
+    const Lanes a = {-0.5f, -0.5f, -0.5f, -0.5f}, b = {1.0f, 1.0f, 1.0f, 1.0f}, c = {-0.5f, -0.5f, -0.5f, -0.5f};
+    int j = from;
+    // Four samples at a time: positions relative to a whole sample so floats hold them exactly enough, the
+    // Hermite weights of all four computed side by side, the four rows of samples turned into columns.
+    for (; j + 4 <= to; j += 4) {
+        const double at = position + r * (j - from);
+        auto base = static_cast<int64_t>(at);
+        if (static_cast<double>(base) > at) --base;
+        const Lanes rel = static_cast<float>(at - static_cast<double>(base)) + ramp;
+        const Ints whole = __builtin_convertvector(rel, Ints);
+        const Lanes t = rel - __builtin_convertvector(whole, Lanes);
+        Lanes g;
+        __builtin_memcpy(&g, gain + j, sizeof g);
+        const Lanes t2 = t * t, t3 = t2 * t;
+        const Lanes w0 = (a * t3 + t2 + c * t) * g;
+        const Lanes w1 = (1.5f * t3 - 2.5f * t2 + b) * g;
+        const Lanes w2 = (-1.5f * t3 + 2.0f * t2 - c * t) * g;
+        const Lanes w3 = (0.5f * t3 - 0.5f * t2) * g;
+        for (int ch = 0; ch < Channels; ++ch) {
+            const Source& src = sources[ch];
+            const Lanes x0 = src.four(base + whole[0] - 1), x1 = src.four(base + whole[1] - 1);
+            const Lanes x2 = src.four(base + whole[2] - 1), x3 = src.four(base + whole[3] - 1);
+            const Lanes c0 = {x0[0], x1[0], x2[0], x3[0]}, c1 = {x0[1], x1[1], x2[1], x3[1]};
+            const Lanes c2 = {x0[2], x1[2], x2[2], x3[2]}, c3 = {x0[3], x1[3], x2[3], x3[3]};
+            Lanes v = w0 * c0 + w1 * c1 + w2 * c2 + w3 * c3;
+            float* o = out[ch] + j;
+            if constexpr (Add) {
+                Lanes before;
+                __builtin_memcpy(&before, o, sizeof before);
+                v += before;
+            }
+            __builtin_memcpy(o, &v, sizeof v);
+        }
+    }
+    for (; j < to; ++j) {
+        const Tap tap = locate(position + r * (j - from), gain[j]);
+        for (int ch = 0; ch < Channels; ++ch) {
+            const Lanes v = sources[ch].four(tap.first) * tap.weight;
+            const float y = (v[0] + v[1]) + (v[2] + v[3]);
+            out[ch][j] = Add ? out[ch][j] + y : y;
+        }
+    }
 }
 
 template <class Source>
