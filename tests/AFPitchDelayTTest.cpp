@@ -1,12 +1,11 @@
+#include "effects/delay/AFPitchDelayT.h"
 #include "PitchMeasure.h"
 #include "SlotDriver.h"
-#include "effects/delay/AFPitchDelayT.h"
 #include "effects/framework/TimeValueTables.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdio>
 
 namespace {
 
@@ -21,7 +20,8 @@ struct Delay {
             delay.setParameter(i, p[static_cast<std::size_t>(i)]);
         delay.controlTick();
         delay.activate();
-        return slot::drive(delay, in, [](int, std::array<float, 4>&) {}, 7);
+        return slot::drive(
+            delay, in, [](int, std::array<float, 4>&) {}, 7);
     }
 };
 
@@ -50,7 +50,6 @@ TEST(AFPitchDelayT, EachEchoStacksTheInterval) {
             for (int echo = 1; echo <= 3; ++echo) {
                 const double want = hz * std::exp2(echo * interval / 12.0);
                 const auto tone = pitchmeasure::measure(out.left, echo * beat + 2000, rate);
-                std::printf("%d %d %d %.3f %.1f\n", word, interval, echo, pitchmeasure::cents(tone.hz, want), tone.spuriousDb);
                 EXPECT_NEAR(pitchmeasure::cents(tone.hz, want), 0.0, 1.0 * echo) << word << " " << interval;
             }
         }
@@ -59,8 +58,8 @@ TEST(AFPitchDelayT, EachEchoStacksTheInterval) {
 
 // At the centre of "Pitch" an impulse comes back after exactly the time of every sync word, on each side.
 TEST(AFPitchDelayT, DelayTimesToTheSample) {
-    for (const float rate : {44100.0f, 96000.0f}) {
-        for (const double bpm : {90.0, 133.0}) {
+    for (const auto& [rate, bpm] : {std::pair{44100.0f, 133.0}, std::pair{96000.0f, 90.0}}) {
+        {
             for (int mode = 0; mode < 3; ++mode) {
                 const int rows = mode == 0 ? 7 : mode == 1 ? 21 : 5;
                 for (int row = 0; row < rows; ++row) {
@@ -84,4 +83,48 @@ TEST(AFPitchDelayT, DelayTimesToTheSample) {
             }
         }
     }
+}
+
+// The rhythm words open and close the way into the delay without a click: no output step is more than twice
+// the largest step of the input.
+TEST(AFPitchDelayT, RhythmGateNeverClicks) {
+    const double rate = 48000.0;
+    const auto sine = pitchmeasure::sine(48000 * 2, 440.0, rate, 0.5f);
+    double inputStep = 0.0;
+    for (std::size_t i = 1; i < sine.size(); ++i)
+        inputStep = std::max(inputStep, std::fabs(static_cast<double>(sine[i]) - sine[i - 1]));
+    for (int word = 1; word < 10; ++word) {
+        Delay d(48000.0f, 120.0);
+        d.delay.setOption(2, word);
+        slot::Stereo in(static_cast<int>(sine.size()));
+        in.left = sine;
+        in.right = sine;
+        const auto out = d.run(in, {0.5f, 0.6f, 0.0f, 0.5f});
+        double worst = 0.0;
+        for (std::size_t i = 1; i < out.left.size(); ++i)
+            worst = std::max(worst, std::fabs(static_cast<double>(out.left[i]) - out.left[i - 1]));
+        EXPECT_LE(worst, 2.0 * inputStep) << word;
+        EXPECT_GT(worst, 0.5 * inputStep) << word;
+    }
+}
+
+TEST(AFPitchDelayT, Displays) {
+    slot::Rig rig(48000.0f, 120.0);
+    AFPitchDelayT delay(kType, &rig.system, 0);
+    char text[kEffectTextSize];
+    delay.formatParameter(0, 1.0f / 6.0f, text);
+    EXPECT_STREQ(text, "1\\4");
+    delay.setOption(1, 1);
+    delay.formatParameter(1, 0.0f, text);
+    EXPECT_STREQ(text, "1\\2P");
+    delay.setOption(1, 2);
+    delay.formatParameter(1, 1.0f, text);
+    EXPECT_STREQ(text, "500 ms");
+    delay.formatParameter(2, 0.5f, text);
+    EXPECT_STREQ(text, "50.00");
+    delay.formatParameter(3, 0.75f, text);
+    EXPECT_STREQ(text, "6");
+    delay.setOption(3, 13); // "LP": the knob sweeps the loop filter instead
+    delay.formatParameter(3, 1.0f, text);
+    EXPECT_STREQ(text, "17420 Hz");
 }

@@ -69,7 +69,8 @@ constexpr int kFirstInputFilter = 19;
 constexpr int kGroupFollow = 0;
 constexpr int kGroupOppose = 1;
 constexpr int kGroupInstead = 2;
-constexpr std::array<int, 3> kLoopModes{AFDirectFilter::Lowpass, AFDirectFilter::Comb, AFDirectFilter::Highpass};
+constexpr std::array<int, 3> kLoopModes{AFDirectFilter::Lowpass, AFDirectFilter::Comb,
+                                        AFDirectFilter::Highpass};
 // Where each loop filter's cutoff moves as its control goes from 0 to 1, kept where each kind stays audible.
 constexpr std::array<float, 3> kCutoffFloor{0.35f, 0.2f, 0.05f};
 constexpr std::array<float, 3> kCutoffSpan{0.6f, 0.6f, 0.55f};
@@ -188,11 +189,13 @@ void AFPitchDelayT::controlTick() noexcept {
     const int word = options[3];
     const bool shifting = word < kFirstLoopFilter || word >= kFirstInputFilter ||
                           (word - kFirstLoopFilter) / 6 != kGroupInstead;
-    const double ratio = shifting ? std::exp2(semitonesFor(parameterValues[3]) / static_cast<double>(kOctave)) : 1.0;
+    const double ratio =
+        shifting ? std::exp2(semitonesFor(parameterValues[3]) / static_cast<double>(kOctave)) : 1.0;
     const double grainMax = PitchShifter::kGrainMs * static_cast<double>(systemInfo->samplesPerMillisecond);
     PitchShifter* shifters[] = {&leftShifter, &rightShifter};
     for (int side = 0; side < 2; ++side) {
-        const auto delay = static_cast<double>(delayFor(side, parameterValues[static_cast<std::size_t>(side)]));
+        const auto delay =
+            static_cast<double>(delayFor(side, parameterValues[static_cast<std::size_t>(side)]));
         PitchShifter& shifter = *shifters[side];
         shifter.configure(systemInfo->sampleRate, std::clamp(delay, 256.0, grainMax));
         shifter.setCentre(delay, kLeastDelay);
@@ -259,7 +262,8 @@ void AFPitchDelayT::formatParameter(int index, float value, char* text) {
             std::snprintf(text, kEffectTextSize, "%s", tables.syncDottedTable.valueName(unit(value)));
             return;
         default: {
-            const double ms = std::trunc(delayFor(index, value) / static_cast<double>(systemInfo->sampleRate) * 1000.0);
+            const double ms =
+                std::trunc(delayFor(index, value) / static_cast<double>(systemInfo->sampleRate) * 1000.0);
             TimeValueTables::formatTime(text, kEffectTextSize, static_cast<float>(ms));
             return;
         }
@@ -267,7 +271,8 @@ void AFPitchDelayT::formatParameter(int index, float value, char* text) {
     }
     if (index == 3) {
         const int word = options[3];
-        if (word >= kFirstLoopFilter && word < kFirstInputFilter && (word - kFirstLoopFilter) / 6 == kGroupInstead) {
+        if (word >= kFirstLoopFilter && word < kFirstInputFilter &&
+            (word - kFirstLoopFilter) / 6 == kGroupInstead) {
             const auto kind = static_cast<std::size_t>(((word - kFirstLoopFilter) % 6) / 2);
             const float hz = AFDirectFilter::cutoffHz(kCutoffFloor[kind] + kCutoffSpan[kind] * unit(value));
             std::snprintf(text, kEffectTextSize, "%d Hz", static_cast<int>(std::lround(hz)));

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "effects/filter/BiquadStage.h"
 #include "effects/framework/AFBPMChangeInterface.h"
 #include "effects/framework/AFDirectFilter.h"
 #include "effects/framework/AFEffect.h"
 #include "effects/framework/ParamRamp.h"
 #include "effects/framework/PitchShifter.h"
-#include "effects/filter/BiquadStage.h"
 
 #include <array>
 #include <memory>

@@ -29,8 +29,9 @@ PitchShifter::PitchShifter() {
 }
 
 void PitchShifter::configure(float sampleRate, double grainSamples) noexcept {
-    const double rate = std::clamp(static_cast<double>(sampleRate), static_cast<double>(AFSystemInfo::kMinSampleRate),
-                                   static_cast<double>(AFSystemInfo::kMaxSampleRate));
+    const double rate =
+        std::clamp(static_cast<double>(sampleRate), static_cast<double>(AFSystemInfo::kMinSampleRate),
+                   static_cast<double>(AFSystemInfo::kMaxSampleRate));
     grainLength = std::max(64.0, grainSamples);
     phaseStep = 1.0 / grainLength;
     search = std::max(8, samplesFor(kSearchMs, rate));
@@ -50,7 +51,8 @@ double PitchShifter::bestLag(int lags, int length) noexcept {
     const float* ref = coarseReference.data();
     const float* cand = coarseCandidates.data();
     double energy = 0.0;
-    for (int i = 0; i < length; ++i) energy += static_cast<double>(cand[i]) * cand[i];
+    for (int i = 0; i < length; ++i)
+        energy += static_cast<double>(cand[i]) * cand[i];
     double best = -1e300;
     int bestK = lags / 2;
     for (int k = 0; k < lags; ++k) {
@@ -60,7 +62,8 @@ double PitchShifter::bestLag(int lags, int length) noexcept {
             best = score;
             bestK = k;
         }
-        energy += static_cast<double>(cand[k + length]) * cand[k + length] - static_cast<double>(cand[k]) * cand[k];
+        energy +=
+            static_cast<double>(cand[k + length]) * cand[k + length] - static_cast<double>(cand[k]) * cand[k];
         energy = std::max(energy, 0.0);
     }
     return bestK;
@@ -70,9 +73,12 @@ double PitchShifter::dot(const float* a, const float* b, int length) noexcept {
     std::array<float, 8> lanes{};
     int i = 0;
     for (; i + 8 <= length; i += 8)
-        for (int u = 0; u < 8; ++u) lanes[static_cast<std::size_t>(u)] += a[i + u] * b[i + u];
+        for (int u = 0; u < 8; ++u)
+            lanes[static_cast<std::size_t>(u)] += a[i + u] * b[i + u];
     float sum = 0.0f;
-    for (; i < length; ++i) sum += a[i] * b[i];
-    for (const float lane : lanes) sum += lane;
+    for (; i < length; ++i)
+        sum += a[i] * b[i];
+    for (const float lane : lanes)
+        sum += lane;
     return sum;
 }

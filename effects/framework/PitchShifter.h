@@ -152,8 +152,8 @@ inline PitchShifter::Tap PitchShifter::locate(double position, float gain) noexc
     auto i = static_cast<int64_t>(position);
     if (static_cast<double>(i) > position) --i;
     const auto t = static_cast<float>(position - static_cast<double>(i));
-    // Four-point Hermite weights of the samples at i - 1 .. i + 2, times the tap's window: flat enough to keep
-    // interpolation noise far below the crossfade's.
+    // Four-point Hermite weights of the samples at i - 1 .. i + 2, times the tap's window: flat enough to
+    // keep interpolation noise far below the crossfade's.
     const Lanes a = {-0.5f, 1.5f, -1.5f, 0.5f};
     const Lanes b = {1.0f, -2.5f, 2.0f, -0.5f};
     const Lanes c = {-0.5f, 0.0f, 0.5f, 0.0f};
@@ -210,12 +210,13 @@ void PitchShifter::run(const Source* sources, const Search& search, double now, 
 }
 
 template <int Channels, bool Add, class Source>
-void PitchShifter::runTap(const Source* sources, double position, const float* gain, float* const* out, int from,
-                          int to) noexcept {
+void PitchShifter::runTap(const Source* sources, double position, const float* gain, float* const* out,
+                          int from, int to) noexcept {
     const double r = wanted;
     const auto rf = static_cast<float>(r);
     const Lanes ramp = Lanes{0.0f, 1.0f, 2.0f, 3.0f} * rf;
-    const Lanes a = {-0.5f, -0.5f, -0.5f, -0.5f}, b = {1.0f, 1.0f, 1.0f, 1.0f}, c = {-0.5f, -0.5f, -0.5f, -0.5f};
+    const Lanes a = {-0.5f, -0.5f, -0.5f, -0.5f}, b = {1.0f, 1.0f, 1.0f, 1.0f},
+                c = {-0.5f, -0.5f, -0.5f, -0.5f};
     int j = from;
     // Four samples at a time: positions relative to a whole sample so floats hold them exactly enough, the
     // Hermite weights of all four computed side by side, the four rows of samples turned into columns.
@@ -285,22 +286,26 @@ double PitchShifter::alignment(const Source& source, double now, double nominal,
     double energy = 0.0;
     for (int i = 0; i < match; ++i) {
         reference[static_cast<std::size_t>(i)] = source.at(otherStart + i);
-        energy += static_cast<double>(reference[static_cast<std::size_t>(i)]) * reference[static_cast<std::size_t>(i)];
+        energy += static_cast<double>(reference[static_cast<std::size_t>(i)]) *
+                  reference[static_cast<std::size_t>(i)];
     }
     if (energy < 1e-12) return nominal;
-    for (int i = 0; i < span; ++i) candidates[static_cast<std::size_t>(i)] = source.at(firstCandidate + i);
+    for (int i = 0; i < span; ++i)
+        candidates[static_cast<std::size_t>(i)] = source.at(firstCandidate + i);
     // Candidate lag k starts at firstCandidate + k; lag 'search' is the nominal start.
     const int q = decimation;
     const int coarseMatch = match / q;
     const int coarseSpan = span / q;
     for (int i = 0; i < coarseMatch; ++i) {
         float s = 0.0f;
-        for (int u = 0; u < q; ++u) s += reference[static_cast<std::size_t>(i * q + u)];
+        for (int u = 0; u < q; ++u)
+            s += reference[static_cast<std::size_t>(i * q + u)];
         coarseReference[static_cast<std::size_t>(i)] = s;
     }
     for (int i = 0; i < coarseSpan; ++i) {
         float s = 0.0f;
-        for (int u = 0; u < q; ++u) s += candidates[static_cast<std::size_t>(i * q + u)];
+        for (int u = 0; u < q; ++u)
+            s += candidates[static_cast<std::size_t>(i * q + u)];
         coarseCandidates[static_cast<std::size_t>(i)] = s;
     }
     const int coarse = static_cast<int>(bestLag(coarseSpan - coarseMatch + 1, coarseMatch)) * q;

@@ -117,7 +117,8 @@ double AFPitchLooper::segmentFor(int step) const noexcept {
     const Swing& swing = kSwings[static_cast<std::size_t>(std::clamp(options[3], 0, 4))];
     const double wanted = length * swing.share[static_cast<std::size_t>(step % swing.steps)];
     // A long swung repeat of a long loop stops at what one bar holds.
-    return std::clamp(wanted, 2.0 * kFadeSamples, std::max(2.0 * kFadeSamples, static_cast<double>(capacity)));
+    return std::clamp(wanted, 2.0 * kFadeSamples,
+                      std::max(2.0 * kFadeSamples, static_cast<double>(capacity)));
 }
 
 void AFPitchLooper::setParameter(int index, float value) {
@@ -208,7 +209,8 @@ void AFPitchLooper::process(float* left, float* right, int count) noexcept {
         const PitchShifter::LinearSource sourceRight{rightBuffer.get(), validEnd};
         float* outLeft = left + done;
         float* outRight = right + done;
-        shifter.processStereo(sourceLeft, sourceRight, static_cast<double>(readPosition), outLeft, outRight, n);
+        shifter.processStereo(sourceLeft, sourceRight, static_cast<double>(readPosition), outLeft, outRight,
+                              n);
         const double fadeStart = segment - kFadeSamples;
         for (int i = 0; i < n; ++i) {
             const float gain = fadeGain * repeatGain;
