@@ -10,7 +10,7 @@ int samplesFor(double ms, double rate) {
     return static_cast<int>(ms * rate * 0.001);
 }
 
-constexpr double kCoarseRate = 8000.0;
+constexpr double kCoarseRate = 6000.0;
 
 } // namespace
 

@@ -26,6 +26,11 @@ public:
         const float* data;
         uint32_t mask;
         float at(int64_t index) const noexcept { return data[static_cast<uint64_t>(index) & mask]; }
+        // The samples from first on, when the next n lie in one piece of the ring.
+        const float* run(int64_t first, int n) const noexcept {
+            const auto i = static_cast<uint64_t>(first) & mask;
+            return i + static_cast<uint64_t>(n) <= mask ? data + i : nullptr;
+        }
         Lanes four(int64_t first) const noexcept {
             const auto i = static_cast<uint64_t>(first) & mask;
             Lanes x;
@@ -47,6 +52,9 @@ public:
             const float v = data[index];
             return index < kEdgeFade ? v * static_cast<float>(index) * (1.0f / kEdgeFade) : v;
         }
+        const float* run(int64_t first, int n) const noexcept {
+            return first >= kEdgeFade && first + n <= end ? data + first : nullptr;
+        }
         Lanes four(int64_t first) const noexcept {
             Lanes x;
             if (first >= kEdgeFade && first + 3 < end) {
@@ -62,7 +70,7 @@ public:
     // Grain, search reach each side and correlation length, in milliseconds.
     static constexpr double kGrainMs = 40.0;
     static constexpr double kSearchMs = 7.5;
-    static constexpr double kMatchMs = 5.0;
+    static constexpr double kMatchMs = 4.0;
 
     // Any thread, before the audio runs: scratch sized for the highest rate.
     PitchShifter();
@@ -234,12 +242,31 @@ void PitchShifter::runTap(const Source* sources, double position, const float* g
         const Lanes w1 = (1.5f * t3 - 2.5f * t2 + b) * g;
         const Lanes w2 = (-1.5f * t3 + 2.0f * t2 - c * t) * g;
         const Lanes w3 = (0.5f * t3 - 0.5f * t2) * g;
+        const int32_t k0 = whole[0] - 1, k1 = whole[1] - 1, k2 = whole[2] - 1, k3 = whole[3] - 1;
         for (int ch = 0; ch < Channels; ++ch) {
             const Source& src = sources[ch];
-            const Lanes x0 = src.four(base + whole[0] - 1), x1 = src.four(base + whole[1] - 1);
-            const Lanes x2 = src.four(base + whole[2] - 1), x3 = src.four(base + whole[3] - 1);
-            const Lanes c0 = {x0[0], x1[0], x2[0], x3[0]}, c1 = {x0[1], x1[1], x2[1], x3[1]};
-            const Lanes c2 = {x0[2], x1[2], x2[2], x3[2]}, c3 = {x0[3], x1[3], x2[3], x3[3]};
+            Lanes x0, x1, x2, x3;
+            // One check for the whole group: four rows of four reach at most k3 + 4 samples on.
+            if (const float* p = src.run(base, k3 + 4); p != nullptr && k0 >= 0) {
+                __builtin_memcpy(&x0, p + k0, sizeof x0);
+                __builtin_memcpy(&x1, p + k1, sizeof x1);
+                __builtin_memcpy(&x2, p + k2, sizeof x2);
+                __builtin_memcpy(&x3, p + k3, sizeof x3);
+            } else {
+                x0 = src.four(base + k0);
+                x1 = src.four(base + k1);
+                x2 = src.four(base + k2);
+                x3 = src.four(base + k3);
+            }
+            // Rows to columns by shuffles, so nothing goes through memory.
+            const Lanes t0 = __builtin_shuffle(x0, x1, Ints{0, 4, 1, 5});
+            const Lanes t1 = __builtin_shuffle(x2, x3, Ints{0, 4, 1, 5});
+            const Lanes t2 = __builtin_shuffle(x0, x1, Ints{2, 6, 3, 7});
+            const Lanes t3 = __builtin_shuffle(x2, x3, Ints{2, 6, 3, 7});
+            const Lanes c0 = __builtin_shuffle(t0, t1, Ints{0, 1, 4, 5});
+            const Lanes c1 = __builtin_shuffle(t0, t1, Ints{2, 3, 6, 7});
+            const Lanes c2 = __builtin_shuffle(t2, t3, Ints{0, 1, 4, 5});
+            const Lanes c3 = __builtin_shuffle(t2, t3, Ints{2, 3, 6, 7});
             Lanes v = w0 * c0 + w1 * c1 + w2 * c2 + w3 * c3;
             float* o = out[ch] + j;
             if constexpr (Add) {
@@ -319,7 +346,7 @@ double PitchShifter::alignment(const Source& source, double now, double nominal,
         const double e = dot(cand, cand, match);
         return e > 1e-12 ? c / std::sqrt(e) : 0.0;
     };
-    const int lo = std::max(1, coarse - q), hi = std::min(2 * search - 1, coarse + q);
+    const int lo = std::max(1, coarse - q / 2 - 1), hi = std::min(2 * search - 1, coarse + q / 2 + 1);
     for (int k = lo; k <= hi; ++k) {
         const double s = score(k);
         if (s > best) {
