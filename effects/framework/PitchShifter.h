@@ -119,6 +119,8 @@ private:
     static Tap locate(double position, float gain) noexcept;
     template <int Channels, class Source, class Search>
     void run(const Source* sources, const Search& search, double now, float* const* out, int count) noexcept;
+    // The windows of samples from..to, the first at phase start + one step.
+    void fillWindows(double start, int from, int to) noexcept;
     template <int Channels, bool Add, class Source>
     void runTap(const Source* sources, double position, const float* gain, float* const* out, int from,
                 int to) noexcept;
@@ -126,20 +128,13 @@ private:
     void restart(int tap, const Source& source, double now) noexcept;
     template <class Source>
     double alignment(const Source& source, double now, double nominal, double other) noexcept;
-    float window(double phase) const noexcept {
-        const auto x = static_cast<float>(phase) * static_cast<float>(kWindowRows);
-        const auto i = std::min(static_cast<int>(x), kWindowRows - 1);
-        const float a = windowTable[static_cast<std::size_t>(i)];
-        return a + (windowTable[static_cast<std::size_t>(i + 1)] - a) * (x - static_cast<float>(i));
-    }
     double bestLag(int lags, int length) noexcept;
     // Sum of products in eight independent lanes, so the compiler can keep them in vector registers.
     static double dot(const float* a, const float* b, int length) noexcept;
 
-    static constexpr int kWindowRows = 1024;
-    std::array<float, kWindowRows + 1> windowTable{};
-    std::array<float, kMaxRun> gains{};
-    std::array<float, kMaxRun> complements{};
+    // Room for a last group of four past the longest run.
+    std::array<float, kMaxRun + 4> gains{};
+    std::array<float, kMaxRun + 4> complements{};
     std::vector<float> candidates;
     std::vector<float> reference;
     std::vector<float> coarseCandidates;
@@ -190,22 +185,24 @@ void PitchShifter::run(const Source* sources, const Search& search, double now, 
     double p = phase;
     int i = 0;
     while (i < count) {
-        // A stretch without a grain start: its windows first, then each tap over all of it.
-        int j = i;
-        for (; j < count; ++j) {
-            double q = p + phaseStep;
-            const bool wrap = q >= 1.0;
-            const bool half = p < 0.5 && q >= 0.5;
-            if ((wrap || half) && j > i) break;
-            if (wrap) q -= 1.0;
-            p = q;
-            if (wrap || half) {
-                phase = p;
-                restart(wrap ? 0 : 1, search, now + i);
-            }
-            gains[static_cast<std::size_t>(j)] = window(p);
-            complements[static_cast<std::size_t>(j)] = 1.0f - gains[static_cast<std::size_t>(j)];
+        // A grain start at the first sample, if one falls there.
+        double q = p + phaseStep;
+        const bool wrap = q >= 1.0;
+        if (wrap || (p < 0.5 && q >= 0.5)) {
+            phase = wrap ? q - 1.0 : q;
+            restart(wrap ? 0 : 1, search, now + i);
+            p = phase - phaseStep;
         }
+        // Then a stretch up to the next one: sample k of it sits at phase p + (k + 1) steps.
+        const double next = p + phaseStep < 0.5 ? 0.5 : 1.0;
+        int n = static_cast<int>((next - p) / phaseStep);
+        while (n > 1 && p + phaseStep * n >= next)
+            --n;
+        while (p + phaseStep * (n + 1) < next)
+            ++n;
+        const int j = std::min(count, i + std::max(n, 1));
+        fillWindows(p, i, j);
+        p += phaseStep * (j - i);
         const double start = now + i;
         runTap<Channels, false>(sources, start - std::max(delay[0], least), gains.data(), out, i, j);
         runTap<Channels, true>(sources, start - std::max(delay[1], least), complements.data(), out, i, j);

@@ -212,17 +212,30 @@ void AFPitchLooper::process(float* left, float* right, int count) noexcept {
         shifter.processStereo(sourceLeft, sourceRight, static_cast<double>(readPosition), outLeft, outRight,
                               n);
         const double fadeStart = segment - kFadeSamples;
-        for (int i = 0; i < n; ++i) {
-            const float gain = fadeGain * repeatGain;
-            outLeft[i] *= gain;
-            outRight[i] *= gain;
-            cycleClock += 1.0;
-            if (cycleClock > fadeStart) fadingOut = true;
-            fadeGain = std::min(1.0f, fadeGain + (fadingOut ? -kFadeStep : kFadeStep));
+        if (fadeGain >= 1.0f && cycleClock + n <= fadeStart) {
+            // Between the fades only the repeat's level applies.
+            for (int i = 0; i < n; ++i) {
+                outLeft[i] *= repeatGain;
+                outRight[i] *= repeatGain;
+            }
+            cycleClock += n;
+        } else {
+            fade(outLeft, outRight, n, fadeStart);
         }
         readPosition += n;
         done += n;
         if (cycleClock >= segment) crossBoundary(left + done, right + done, count - done);
+    }
+}
+
+void AFPitchLooper::fade(float* outLeft, float* outRight, int n, double fadeStart) noexcept {
+    for (int i = 0; i < n; ++i) {
+        const float gain = fadeGain * repeatGain;
+        outLeft[i] *= gain;
+        outRight[i] *= gain;
+        cycleClock += 1.0;
+        if (cycleClock > fadeStart) fadingOut = true;
+        fadeGain = std::min(1.0f, fadeGain + (fadingOut ? -kFadeStep : kFadeStep));
     }
 }
 

@@ -53,6 +53,8 @@ private:
     void record(const float* left, const float* right, int count) noexcept;
     void crossBoundary(const float* restLeft, const float* restRight, int restCount) noexcept;
     void startRepeat() noexcept;
+    // The repeat's level and the boundary fades over n output samples.
+    void fade(float* outLeft, float* outRight, int n, double fadeStart) noexcept;
     void applyRatio(double semitones) noexcept;
 
     std::array<int32_t, 4> options{};
