@@ -236,10 +236,10 @@ void AFPitchDelayT::process(float* left, float* right, int count) noexcept {
         BiquadStage::processPair(leftInput, left, rightInput, right, count);
     }
     const double beatStep = 1.0 / std::max(1.0f, systemInfo->samplesPerBeat);
+    const bool open = options[2] <= 0 && gate >= 1.0f;
     for (int i = 0; i < count; ++i) {
         const auto at = static_cast<std::size_t>(i);
-        const float target = gateTarget();
-        gate += std::clamp(target - gate, -kGateStep, kGateStep);
+        if (!open) gate += std::clamp(gateTarget() - gate, -kGateStep, kGateStep);
         beatClock += beatStep;
         const auto feedback = static_cast<float>(feedbackRamp.advance());
         const uint32_t w = (writePosition + static_cast<uint32_t>(i)) & (kLineSize - 1);

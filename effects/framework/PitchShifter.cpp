@@ -10,7 +10,7 @@ int samplesFor(double ms, double rate) {
     return static_cast<int>(ms * rate * 0.001);
 }
 
-constexpr double kCoarseRate = 6000.0;
+constexpr double kCoarseRate = 8000.0;
 
 } // namespace
 
@@ -21,6 +21,7 @@ PitchShifter::PitchShifter() {
     reference.assign(static_cast<std::size_t>(samplesFor(kMatchMs, top) + 8), 0.0f);
     coarseCandidates.assign(static_cast<std::size_t>(span), 0.0f);
     coarseReference.assign(reference.size(), 0.0f);
+    scores.assign(static_cast<std::size_t>(span), 0.0);
     configure(48000.0f, kGrainMs * 48.0);
 }
 
@@ -49,18 +50,27 @@ double PitchShifter::bestLag(int lags, int length) noexcept {
     double energy = 0.0;
     for (int i = 0; i < length; ++i)
         energy += static_cast<double>(cand[i]) * cand[i];
-    double best = -1e300;
-    int bestK = lags / 2;
     for (int k = 0; k < lags; ++k) {
         const double c = dot(ref, cand + k, length);
-        const double score = energy > 1e-12 ? c / std::sqrt(energy) : 0.0;
-        if (score > best) {
-            best = score;
-            bestK = k;
-        }
+        scores[static_cast<std::size_t>(k)] = energy > 1e-12 ? c / std::sqrt(energy) : 0.0;
         energy +=
             static_cast<double>(cand[k + length]) * cand[k + length] - static_cast<double>(cand[k]) * cand[k];
         energy = std::max(energy, 0.0);
+    }
+    // A periodic sound matches as well one period on as here: of near-equal matches take the one nearest the
+    // nominal start, which keeps the timing and leaves the fine search room on both sides.
+    const int centre = lags / 2;
+    int bestK = centre;
+    double best = scores[static_cast<std::size_t>(centre)];
+    for (int distance = 1; distance <= centre; ++distance) {
+        for (const int k : {centre - distance, centre + distance}) {
+            if (k < 0 || k >= lags) continue;
+            const double score = scores[static_cast<std::size_t>(k)];
+            if (score > best + 1e-3 * std::fabs(best)) {
+                best = score;
+                bestK = k;
+            }
+        }
     }
     return bestK;
 }

@@ -139,6 +139,7 @@ private:
     std::vector<float> reference;
     std::vector<float> coarseCandidates;
     std::vector<float> coarseReference;
+    std::vector<double> scores;
     std::array<double, 2> delay{};
     double phase = 0.0;
     double phaseStep = 1.0 / 1920.0;
@@ -343,7 +344,7 @@ double PitchShifter::alignment(const Source& source, double now, double nominal,
         const double e = dot(cand, cand, match);
         return e > 1e-12 ? c / std::sqrt(e) : 0.0;
     };
-    const int lo = std::max(1, coarse - q / 2 - 1), hi = std::min(2 * search - 1, coarse + q / 2 + 1);
+    const int lo = std::max(1, coarse - q), hi = std::min(2 * search - 1, coarse + q);
     for (int k = lo; k <= hi; ++k) {
         const double s = score(k);
         if (s > best) {
