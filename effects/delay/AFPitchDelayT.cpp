@@ -86,6 +86,7 @@ constexpr std::array<double, 3> kStepBeats{1.0, 0.5, 0.25};
 constexpr double kLeastDelay = 68.0;
 constexpr float kGateStep = 1.0f / 44.0f;
 constexpr float kFeedbackScale = 0.98f;
+constexpr double kEchoGrainMs = 60.0;
 
 float unit(float value) noexcept {
     return std::isfinite(value) ? std::clamp(value, 0.0f, 1.0f) : 0.0f;
@@ -191,7 +192,8 @@ void AFPitchDelayT::controlTick() noexcept {
                           (word - kFirstLoopFilter) / 6 != kGroupInstead;
     const double ratio =
         shifting ? std::exp2(semitonesFor(parameterValues[3]) / static_cast<double>(kOctave)) : 1.0;
-    const double grainMax = PitchShifter::kGrainMs * static_cast<double>(systemInfo->samplesPerMillisecond);
+    // Echoes take longer grains than the looper's: fewer crossfades, and the smear stays inside the echo.
+    const double grainMax = kEchoGrainMs * static_cast<double>(systemInfo->samplesPerMillisecond);
     PitchShifter* shifters[] = {&leftShifter, &rightShifter};
     for (int side = 0; side < 2; ++side) {
         const auto delay =
