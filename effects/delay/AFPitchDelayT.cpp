@@ -238,18 +238,28 @@ void AFPitchDelayT::process(float* left, float* right, int count) noexcept {
         BiquadStage::processPair(leftInput, left, rightInput, right, count);
     }
     const double beatStep = 1.0 / std::max(1.0f, systemInfo->samplesPerBeat);
+    // The way in, per sample: the rhythm's gate (1 while it stays open) and the feedback ramp.
+    std::array<float, 64> in{};
+    std::array<float, 64> feedback{};
     const bool open = options[2] <= 0 && gate >= 1.0f;
     for (int i = 0; i < count; ++i) {
-        const auto at = static_cast<std::size_t>(i);
-        if (!open) gate += std::clamp(gateTarget() - gate, -kGateStep, kGateStep);
-        beatClock += beatStep;
-        const auto feedback = static_cast<float>(feedbackRamp.advance());
-        const uint32_t w = (writePosition + static_cast<uint32_t>(i)) & (kLineSize - 1);
-        leftLine[w] = std::clamp(left[i] * gate + wetLeft[at] * feedback, -1.0f, 1.0f);
-        rightLine[w] = std::clamp(right[i] * gate + wetRight[at] * feedback, -1.0f, 1.0f);
-        left[i] = wetLeft[at];
-        right[i] = wetRight[at];
+        if (!open) {
+            gate += std::clamp(gateTarget() - gate, -kGateStep, kGateStep);
+            beatClock += beatStep;
+        }
+        in[static_cast<std::size_t>(i)] = gate;
+        feedback[static_cast<std::size_t>(i)] = static_cast<float>(feedbackRamp.advance());
     }
+    if (open) beatClock += beatStep * count;
+    const uint32_t first = writePosition;
+    for (int i = 0; i < count; ++i) {
+        const auto at = static_cast<std::size_t>(i);
+        const uint32_t w = (first + static_cast<uint32_t>(i)) & (kLineSize - 1);
+        leftLine[w] = std::clamp(left[i] * in[at] + wetLeft[at] * feedback[at], -1.0f, 1.0f);
+        rightLine[w] = std::clamp(right[i] * in[at] + wetRight[at] * feedback[at], -1.0f, 1.0f);
+    }
+    std::copy_n(wetLeft.data(), count, left);
+    std::copy_n(wetRight.data(), count, right);
     writePosition = (writePosition + static_cast<uint32_t>(count)) & (kLineSize - 1);
 }
 
