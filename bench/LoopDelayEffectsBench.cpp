@@ -69,3 +69,8 @@ BENCHMARK_CAPTURE(EffectInSlotBusy, GuitarAmp, "Guitar Amp",
 // The same amp in "Mono", its default: one amp for the summed input.
 BENCHMARK_CAPTURE(EffectInSlotBusy, GuitarAmpMono, "Guitar Amp",
                   Setting{{{0, 1.0f}, {1, 0.7f}, {2, 0.4f}, {3, 0.6f}}, {{0, 0}, {1, 2}}});
+// Each repeat an octave up ("Pitch" at the top): both shifters and their grain searches at work.
+BENCHMARK_CAPTURE(EffectInSlotBusy, PitchLooper, "Pitch Looper", Setting{{{0, 0.3f}, {1, 1.0f}}, {}});
+// Echoes a fifth apart with strong feedback, a resonant low-pass following the pitch in the loop.
+BENCHMARK_CAPTURE(EffectInSlotBusy, PitchDelay, "Pitch Delay",
+                  Setting{{{0, 0.4f}, {1, 0.5f}, {2, 0.8f}, {3, 0.7917f}}, {{3, 2}}});

@@ -1,5 +1,11 @@
 #include "effects/delay/AFPitchDelayT.h"
 
+#include "effects/framework/AFBpmListenerList.h"
+#include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/TimeValueTables.h"
+
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 namespace {
@@ -41,6 +47,41 @@ constexpr AFParameterInfo kParameters[] = {
 constexpr AFWords kOptions[] = {kOption0, kOption1, kOption2, kOption3};
 constexpr AFSlotDefault kSlotDefaults[] = {{"Dry Wet", 0.5f}};
 
+constexpr int kSync = 0;
+constexpr int kSyncDotted = 1;
+constexpr int kOctave = 12;
+
+// Option 3: "Pitch" alone; then three groups of six loop filters (low-pass, comb, high-pass, each plain and
+// resonant) that follow the pitch ("+"), oppose it ("-") or replace the shifter ("LP" ...); then eight
+// fixed filters on the input.
+constexpr int kFirstLoopFilter = 1;
+constexpr int kFirstInputFilter = 19;
+constexpr int kGroupFollow = 0;
+constexpr int kGroupOppose = 1;
+constexpr int kGroupInstead = 2;
+constexpr std::array<int, 3> kLoopModes{AFDirectFilter::Lowpass, AFDirectFilter::Comb,
+                                        AFDirectFilter::Highpass};
+// Where each loop filter's cutoff moves as its control goes from 0 to 1, kept where each kind stays audible.
+constexpr std::array<float, 3> kCutoffFloor{0.35f, 0.2f, 0.05f};
+constexpr std::array<float, 3> kCutoffSpan{0.6f, 0.6f, 0.55f};
+constexpr float kPlainResonance = 0.15f;
+constexpr float kHighResonance = 0.7f;
+constexpr std::array<float, 4> kInputHz{300.0f, 600.0f, 1000.0f, 2000.0f};
+
+// Option 2: the step in beats and which steps let the input in ("1/4": the first half of every step,
+// "1/4 -": every second step, "1/4 - - -": every fourth).
+constexpr std::array<double, 3> kStepBeats{1.0, 0.5, 0.25};
+
+// The shifter reads behind the block not yet written, Hermite points included.
+constexpr double kLeastDelay = 68.0;
+constexpr float kGateStep = 1.0f / 44.0f;
+constexpr float kFeedbackScale = 0.98f;
+constexpr double kEchoGrainMs = 60.0;
+
+float unit(float value) noexcept {
+    return std::isfinite(value) ? std::clamp(value, 0.0f, 1.0f) : 0.0f;
+}
+
 } // namespace
 
 const AFEffectDescriptor AFPitchDelayT::descriptor{.typeId = 11,
@@ -53,7 +94,14 @@ const AFEffectDescriptor AFPitchDelayT::descriptor{.typeId = 11,
                                                    .slotDefaults = kSlotDefaults};
 
 AFPitchDelayT::AFPitchDelayT(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(descriptor, type, system, flag) {}
+    : AFEffect(descriptor, type, system, flag), leftLine(std::make_unique<float[]>(kLineSize)),
+      rightLine(std::make_unique<float[]>(kLineSize)), loopFilter(system), feedbackRamp(system) {
+    if (systemInfo->bpmListeners != nullptr) systemInfo->bpmListeners->add(this);
+}
+
+AFPitchDelayT::~AFPitchDelayT() {
+    if (systemInfo->bpmListeners != nullptr) systemInfo->bpmListeners->remove(this);
+}
 
 void AFPitchDelayT::setOption(int index, int32_t value) {
     const auto words = optionWords(index);
@@ -65,6 +113,175 @@ int32_t AFPitchDelayT::getOption(int index) {
     return optionWords(index).empty() ? 0 : options[static_cast<std::size_t>(index)];
 }
 
-void AFPitchDelayT::formatParameter(int, float value, char* text) {
+uint32_t AFPitchDelayT::delayFor(int side, float value) const noexcept {
+    const auto& tables = TimeValueTables::instance();
+    const float v = unit(value);
+    switch (options[static_cast<std::size_t>(side)]) {
+    case kSync:
+        return tables.syncTable.intervalSamples(*systemInfo, v);
+    case kSyncDotted:
+        return tables.syncDottedTable.intervalSamples(*systemInfo, v);
+    default: {
+        const double floor = 88.0 * static_cast<double>(systemInfo->rateRatio);
+        return static_cast<uint32_t>((static_cast<double>(systemInfo->samplesPerBeat) - floor) * v + floor);
+    }
+    }
+}
+
+int AFPitchDelayT::semitonesFor(float value) noexcept {
+    return static_cast<int>(std::lround((unit(value) - 0.5f) * 2.0f * kOctave));
+}
+
+float AFPitchDelayT::gateTarget() const noexcept {
+    const int word = options[2];
+    if (word <= 0) return 1.0f;
+    const int kind = (word - 1) % 3;
+    const double step = kStepBeats[static_cast<std::size_t>((word - 1) / 3)];
+    const double steps = beatClock / step;
+    const auto index = static_cast<int64_t>(steps);
+    switch (kind) {
+    case 0:
+        return steps - static_cast<double>(index) < 0.5 ? 1.0f : 0.0f;
+    case 1:
+        return index % 4 == 0 ? 1.0f : 0.0f;
+    default:
+        return index % 2 == 0 ? 1.0f : 0.0f;
+    }
+}
+
+void AFPitchDelayT::updateFilters(bool snap) noexcept {
+    const int word = options[3];
+    const float pitch = unit(parameterValues[3]);
+    if (word >= kFirstLoopFilter && word < kFirstInputFilter) {
+        const int w = word - kFirstLoopFilter;
+        const int group = w / 6;
+        const auto kind = static_cast<std::size_t>((w % 6) / 2);
+        const float control = group == kGroupOppose ? 1.0f - pitch : pitch;
+        const float cutoff = kCutoffFloor[kind] + kCutoffSpan[kind] * control;
+        const float resonance = w % 2 == 1 ? kHighResonance : kPlainResonance;
+        if (snap)
+            loopFilter.reset(kLoopModes[kind], cutoff, resonance);
+        else
+            loopFilter.set(kLoopModes[kind], cutoff, resonance);
+    } else if (word >= kFirstInputFilter) {
+        const int w = word - kFirstInputFilter;
+        const int shape = w < 4 ? BiquadStage::HighPass : BiquadStage::BandPass;
+        const float hz = kInputHz[static_cast<std::size_t>(w % 4)];
+        const float q = shape == BiquadStage::HighPass ? 0.707f : 1.0f;
+        const int block = systemInfo->controlInterval;
+        leftInput.set(shape, hz, q, systemInfo->sampleRate, block, snap);
+        rightInput.set(shape, hz, q, systemInfo->sampleRate, block, snap);
+    }
+}
+
+void AFPitchDelayT::controlTick() noexcept {
+    feedbackRamp.setTarget(unit(parameterValues[2]) * kFeedbackScale);
+    feedbackRamp.controlTick();
+    const int word = options[3];
+    const bool shifting = word < kFirstLoopFilter || word >= kFirstInputFilter ||
+                          (word - kFirstLoopFilter) / 6 != kGroupInstead;
+    const double ratio =
+        shifting ? std::exp2(semitonesFor(parameterValues[3]) / static_cast<double>(kOctave)) : 1.0;
+    // Echoes take longer grains than the looper's: fewer crossfades, and the smear stays inside the echo.
+    const double grainMax = kEchoGrainMs * static_cast<double>(systemInfo->samplesPerMillisecond);
+    PitchShifter* shifters[] = {&leftShifter, &rightShifter};
+    for (int side = 0; side < 2; ++side) {
+        const auto delay =
+            static_cast<double>(delayFor(side, parameterValues[static_cast<std::size_t>(side)]));
+        PitchShifter& shifter = *shifters[side];
+        shifter.configure(systemInfo->sampleRate, std::clamp(delay, 256.0, grainMax));
+        shifter.setCentre(delay, kLeastDelay);
+        shifter.setRatio(ratio);
+    }
+    updateFilters(false);
+}
+
+int32_t AFPitchDelayT::activate() noexcept {
+    std::fill_n(leftLine.get(), kLineSize, 0.0f);
+    std::fill_n(rightLine.get(), kLineSize, 0.0f);
+    writePosition = 0;
+    beatClock = 0.0;
+    gate = gateTarget();
+    feedbackRamp.setTarget(unit(parameterValues[2]) * kFeedbackScale);
+    feedbackRamp.jump();
+    controlTick();
+    leftShifter.reset();
+    rightShifter.reset();
+    updateFilters(true);
+    return 1;
+}
+
+void AFPitchDelayT::process(float* left, float* right, int count) noexcept {
+    if (count <= 0) return;
+    count = std::min(count, static_cast<int>(wetLeft.size()));
+    const PitchShifter::RingSource lineL{leftLine.get(), kLineSize - 1};
+    const PitchShifter::RingSource lineR{rightLine.get(), kLineSize - 1};
+    // Every read lies at least a block behind the writes of this block, so the reads, the loop filter and
+    // the writes can each run over the whole block.
+    leftShifter.process(lineL, static_cast<double>(writePosition), wetLeft.data(), count);
+    rightShifter.process(lineR, static_cast<double>(writePosition), wetRight.data(), count);
+    const int word = options[3];
+    if (word >= kFirstLoopFilter && word < kFirstInputFilter) {
+        const int mode = kLoopModes[static_cast<std::size_t>(((word - kFirstLoopFilter) % 6) / 2)];
+        loopFilter.processStereo(mode, wetLeft.data(), wetRight.data(), count);
+    } else if (word >= kFirstInputFilter) {
+        BiquadStage::processPair(leftInput, left, rightInput, right, count);
+    }
+    const double beatStep = 1.0 / std::max(1.0f, systemInfo->samplesPerBeat);
+    // The way in, per sample: the rhythm's gate (1 while it stays open) and the feedback ramp.
+    std::array<float, 64> in{};
+    std::array<float, 64> feedback{};
+    const bool open = options[2] <= 0 && gate >= 1.0f;
+    for (int i = 0; i < count; ++i) {
+        if (!open) {
+            gate += std::clamp(gateTarget() - gate, -kGateStep, kGateStep);
+            beatClock += beatStep;
+        }
+        in[static_cast<std::size_t>(i)] = gate;
+        feedback[static_cast<std::size_t>(i)] = static_cast<float>(feedbackRamp.advance());
+    }
+    if (open) beatClock += beatStep * count;
+    const uint32_t first = writePosition;
+    for (int i = 0; i < count; ++i) {
+        const auto at = static_cast<std::size_t>(i);
+        const uint32_t w = (first + static_cast<uint32_t>(i)) & (kLineSize - 1);
+        leftLine[w] = std::clamp(left[i] * in[at] + wetLeft[at] * feedback[at], -1.0f, 1.0f);
+        rightLine[w] = std::clamp(right[i] * in[at] + wetRight[at] * feedback[at], -1.0f, 1.0f);
+    }
+    std::copy_n(wetLeft.data(), count, left);
+    std::copy_n(wetRight.data(), count, right);
+    writePosition = (writePosition + static_cast<uint32_t>(count)) & (kLineSize - 1);
+}
+
+void AFPitchDelayT::formatParameter(int index, float value, char* text) {
+    const auto& tables = TimeValueTables::instance();
+    if (index == 0 || index == 1) {
+        switch (options[static_cast<std::size_t>(index)]) {
+        case kSync:
+            std::snprintf(text, kEffectTextSize, "%s", tables.syncTable.valueName(unit(value)));
+            return;
+        case kSyncDotted:
+            std::snprintf(text, kEffectTextSize, "%s", tables.syncDottedTable.valueName(unit(value)));
+            return;
+        default: {
+            const double ms =
+                std::trunc(delayFor(index, value) / static_cast<double>(systemInfo->sampleRate) * 1000.0);
+            TimeValueTables::formatTime(text, kEffectTextSize, static_cast<float>(ms));
+            return;
+        }
+        }
+    }
+    if (index == 3) {
+        const int word = options[3];
+        if (word >= kFirstLoopFilter && word < kFirstInputFilter &&
+            (word - kFirstLoopFilter) / 6 == kGroupInstead) {
+            const auto kind = static_cast<std::size_t>(((word - kFirstLoopFilter) % 6) / 2);
+            const float hz = AFDirectFilter::cutoffHz(kCutoffFloor[kind] + kCutoffSpan[kind] * unit(value));
+            std::snprintf(text, kEffectTextSize, "%d Hz", static_cast<int>(std::lround(hz)));
+            return;
+        }
+        std::snprintf(text, kEffectTextSize, "%d", semitonesFor(value));
+        return;
+    }
     std::snprintf(text, kEffectTextSize, "%3.2f", static_cast<double>(value) * 100.0);
 }

@@ -46,7 +46,7 @@ struct Entry {
 constexpr std::array<Entry, EffectFactory::kTypeCount> kCatalogue{{
     {&kClassicFilter, false},
     {&AFTriggerLooper::descriptor, true},
-    {&AFPitchLooper::descriptor, false},
+    {&AFPitchLooper::descriptor, true},
     {&AFTransientLooper::descriptor, false},
     {&AFBeatStretcherKN::descriptor, true},
     {&AFFilterBank::descriptor, true},
@@ -55,7 +55,7 @@ constexpr std::array<Entry, EffectFactory::kTypeCount> kCatalogue{{
     {&AFRinger::descriptor, true},
     {&AFStutter::descriptor, true},
     {&kSliceLooper, false},
-    {&AFPitchDelayT::descriptor, false},
+    {&AFPitchDelayT::descriptor, true},
     {&AFPanLooper::descriptor, false},
     {&AFReverbHQ::descriptor, true},
     {&AFKnobixPhaser::descriptor, true},

@@ -195,3 +195,35 @@ TEST(RealtimeSafety, HistoryLeavesTheAudioPathAllocationFree) {
     }
     EXPECT_GT(runningBlocks, 1000);
 }
+
+// The pitch effects at the highest rate: their lines and capture buffers hold 45 BPM from construction on, so
+// neither tempo jumps down to 45 nor every option word nor retriggers make the audio path allocate.
+TEST(RealtimeSafety, PitchEffectsAllocateNothingAtTheHighestRate) {
+    constexpr int kBlock = 512;
+    TestHost host(196000.0f, kBlock);
+    auto& client = host.client();
+    for (int s = 0; s < 8; ++s) {
+        client.setSlotEffect(s, s < 4 ? 2 : 11);
+        client.setParameter(s, 1.0f);
+    }
+    std::vector<float> left(kBlock), right(kBlock);
+    Dice dice;
+    for (int round = 0; round < 6; ++round) {
+        for (int s = 0; s < 8; ++s)
+            for (int option = 0; option < 4; ++option)
+                client.setSlotOption(s, option, static_cast<int>(dice.next(27)));
+        counting.store(true);
+        for (int block = 0; block < 300; ++block) {
+            for (int i = 0; i < kBlock; ++i) {
+                left[static_cast<std::size_t>(i)] = dice.unit() * 2.0f - 1.0f;
+                right[static_cast<std::size_t>(i)] = dice.unit() * 2.0f - 1.0f;
+            }
+            if (dice.next(20) == 0) host.time.tempo = dice.next(3) == 0 ? 45.0 : 45.0 + dice.next(400);
+            client.setParameter(12 + 29 * static_cast<int>(dice.next(8)) + static_cast<int>(dice.next(4)),
+                                dice.unit());
+            host.processBlock(left.data(), right.data(), kBlock);
+        }
+        counting.store(false);
+        ASSERT_EQ(allocations.load(), 0) << "round " << round;
+    }
+}

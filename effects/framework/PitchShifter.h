@@ -1,0 +1,363 @@
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdint>
+#include <vector>
+
+// Time-domain pitch shifter over a buffer its owner writes: two read taps, half a grain apart, glide through
+// the buffer at the wanted ratio and take turns under sin² windows that always sum to one. Each tap that
+// starts a new grain first looks, by correlation, for the start nearest its nominal one at which it lines up
+// with the tap still sounding, so that the crossfade joins two copies in phase instead of beating. At a ratio
+// of one both taps sit on the centre and the output is the buffer at that delay, sample for sample.
+//
+// Positions are in the buffer's own coordinates: the owner passes the reference position of the present
+// sample ("now") and the shifter reads around now minus the centre delay. Mono; stereo owners run two.
+class PitchShifter {
+public:
+    using Lanes = float __attribute__((vector_size(16)));
+    using Ints = int32_t __attribute__((vector_size(16)));
+    // The longest stretch one call renders; owners call in pieces of at most this.
+    static constexpr int kMaxRun = 64;
+
+    // A power-of-two ring the owner writes one sample per tick.
+    struct RingSource {
+        const float* data;
+        uint32_t mask;
+        float at(int64_t index) const noexcept { return data[static_cast<uint64_t>(index) & mask]; }
+        // The samples from first on, when the next n lie in one piece of the ring.
+        const float* run(int64_t first, int n) const noexcept {
+            const auto i = static_cast<uint64_t>(first) & mask;
+            return i + static_cast<uint64_t>(n) <= mask ? data + i : nullptr;
+        }
+        Lanes four(int64_t first) const noexcept {
+            const auto i = static_cast<uint64_t>(first) & mask;
+            Lanes x;
+            if (i + 3 <= mask) {
+                __builtin_memcpy(&x, data + i, sizeof x);
+            } else {
+                x = Lanes{data[i], data[(i + 1) & mask], data[(i + 2) & mask], data[(i + 3) & mask]};
+            }
+            return x;
+        }
+    };
+    // A recording that starts at 0 and holds end samples: outside it reads silence, and its first samples
+    // fade in so that a tap crossing the start of the recording never steps.
+    struct LinearSource {
+        const float* data;
+        int64_t end;
+        float at(int64_t index) const noexcept {
+            if (index < 0 || index >= end) return 0.0f;
+            const float v = data[index];
+            return index < kEdgeFade ? v * static_cast<float>(index) * (1.0f / kEdgeFade) : v;
+        }
+        const float* run(int64_t first, int n) const noexcept {
+            return first >= kEdgeFade && first + n <= end ? data + first : nullptr;
+        }
+        Lanes four(int64_t first) const noexcept {
+            Lanes x;
+            if (first >= kEdgeFade && first + 3 < end) {
+                __builtin_memcpy(&x, data + first, sizeof x);
+            } else {
+                x = Lanes{at(first), at(first + 1), at(first + 2), at(first + 3)};
+            }
+            return x;
+        }
+    };
+
+    static constexpr int kEdgeFade = 44;
+    // Grain, search reach each side and correlation length, in milliseconds.
+    static constexpr double kGrainMs = 40.0;
+    static constexpr double kSearchMs = 7.5;
+    static constexpr double kMatchMs = 4.0;
+
+    // Any thread, before the audio runs: scratch sized for the highest rate.
+    PitchShifter();
+
+    // Audio thread (control rate): sample rate and grain length in samples. The search scales with the rate.
+    void configure(float sampleRate, double grainSamples) noexcept;
+    // Audio thread: ratio of output to input frequency, 0.25 to 4.
+    void setRatio(double ratio) noexcept { wanted = std::clamp(ratio, 0.25, 4.0); }
+    // Audio thread: the delay the taps centre on and the least delay any tap may read at (a ring's owner
+    // keeps it above the block it has not written yet). New grains take them up.
+    void setCentre(double delay, double floor) noexcept {
+        centre = delay;
+        least = floor;
+    }
+    // Audio thread: both taps on the centre, first tap at the start of its grain.
+    void reset() noexcept;
+
+    // Audio thread: count output samples, the first for reference position now, the next one further each.
+    template <class Source>
+    void process(const Source& source, double now, float* out, int count) noexcept;
+    // Audio thread: two channels through the same taps, lined up on their sum, so the image stays whole.
+    template <class Source>
+    void processStereo(const Source& left, const Source& right, double now, float* outLeft, float* outRight,
+                       int count) noexcept;
+
+    // Any thread; for inspection.
+    double ratio() const noexcept { return wanted; }
+    double grain() const noexcept { return grainLength; }
+    // How far around the centre the taps may read: half a grain's glide plus the search reach.
+    double reach(double ratio) const noexcept { return std::fabs(ratio - 1.0) * grainLength * 0.5 + search; }
+
+    // Both channels of a stereo source summed, for the search.
+    template <class Source>
+    struct Sum {
+        const Source& a;
+        const Source& b;
+        float at(int64_t index) const noexcept { return a.at(index) + b.at(index); }
+    };
+
+private:
+    // Where a read lands: the sample before it and the Hermite weights of the four around it.
+    struct Tap {
+        int64_t first;
+        Lanes weight;
+    };
+    static Tap locate(double position, float gain) noexcept;
+    template <int Channels, class Source, class Search>
+    void run(const Source* sources, const Search& search, double now, float* const* out, int count) noexcept;
+    // The windows of samples from..to, the first at phase start + one step.
+    void fillWindows(double start, int from, int to) noexcept;
+    template <int Channels, bool Add, class Source>
+    void runTap(const Source* sources, double position, const float* gain, float* const* out, int from,
+                int to) noexcept;
+    template <class Source>
+    void restart(int tap, const Source& source, double now) noexcept;
+    template <class Source>
+    double alignment(const Source& source, double now, double nominal, double other) noexcept;
+    double bestLag(int lags, int length) noexcept;
+    // Sum of products in eight independent lanes, so the compiler can keep them in vector registers.
+    static double dot(const float* a, const float* b, int length) noexcept;
+
+    // Room for a last group of four past the longest run.
+    std::array<float, kMaxRun + 4> gains{};
+    std::array<float, kMaxRun + 4> complements{};
+    std::vector<float> candidates;
+    std::vector<float> reference;
+    std::vector<float> coarseCandidates;
+    std::vector<float> coarseReference;
+    std::vector<double> scores;
+    std::array<double, 2> delay{};
+    double phase = 0.0;
+    double phaseStep = 1.0 / 1920.0;
+    double grainLength = 1920.0;
+    double wanted = 1.0;
+    double centre = 0.0;
+    double least = -1.0e12;
+    int search = 360;
+    int match = 240;
+    int decimation = 4;
+};
+
+inline PitchShifter::Tap PitchShifter::locate(double position, float gain) noexcept {
+    auto i = static_cast<int64_t>(position);
+    if (static_cast<double>(i) > position) --i;
+    const auto t = static_cast<float>(position - static_cast<double>(i));
+    // Four-point Hermite weights of the samples at i - 1 .. i + 2, times the tap's window: flat enough to
+    // keep interpolation noise far below the crossfade's.
+    const Lanes a = {-0.5f, 1.5f, -1.5f, 0.5f};
+    const Lanes b = {1.0f, -2.5f, 2.0f, -0.5f};
+    const Lanes c = {-0.5f, 0.0f, 0.5f, 0.0f};
+    const Lanes d = {0.0f, 1.0f, 0.0f, 0.0f};
+    return {i - 1, (((a * t + b) * t + c) * t + d) * gain};
+}
+
+template <class Source>
+void PitchShifter::process(const Source& source, double now, float* out, int count) noexcept {
+    float* outs[] = {out};
+    run<1>(&source, source, now, outs, count);
+}
+
+template <class Source>
+void PitchShifter::processStereo(const Source& left, const Source& right, double now, float* outLeft,
+                                 float* outRight, int count) noexcept {
+    const Source sources[] = {left, right};
+    float* outs[] = {outLeft, outRight};
+    run<2>(sources, Sum<Source>{left, right}, now, outs, count);
+}
+
+template <int Channels, class Source, class Search>
+void PitchShifter::run(const Source* sources, const Search& search, double now, float* const* out,
+                       int count) noexcept {
+    count = std::min(count, kMaxRun);
+    double p = phase;
+    int i = 0;
+    while (i < count) {
+        // A grain start at the first sample, if one falls there.
+        double q = p + phaseStep;
+        const bool wrap = q >= 1.0;
+        if (wrap || (p < 0.5 && q >= 0.5)) {
+            phase = wrap ? q - 1.0 : q;
+            restart(wrap ? 0 : 1, search, now + i);
+            p = phase - phaseStep;
+        }
+        // Then a stretch up to the next one: sample k of it sits at phase p + (k + 1) steps.
+        const double next = p + phaseStep < 0.5 ? 0.5 : 1.0;
+        int n = static_cast<int>((next - p) / phaseStep);
+        while (n > 1 && p + phaseStep * n >= next)
+            --n;
+        while (p + phaseStep * (n + 1) < next)
+            ++n;
+        const int j = std::min(count, i + std::max(n, 1));
+        fillWindows(p, i, j);
+        p += phaseStep * (j - i);
+        const double start = now + i;
+        runTap<Channels, false>(sources, start - std::max(delay[0], least), gains.data(), out, i, j);
+        runTap<Channels, true>(sources, start - std::max(delay[1], least), complements.data(), out, i, j);
+        const double drift = (1.0 - wanted) * (j - i);
+        delay[0] += drift;
+        delay[1] += drift;
+        i = j;
+    }
+    phase = p;
+}
+
+template <int Channels, bool Add, class Source>
+void PitchShifter::runTap(const Source* sources, double position, const float* gain, float* const* out,
+                          int from, int to) noexcept {
+    const double r = wanted;
+    const auto rf = static_cast<float>(r);
+    const Lanes ramp = Lanes{0.0f, 1.0f, 2.0f, 3.0f} * rf;
+    const Lanes a = {-0.5f, -0.5f, -0.5f, -0.5f}, b = {1.0f, 1.0f, 1.0f, 1.0f},
+                c = {-0.5f, -0.5f, -0.5f, -0.5f};
+    int j = from;
+    // Four samples at a time: positions relative to a whole sample so floats hold them exactly enough, the
+    // Hermite weights of all four computed side by side, the four rows of samples turned into columns.
+    for (; j + 4 <= to; j += 4) {
+        const double at = position + r * (j - from);
+        auto base = static_cast<int64_t>(at);
+        if (static_cast<double>(base) > at) --base;
+        const Lanes rel = static_cast<float>(at - static_cast<double>(base)) + ramp;
+        const Ints whole = __builtin_convertvector(rel, Ints);
+        const Lanes t = rel - __builtin_convertvector(whole, Lanes);
+        Lanes g;
+        __builtin_memcpy(&g, gain + j, sizeof g);
+        const Lanes t2 = t * t, t3 = t2 * t;
+        const Lanes w0 = (a * t3 + t2 + c * t) * g;
+        const Lanes w1 = (1.5f * t3 - 2.5f * t2 + b) * g;
+        const Lanes w2 = (-1.5f * t3 + 2.0f * t2 - c * t) * g;
+        const Lanes w3 = (0.5f * t3 - 0.5f * t2) * g;
+        const int32_t k0 = whole[0] - 1, k1 = whole[1] - 1, k2 = whole[2] - 1, k3 = whole[3] - 1;
+        for (int ch = 0; ch < Channels; ++ch) {
+            const Source& src = sources[ch];
+            Lanes x0, x1, x2, x3;
+            // One check for the whole group: four rows of four reach at most k3 + 4 samples on.
+            if (const float* p = src.run(base, k3 + 4); p != nullptr && k0 >= 0) {
+                __builtin_memcpy(&x0, p + k0, sizeof x0);
+                __builtin_memcpy(&x1, p + k1, sizeof x1);
+                __builtin_memcpy(&x2, p + k2, sizeof x2);
+                __builtin_memcpy(&x3, p + k3, sizeof x3);
+            } else {
+                x0 = src.four(base + k0);
+                x1 = src.four(base + k1);
+                x2 = src.four(base + k2);
+                x3 = src.four(base + k3);
+            }
+            // Rows to columns by shuffles, so nothing goes through memory.
+            const Lanes t0 = __builtin_shuffle(x0, x1, Ints{0, 4, 1, 5});
+            const Lanes t1 = __builtin_shuffle(x2, x3, Ints{0, 4, 1, 5});
+            const Lanes t2 = __builtin_shuffle(x0, x1, Ints{2, 6, 3, 7});
+            const Lanes t3 = __builtin_shuffle(x2, x3, Ints{2, 6, 3, 7});
+            const Lanes c0 = __builtin_shuffle(t0, t1, Ints{0, 1, 4, 5});
+            const Lanes c1 = __builtin_shuffle(t0, t1, Ints{2, 3, 6, 7});
+            const Lanes c2 = __builtin_shuffle(t2, t3, Ints{0, 1, 4, 5});
+            const Lanes c3 = __builtin_shuffle(t2, t3, Ints{2, 3, 6, 7});
+            Lanes v = w0 * c0 + w1 * c1 + w2 * c2 + w3 * c3;
+            float* o = out[ch] + j;
+            if constexpr (Add) {
+                Lanes before;
+                __builtin_memcpy(&before, o, sizeof before);
+                v += before;
+            }
+            __builtin_memcpy(o, &v, sizeof v);
+        }
+    }
+    for (; j < to; ++j) {
+        const Tap tap = locate(position + r * (j - from), gain[j]);
+        for (int ch = 0; ch < Channels; ++ch) {
+            const Lanes v = sources[ch].four(tap.first) * tap.weight;
+            const float y = (v[0] + v[1]) + (v[2] + v[3]);
+            out[ch][j] = Add ? out[ch][j] + y : y;
+        }
+    }
+}
+
+template <class Source>
+void PitchShifter::restart(int tap, const Source& source, double now) noexcept {
+    const double bend = wanted - 1.0;
+    if (std::fabs(bend) < 1e-9) {
+        delay[static_cast<std::size_t>(tap)] = std::max(centre, least);
+        return;
+    }
+    // Keep the whole grain, search included, at or above the floor.
+    const double middle = std::max(centre, least + reach(wanted) + 2.0);
+    const double nominal = middle + bend * grainLength * 0.5;
+    const double other = std::max(delay[static_cast<std::size_t>(1 - tap)], least);
+    delay[static_cast<std::size_t>(tap)] = alignment(source, now, nominal, other);
+}
+
+template <class Source>
+double PitchShifter::alignment(const Source& source, double now, double nominal, double other) noexcept {
+    // The sounding tap's recent past against every candidate start within the reach, first coarsely on
+    // decimated copies, then sample by sample around the coarse best, then between samples by a parabola.
+    const double otherAt = std::floor(now - other);
+    const double nominalAt = std::floor(now - nominal);
+    const auto otherStart = static_cast<int64_t>(otherAt) - match + 1;
+    const auto firstCandidate = static_cast<int64_t>(nominalAt) - search - match + 1;
+    const int span = 2 * search + match;
+    double energy = 0.0;
+    for (int i = 0; i < match; ++i) {
+        reference[static_cast<std::size_t>(i)] = source.at(otherStart + i);
+        energy += static_cast<double>(reference[static_cast<std::size_t>(i)]) *
+                  reference[static_cast<std::size_t>(i)];
+    }
+    if (energy < 1e-12) return nominal;
+    for (int i = 0; i < span; ++i)
+        candidates[static_cast<std::size_t>(i)] = source.at(firstCandidate + i);
+    // Candidate lag k starts at firstCandidate + k; lag 'search' is the nominal start.
+    const int q = decimation;
+    const int coarseMatch = match / q;
+    const int coarseSpan = span / q;
+    for (int i = 0; i < coarseMatch; ++i) {
+        float s = 0.0f;
+        for (int u = 0; u < q; ++u)
+            s += reference[static_cast<std::size_t>(i * q + u)];
+        coarseReference[static_cast<std::size_t>(i)] = s;
+    }
+    for (int i = 0; i < coarseSpan; ++i) {
+        float s = 0.0f;
+        for (int u = 0; u < q; ++u)
+            s += candidates[static_cast<std::size_t>(i * q + u)];
+        coarseCandidates[static_cast<std::size_t>(i)] = s;
+    }
+    const int coarse = static_cast<int>(bestLag(coarseSpan - coarseMatch + 1, coarseMatch)) * q;
+    // Fine search on full-rate copies around the coarse best.
+    double best = -1e300;
+    int bestK = search;
+    std::array<double, 3> around{};
+    auto score = [&](int k) {
+        const float* cand = candidates.data() + k;
+        const double c = dot(reference.data(), cand, match);
+        const double e = dot(cand, cand, match);
+        return e > 1e-12 ? c / std::sqrt(e) : 0.0;
+    };
+    const int lo = std::max(1, coarse - q), hi = std::min(2 * search - 1, coarse + q);
+    for (int k = lo; k <= hi; ++k) {
+        const double s = score(k);
+        if (s > best) {
+            best = s;
+            bestK = k;
+        }
+    }
+    around = {score(bestK - 1), best, score(bestK + 1)};
+    const double curve = around[0] - 2.0 * around[1] + around[2];
+    double fraction = 0.0;
+    if (curve < 0.0) fraction = std::clamp(0.5 * (around[0] - around[2]) / curve, -0.5, 0.5);
+    // The candidate's last sample lines up with the sounding tap's last whole sample; the sounding tap reads
+    // a fraction past it, and so must the new one.
+    const double start = nominalAt - search + bestK + fraction + (now - other - otherAt);
+    return now - start;
+}
