@@ -119,6 +119,9 @@ void KnobEngine::applyDefaults() {
 }
 
 void KnobEngine::setEffect(int type) {
+    // The whole swap in one turn: another writer (a state load on the host's thread) must not see the slot,
+    // its spare or its retired effects half changed.
+    const std::lock_guard<std::recursive_mutex> turn(gate.turn());
     if (type == getEffectType()) return;
     const bool prepared = spare && static_cast<int>(spare->getEffectType()) == type;
     const bool activated = prepared && spareActivated;
