@@ -247,6 +247,8 @@ void AFPanLooper::process(float* left, float* right, int count) noexcept {
         }
         const int n = static_cast<int>(std::min<int64_t>(count - i, repeatSamples - elapsed));
         const auto total = static_cast<float>(repeatSamples);
+        // The first pass is the input itself and joins the dry signal without a fade.
+        const float fadeIn = repeat > 0 ? kFadeStep : 2.0f;
         const float ll = directLeft * repeatGain;
         const float rl = crossLeft * repeatGain;
         const float rr = directRight * repeatGain;
@@ -259,8 +261,7 @@ void AFPanLooper::process(float* left, float* right, int count) noexcept {
             const auto fraction = static_cast<float>(phase - static_cast<double>(k));
             const float vl = bufferLeft[k] + (bufferLeft[k + 1] - bufferLeft[k]) * fraction;
             const float vr = bufferRight[k] + (bufferRight[k + 1] - bufferRight[k]) * fraction;
-            const float fade =
-                std::min({1.0f, (position + 1.0f) * kFadeStep, (total - position) * kFadeStep});
+            const float fade = std::min({1.0f, (position + 1.0f) * fadeIn, (total - position) * kFadeStep});
             const float gain = static_cast<float>(ampRamp.advance()) * fade;
             left[j] = (vl * ll + vr * rl) * gain;
             right[j] = (vr * rr + vl * lr) * gain;

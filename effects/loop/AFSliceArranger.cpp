@@ -291,7 +291,8 @@ void AFSliceArranger::beginStep() noexcept {
     const int nextComplete = capturing ? step + 1 : capturedSlices;
     if (wrap) pendingSteps = nextSteps;
     upcoming = planFor(nextIndex, nextSteps, wrap ? cycle + 1 : cycle, nextComplete, nextLive);
-    const int64_t nextStart = nextLive ? stepEnd : sourceStart(upcoming.source);
+    const int64_t nextStart =
+        nextLive && upcoming.source == nextIndex ? stepEnd : sourceStart(upcoming.source);
     const bool seamless = continues(current, stepEnd - stepStart, upcoming, nextStart);
     fadeOutCurrent = !seamless;
     segment = 0;
@@ -388,6 +389,8 @@ void AFSliceArranger::process(float* left, float* right, int count) noexcept {
         for (int i = 0; i < n; ++i) {
             const int64_t e = segmentPosition + i;
             if (e >= played) {
+                // What the gate left out is silence in the re-recorded slice as well.
+                if (writeBack && i < writeRoom) bufferLeft[writeBase + i] = bufferRight[writeBase + i] = 0.0f;
                 l[i] = 0.0f;
                 r[i] = 0.0f;
                 continue;
