@@ -60,3 +60,9 @@ BENCHMARK_CAPTURE(EffectInSlotBusy, Granulizer, "Granulizer",
                   Setting{{{0, 0.3f}, {1, 1.0f}, {2, 0.0f}, {3, 0.33f}}, {{1, 1}}});
 // Looping a beat of the input.
 BENCHMARK_CAPTURE(EffectInSlotBusy, Looper, "Looper", Setting{{}, {}});
+// A wild pattern with both fills rolling eight repeats a step, slices pitched, over two bars.
+BENCHMARK_CAPTURE(EffectInSlotBusy, Slicearranger, "Slicearranger",
+                  Setting{{{0, 0.9f}, {1, 1.0f}, {2, 1.0f}, {3, 0.6f}}, {{0, 5}, {1, 1}, {2, 4}, {3, 1}}});
+// Sixteenth repeats walking across the field, each pitched by its place, swung.
+BENCHMARK_CAPTURE(EffectInSlotBusy, PanLooper, "Pan Looper",
+                  Setting{{{0, 0.5f}, {1, 1.0f}, {2, 0.8f}, {3, 0.9f}}, {{3, 6}}});

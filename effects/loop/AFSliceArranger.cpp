@@ -87,6 +87,21 @@ double onePole(double hz, double rate) {
     return 1.0 - std::exp(-6.283185307179586 * hz / rate);
 }
 
+// The first `count` slices by falling energy, ties in slice order. An insertion sort: a library stable sort
+// may allocate, and this runs on the audio thread.
+void rank(std::array<int, AFSliceArranger::kMaxSlices>& order,
+          const std::array<double, AFSliceArranger::kMaxSlices>& energy, int count) {
+    for (int i = 0; i < count; ++i) {
+        int j = i;
+        while (j > 0 && energy[static_cast<std::size_t>(order[static_cast<std::size_t>(j - 1)])] <
+                            energy[static_cast<std::size_t>(i)]) {
+            order[static_cast<std::size_t>(j)] = order[static_cast<std::size_t>(j - 1)];
+            --j;
+        }
+        order[static_cast<std::size_t>(j)] = i;
+    }
+}
+
 } // namespace
 
 const uint32_t AFSliceArranger::kMaxCapacity = twoBarsAtSlowestTempo();
@@ -331,17 +346,8 @@ void AFSliceArranger::finishSlice() noexcept {
     midEnergy[s] = midSum * inverse;
     lowSum = midSum = 0.0;
     capturedSlices = step + 1;
-    const auto count = static_cast<std::size_t>(capturedSlices);
-    for (std::size_t i = 0; i < count; ++i)
-        bassRank[i] = snareRank[i] = static_cast<int>(i);
-    std::stable_sort(
-        bassRank.begin(), bassRank.begin() + static_cast<std::ptrdiff_t>(count), [this](int a, int b) {
-            return bassEnergy[static_cast<std::size_t>(a)] > bassEnergy[static_cast<std::size_t>(b)];
-        });
-    std::stable_sort(
-        snareRank.begin(), snareRank.begin() + static_cast<std::ptrdiff_t>(count), [this](int a, int b) {
-            return midEnergy[static_cast<std::size_t>(a)] > midEnergy[static_cast<std::size_t>(b)];
-        });
+    rank(bassRank, bassEnergy, capturedSlices);
+    rank(snareRank, midEnergy, capturedSlices);
 }
 
 void AFSliceArranger::process(float* left, float* right, int count) noexcept {
