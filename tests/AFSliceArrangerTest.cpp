@@ -50,7 +50,7 @@ TEST(AFSliceArranger, SlicesFallOnTheSixteenthGridToTheSample) {
         for (int64_t i = 0; i < boundary(rig.system, 14) - 44; ++i)
             ASSERT_EQ(out.left[static_cast<std::size_t>(i)], input.left[static_cast<std::size_t>(i)]) << i;
         for (int k = 0; k < 16; ++k) {
-            const auto at = static_cast<std::size_t>(bar + boundary(rig.system, k) + 50);
+            const auto at = static_cast<std::size_t>(boundary(rig.system, 16 + k) + 50);
             EXPECT_EQ(out.left[at], static_cast<float>(boundary(rig.system, kPattern0[k]) + 50))
                 << s.rate << " Hz " << s.bpm << " BPM step " << k;
         }
@@ -63,6 +63,20 @@ TEST(AFSliceArranger, SlicesFallOnTheSixteenthGridToTheSample) {
         EXPECT_EQ(out2.left[static_cast<std::size_t>(boundary(rig.system, 30) + 50)],
                   static_cast<float>(boundary(rig.system, 28) + 50));
     }
+}
+
+// Started 0.4 of a sixteenth past the ninth sixteenth of the bar, the capture takes the rest of that
+// sixteenth, the remaining steps of the bar and, from the bar line, the first half of the next, then the
+// ninth step whole.
+TEST(AFSliceArranger, AMidBarStartKeepsToTheSongsBar) {
+    slot::Rig rig(48000.0f, 120.0);
+    rig.system.ppqPosition = 2.1f;
+    AFSliceArranger fx(17, &rig.system, 0);
+    const auto out = run(fx, indexRamp(240000));
+    const int64_t barLine = 3600 + 7 * 6000;
+    EXPECT_EQ(out.left[static_cast<std::size_t>(barLine + 96000 + 8 * 6000 + 50)], 93650.0f);
+    EXPECT_EQ(out.left[static_cast<std::size_t>(barLine + 96000 + 14 * 6000 + 50)], 3600.0f + 3 * 6000 + 50);
+    EXPECT_EQ(fx.currentStep(), static_cast<int>((240000 - barLine) / 6000 % 16));
 }
 
 // Which captured sample step 14 of the second bar starts with, for each character.

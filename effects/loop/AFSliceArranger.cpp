@@ -3,6 +3,7 @@
 #include "effects/framework/AFSystemInfo.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -76,10 +77,16 @@ int fillSteps(float value, int most) noexcept {
     return std::clamp(static_cast<int>(v * static_cast<float>(most) + 0.5f), 1, most);
 }
 
+// Two bars at the slowest tempo and highest rate, and the part of a sixteenth a mid-step start captures
+// first.
 uint32_t twoBarsAtSlowestTempo() {
     const double beat = static_cast<double>(
         static_cast<float>(AFSystemInfo::kMaxSampleRate / (AFSystemInfo::kMinTempo * 0.016666666666666666)));
-    return static_cast<uint32_t>(beat * 8.0) + 64;
+    return static_cast<uint32_t>(beat * 8.25) + 64;
+}
+
+uint32_t bit(int slice) {
+    return 1u << static_cast<uint32_t>(slice);
 }
 
 // One-pole low-pass coefficient for a corner frequency.
@@ -87,12 +94,14 @@ double onePole(double hz, double rate) {
     return 1.0 - std::exp(-6.283185307179586 * hz / rate);
 }
 
-// The first `count` slices by falling energy, ties in slice order. An insertion sort: a library stable sort
-// may allocate, and this runs on the audio thread.
-void rank(std::array<int, AFSliceArranger::kMaxSlices>& order,
-          const std::array<double, AFSliceArranger::kMaxSlices>& energy, int count) {
-    for (int i = 0; i < count; ++i) {
-        int j = i;
+// The slices in `mask` by falling energy, ties in slice order; returns how many. An insertion sort: a library
+// stable sort may allocate, and this runs on the audio thread.
+int rank(std::array<int, AFSliceArranger::kMaxSlices>& order,
+         const std::array<double, AFSliceArranger::kMaxSlices>& energy, uint32_t mask) {
+    int count = 0;
+    for (int i = 0; i < AFSliceArranger::kMaxSlices; ++i) {
+        if ((mask & bit(i)) == 0) continue;
+        int j = count++;
         while (j > 0 && energy[static_cast<std::size_t>(order[static_cast<std::size_t>(j - 1)])] <
                             energy[static_cast<std::size_t>(i)]) {
             order[static_cast<std::size_t>(j)] = order[static_cast<std::size_t>(j - 1)];
@@ -100,6 +109,7 @@ void rank(std::array<int, AFSliceArranger::kMaxSlices>& order,
         }
         order[static_cast<std::size_t>(j)] = i;
     }
+    return count;
 }
 
 } // namespace
@@ -135,15 +145,34 @@ void AFSliceArranger::getOptionList(int index, AFWordList& list) {
 int32_t AFSliceArranger::activate() noexcept {
     running = true;
     capturing = true;
-    capturedSlices = 0;
-    cycle = 0;
-    step = 0;
-    cycleSteps = options[3] == 1 ? 2 * kStepsPerBar : kStepsPerBar;
-    gridClock = 0.0;
-    cyclePosition = 0;
+    availableMask = wholeMask = 0;
+    rankedSlices = 0;
+    writePosition = 0;
+    cycleSteps = pendingSteps = options[3] == 1 ? 2 * kStepsPerBar : kStepsPerBar;
+    captureMask = cycleSteps == kMaxSlices ? ~0u : bit(cycleSteps) - 1u;
     lowState = midLowState = midHighState = 0.0;
     lowSum = midSum = 0.0;
-    upcoming = planFor(0, cycleSteps, 0, 0, true);
+
+    // The slices sit on the song's sixteenths: the step and the bar come from the song position, and a start
+    // between two grid lines begins with the rest of that sixteenth.
+    const double slice = static_cast<double>(systemInfo->samplesPerBeat) * 0.25;
+    double sixteenths = static_cast<double>(systemInfo->ppqPosition) * 4.0;
+    if (!(std::fabs(sixteenths) < 1.0e9)) sixteenths = 0.0;
+    double whole = std::floor(sixteenths);
+    double past = sixteenths - whole;
+    if (past * slice < 0.5) past = 0.0;
+    if ((1.0 - past) * slice < 0.5) {
+        whole += 1.0;
+        past = 0.0;
+    }
+    const auto index = static_cast<int64_t>(whole);
+    step = static_cast<int>(((index % cycleSteps) + cycleSteps) % cycleSteps);
+    const int64_t bar = (index >= 0 ? index : index - (kStepsPerBar - 1)) / kStepsPerBar;
+    cycle = static_cast<uint32_t>(bar & 1);
+    partialStep = past > 0.0;
+    gridClock = -past * slice;
+    cyclePosition = 0;
+    upcoming = planFor(step, cycleSteps, cycle, 0, step);
     // The first slice is the input itself, so it joins the dry signal without a fade.
     fadeInCurrent = false;
     beginStep();
@@ -165,7 +194,7 @@ int AFSliceArranger::patternSource(int index, int steps) const noexcept {
 }
 
 void AFSliceArranger::applyCharacter(Plan& plan, int index) const noexcept {
-    const int ranked = capturedSlices < 4 ? capturedSlices : 4;
+    const int ranked = rankedSlices < 4 ? rankedSlices : 4;
     switch (options[0]) {
     case kMoreBass:
         if (ranked > 0) plan.source = bassRank[static_cast<std::size_t>(plan.source % ranked)];
@@ -193,8 +222,8 @@ void AFSliceArranger::applyCharacter(Plan& plan, int index) const noexcept {
     }
 }
 
-AFSliceArranger::Plan AFSliceArranger::planFor(int index, int steps, uint32_t cycleIndex, int complete,
-                                               bool live) const noexcept {
+AFSliceArranger::Plan AFSliceArranger::planFor(int index, int steps, uint32_t cycleIndex, uint32_t available,
+                                               int live) const noexcept {
     Plan plan;
     plan.source = patternSource(index, steps);
     // Only the slices the pattern moves take the character, so "Pattern" sets how much of it is heard.
@@ -222,8 +251,8 @@ AFSliceArranger::Plan AFSliceArranger::planFor(int index, int steps, uint32_t cy
         const int j = local - (kStepsPerBar - filled);
         Plan roll;
         roll.source = patternSource(index - j, steps);
-        if (options[0] == kMoreBass && capturedSlices > 0) roll.source = bassRank[0];
-        if (options[0] == kMoreSnare && capturedSlices > 0) roll.source = snareRank[0];
+        if (options[0] == kMoreBass && rankedSlices > 0) roll.source = bassRank[0];
+        if (options[0] == kMoreSnare && rankedSlices > 0) roll.source = snareRank[0];
         // Denser towards the end of the fill: one, two, four, then eight repeats a step.
         const float progress = static_cast<float>(j + 1) / static_cast<float>(filled);
         const int level = std::clamp(static_cast<int>(amount * 4.0f * progress), 0, 3);
@@ -255,16 +284,20 @@ AFSliceArranger::Plan AFSliceArranger::planFor(int index, int steps, uint32_t cy
         plan.gate *= 0.15f + 0.85f * decay;
         plan.slope = 1.0f - decay;
     }
-    // While the bar is still being captured, a slice not yet complete can only be the one arriving now, heard
-    // as it arrives.
-    const bool ready = plan.source < complete || (plan.source == index && plan.rate <= 1.0f && !plan.reverse);
-    if (live && !ready) {
-        plan.source = index;
+    // While the bar is still being captured, a slice not yet there can only be the one arriving now, heard as
+    // it arrives.
+    const bool ready =
+        (available & bit(plan.source)) != 0 || (plan.source == live && plan.rate <= 1.0f && !plan.reverse);
+    if (ready) return plan;
+    if (live >= 0) {
+        plan.source = live;
         plan.rate = 1.0f;
         plan.reverse = false;
+        return plan;
     }
     // A bar captured before "2 Bars" was chosen stands in for the bar that was never captured.
-    if (!live && complete > 0 && plan.source >= complete) plan.source %= complete;
+    const int other = plan.source ^ kStepsPerBar;
+    plan.source = (available & bit(other)) != 0 ? other : std::countr_zero(available | bit(kMaxSlices - 1));
     return plan;
 }
 
@@ -292,22 +325,30 @@ void AFSliceArranger::beginStep() noexcept {
     stepStart = cyclePosition;
     gridClock += slice;
     stepEnd = std::max(stepStart + 1, static_cast<int64_t>(std::llround(gridClock)));
-    if (capturing) {
-        // The first cycle writes the buffer from its start, so a slice's place in it is its place in the
-        // cycle.
-        sliceStart[static_cast<std::size_t>(step)] = stepStart;
+    capturingStep = capturing && (wholeMask & bit(step)) == 0;
+    if (capturingStep) {
+        sliceStart[static_cast<std::size_t>(step)] = writePosition;
         sliceLength[static_cast<std::size_t>(step)] = stepEnd - stepStart;
     }
 
+    // What the next step will find: this slice done, the capture perhaps complete.
     const bool wrap = step + 1 >= cycleSteps;
-    const int nextSteps = wrap ? (options[3] == 1 ? 2 * kStepsPerBar : kStepsPerBar) : cycleSteps;
     const int nextIndex = wrap ? 0 : step + 1;
-    const bool nextLive = capturing && !wrap;
-    const int nextComplete = capturing ? step + 1 : capturedSlices;
-    if (wrap) pendingSteps = nextSteps;
-    upcoming = planFor(nextIndex, nextSteps, wrap ? cycle + 1 : cycle, nextComplete, nextLive);
-    const int64_t nextStart =
-        nextLive && upcoming.source == nextIndex ? stepEnd : sourceStart(upcoming.source);
+    uint32_t nextAvailable = availableMask;
+    uint32_t nextWhole = wholeMask;
+    if (capturingStep) {
+        nextAvailable |= bit(step);
+        if (!partialStep) nextWhole |= bit(step);
+    }
+    const bool nextCapturing = (nextWhole & captureMask) != captureMask;
+    // The step count changes only at a bar line, and never while the capture runs.
+    if (wrap && !nextCapturing) pendingSteps = options[3] == 1 ? 2 * kStepsPerBar : kStepsPerBar;
+    const int nextSteps = wrap ? pendingSteps : cycleSteps;
+    const int nextLive = nextCapturing && (nextWhole & bit(nextIndex)) == 0 ? nextIndex : -1;
+    upcoming = planFor(nextIndex, nextSteps, wrap ? cycle + 1 : cycle, nextAvailable, nextLive);
+    const int64_t nextStart = upcoming.source == nextLive
+                                  ? writePosition + (capturingStep ? stepEnd - stepStart : 0)
+                                  : sourceStart(upcoming.source);
     const bool seamless = continues(current, stepEnd - stepStart, upcoming, nextStart);
     fadeOutCurrent = !seamless;
     segment = 0;
@@ -325,7 +366,7 @@ void AFSliceArranger::beginSegment() noexcept {
     readLength = sourceLength(current.source);
     readRate = current.rate;
     const bool odd = (segment & 1) != 0;
-    readReverse = current.reverse != (current.pong && odd && !(capturing && current.source == step));
+    readReverse = current.reverse != (current.pong && odd && !(capturingStep && current.source == step));
     readPhase = 0.0;
     const auto gated =
         std::max<int64_t>(1, static_cast<int64_t>(static_cast<float>(segmentLength) * current.gate));
@@ -345,9 +386,12 @@ void AFSliceArranger::finishSlice() noexcept {
     bassEnergy[s] = lowSum * inverse;
     midEnergy[s] = midSum * inverse;
     lowSum = midSum = 0.0;
-    capturedSlices = step + 1;
-    rank(bassRank, bassEnergy, capturedSlices);
-    rank(snareRank, midEnergy, capturedSlices);
+    availableMask |= bit(step);
+    if (!partialStep) wholeMask |= bit(step);
+    partialStep = false;
+    capturing = (wholeMask & captureMask) != captureMask;
+    rankedSlices = rank(bassRank, bassEnergy, availableMask);
+    rank(snareRank, midEnergy, availableMask);
 }
 
 void AFSliceArranger::process(float* left, float* right, int count) noexcept {
@@ -365,9 +409,10 @@ void AFSliceArranger::process(float* left, float* right, int count) noexcept {
         const int n = static_cast<int>(std::min<int64_t>(count - done, segmentLength - segmentPosition));
         float* l = left + done;
         float* r = right + done;
-        if (capturing) {
-            std::memcpy(bufferLeft + cyclePosition, l, static_cast<std::size_t>(n) * sizeof(float));
-            std::memcpy(bufferRight + cyclePosition, r, static_cast<std::size_t>(n) * sizeof(float));
+        if (capturingStep) {
+            std::memcpy(bufferLeft + writePosition, l, static_cast<std::size_t>(n) * sizeof(float));
+            std::memcpy(bufferRight + writePosition, r, static_cast<std::size_t>(n) * sizeof(float));
+            writePosition += n;
             for (int i = 0; i < n; ++i) {
                 const double mono = 0.5 * (static_cast<double>(l[i]) + r[i]);
                 lowState += (mono - lowState) * lowCoefficient;
@@ -378,8 +423,8 @@ void AFSliceArranger::process(float* left, float* right, int count) noexcept {
                 midSum += mid * mid;
             }
         }
-        // The arranged result goes back over the slice this step stands on, once the first cycle is captured.
-        const bool writeBack = reRecord && !capturing && step < capturedSlices;
+        // The arranged result goes back over the slice this step stands on, once the capture is complete.
+        const bool writeBack = reRecord && !capturing && (availableMask & bit(step)) != 0;
         const int64_t writeBase = writeBack ? sourceStart(step) + (cyclePosition - stepStart) : 0;
         const int64_t writeRoom = writeBack ? sourceLength(step) - (cyclePosition - stepStart) : 0;
 
@@ -429,12 +474,12 @@ void AFSliceArranger::process(float* left, float* right, int count) noexcept {
             beginSegment();
             continue;
         }
-        if (capturing) finishSlice();
+        if (capturingStep) finishSlice();
         if (step + 1 >= cycleSteps) {
             step = 0;
             ++cycle;
-            capturing = false;
-            gridClock = 0.0;
+            // The bar line falls within half a sample of the exact grid; the rest carries into the next bar.
+            gridClock -= static_cast<double>(cyclePosition);
             cyclePosition = 0;
             cycleSteps = pendingSteps;
         } else {

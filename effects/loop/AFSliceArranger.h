@@ -8,7 +8,7 @@
 #include <memory>
 
 // Slicearranger: captures the first bar (or two) after the slot starts, cut into sixteenth-note slices on the
-// grid counted from the start, and from then on plays the slices re-ordered by a bank of patterns from subtle
+// song's grid, and from then on plays the slices re-ordered by a bank of patterns from subtle
 // to wild. Fills roll the last steps of a bar, "Decay" gates and shapes every slice, and the character option
 // picks slices by their low or mid energy, transposes or reverses them, or keeps re-recording the result.
 // Slice edges are faded over 44 samples unless the next slice continues the audio without a seam.
@@ -41,7 +41,7 @@ public:
     int currentStep() const noexcept { return step; }
     bool isCapturing() const noexcept { return capturing; }
 
-    // Two bars at 45 BPM and 196 kHz, plus the sample linear interpolation reads past a slice.
+    // Two bars and a sixteenth at 45 BPM and 196 kHz, plus the sample interpolation reads past a slice.
     static const uint32_t kMaxCapacity;
     static constexpr int kMaxSlices = 32;
 
@@ -58,7 +58,7 @@ private:
         float gain = 1.0f;
     };
 
-    Plan planFor(int index, int steps, uint32_t cycle, int complete, bool live) const noexcept;
+    Plan planFor(int index, int steps, uint32_t cycle, uint32_t available, int live) const noexcept;
     int patternSource(int index, int steps) const noexcept;
     void applyCharacter(Plan& plan, int index) const noexcept;
     bool continues(const Plan& from, int64_t length, const Plan& to, int64_t toStart) const noexcept;
@@ -78,7 +78,15 @@ private:
     std::array<double, kMaxSlices> midEnergy{};
     std::array<int, kMaxSlices> bassRank{};
     std::array<int, kMaxSlices> snareRank{};
-    int capturedSlices = 0;
+    // Slices holding audio, and those captured from their first sample; the capture runs until every slice
+    // of `captureMask` is whole.
+    uint32_t availableMask = 0;
+    uint32_t wholeMask = 0;
+    uint32_t captureMask = 0;
+    int rankedSlices = 0;
+    int64_t writePosition = 0;
+    bool capturingStep = false;
+    bool partialStep = false;
 
     // The step grid, counted in samples from the start of the running cycle.
     double gridClock = 0.0;
