@@ -398,10 +398,6 @@ void AFSliceArranger::process(float* left, float* right, int count) noexcept {
     if (!running || count <= 0) return;
     float* const bufferLeft = leftBuffer.get() + 1;
     float* const bufferRight = rightBuffer.get() + 1;
-    const double rate = systemInfo->sampleRate;
-    const double lowCoefficient = onePole(150.0, rate);
-    const double midLowCoefficient = onePole(800.0, rate);
-    const double midHighCoefficient = onePole(4000.0, rate);
     const bool reRecord = options[0] == kReRecord;
 
     int done = 0;
@@ -413,6 +409,10 @@ void AFSliceArranger::process(float* left, float* right, int count) noexcept {
             std::memcpy(bufferLeft + writePosition, l, static_cast<std::size_t>(n) * sizeof(float));
             std::memcpy(bufferRight + writePosition, r, static_cast<std::size_t>(n) * sizeof(float));
             writePosition += n;
+            const double rate = systemInfo->sampleRate;
+            const double lowCoefficient = onePole(150.0, rate);
+            const double midLowCoefficient = onePole(800.0, rate);
+            const double midHighCoefficient = onePole(4000.0, rate);
             for (int i = 0; i < n; ++i) {
                 const double mono = 0.5 * (static_cast<double>(l[i]) + r[i]);
                 lowState += (mono - lowState) * lowCoefficient;
