@@ -89,6 +89,10 @@ TEST(AFPanLooper, RepeatsWalkAcrossTheFieldAndPitchByTheirPlace) {
     out = run(fx, input);
     EXPECT_EQ(out.left[3 * loop + 50], 0.0f);
     EXPECT_EQ(out.left[5 * loop + 50], 50.0f);
+    fx.setOption(3, 3); // "3rd On": only every third repeat moves, the first of them to the far left
+    out = run(fx, input);
+    EXPECT_EQ(out.left[loop + 50], 50.0f);
+    EXPECT_EQ(out.left[3 * loop + 50], 25.0f);
 }
 
 // At every repeat boundary in every rhythm, pitch and size mode the output never steps further than twice

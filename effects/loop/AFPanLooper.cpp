@@ -200,8 +200,10 @@ void AFPanLooper::beginRepeat(double grid32) noexcept {
     float place = 0.0f;
     repeatGain = 1.0f;
     if (repeat > 0) {
-        const uint32_t move = rhythm == kSecond ? (repeat + 1) / 2 : repeat;
-        place = kWalk[(move - 1) % kWalkLength];
+        // "2nd" holds each place for two repeats; "3rd On" walks only with every third repeat.
+        const uint32_t move =
+            rhythm == kSecond ? (repeat + 1) / 2 : (rhythm == kThirdOn ? repeat / 3 : repeat);
+        place = move > 0 ? kWalk[(move - 1) % kWalkLength] : 0.0f;
         if (rhythm == kThirdOff && repeat % 3 == 0) repeatGain = 0.0f;
         if (rhythm == kThirdOn && repeat % 3 != 0) place = 0.0f;
     }
