@@ -74,3 +74,9 @@ BENCHMARK_CAPTURE(EffectInSlotBusy, PitchLooper, "Pitch Looper", Setting{{{0, 0.
 // Echoes a fifth apart with strong feedback, a resonant low-pass following the pitch in the loop.
 BENCHMARK_CAPTURE(EffectInSlotBusy, PitchDelay, "Pitch Delay",
                   Setting{{{0, 0.4f}, {1, 0.5f}, {2, 0.8f}, {3, 0.7917f}}, {{3, 2}}});
+// A wild pattern with both fills rolling eight repeats a step, slices pitched, over two bars.
+BENCHMARK_CAPTURE(EffectInSlotBusy, Slicearranger, "Slicearranger",
+                  Setting{{{0, 0.9f}, {1, 1.0f}, {2, 1.0f}, {3, 0.6f}}, {{0, 5}, {1, 1}, {2, 4}, {3, 1}}});
+// Sixteenth repeats walking across the field, each pitched by its place, swung.
+BENCHMARK_CAPTURE(EffectInSlotBusy, PanLooper, "Pan Looper",
+                  Setting{{{0, 0.5f}, {1, 1.0f}, {2, 0.8f}, {3, 0.9f}}, {{3, 6}}});

@@ -227,3 +227,34 @@ TEST(RealtimeSafety, PitchEffectsAllocateNothingAtTheHighestRate) {
         ASSERT_EQ(allocations.load(), 0) << "round " << round;
     }
 }
+
+// The slicing and panning loopers keep their captures in buffers sized for the slowest tempo at the highest
+// rate: tempo swings from 45 to 300 BPM, option changes and Controls going on and off while they run allocate
+// nothing.
+TEST(RealtimeSafety, LoopersFollowTempoChangesWithoutAllocating) {
+    constexpr int kBlock = 512;
+    TestHost host(192000.0f, kBlock);
+    auto& client = host.client();
+    const int slicer = EffectFactory::typeIdByName("Slicearranger");
+    const int panner = EffectFactory::typeIdByName("Pan Looper");
+    for (int s = 0; s < 4; ++s)
+        client.setSlotEffect(s, s % 2 == 0 ? slicer : panner);
+    std::vector<float> left(kBlock), right(kBlock);
+    Dice dice;
+    counting.store(true);
+    for (int block = 0; block < 3000; ++block) {
+        for (int i = 0; i < kBlock; ++i) {
+            left[static_cast<std::size_t>(i)] = dice.unit() * 2.0f - 1.0f;
+            right[static_cast<std::size_t>(i)] = dice.unit() * 2.0f - 1.0f;
+        }
+        if (block % 25 == 0) host.time.tempo = 45.0 + dice.next(256);
+        const int s = static_cast<int>(dice.next(4));
+        if (block % 40 == 0) client.setParameter(s, block % 80 == 0 ? 0.0f : 1.0f);
+        if (block % 7 == 0)
+            client.setSlotOption(s, static_cast<int>(dice.next(4)), static_cast<int>(dice.next(8)));
+        client.setParameter(12 + 29 * s + static_cast<int>(dice.next(4)), dice.unit());
+        host.processBlock(left.data(), right.data(), kBlock);
+    }
+    counting.store(false);
+    EXPECT_EQ(allocations.load(), 0);
+}
