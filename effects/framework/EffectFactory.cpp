@@ -67,7 +67,7 @@ constexpr std::array<Row, EffectFactory::kTypeCount> kCatalogue{{
     {"Slicearranger", 4, make<AFSliceArranger>, false},
     {"Vowel Filter", 4, make<AFVowelFilter>, true},
     {"Vocodizer", 4, make<AFVocodil>, true},
-    {"Pattern Delay", 4, make<AFPatternDelay>, false},
+    {"Pattern Delay", 4, make<AFPatternDelay>, true},
     {"Reverse Delay", 4, make<AFReverseDelayV>, true},
     {"Levelizer", 4, make<AFAmper>, true},
     {"Guitar Amp", 4, make<AFMetalAmpT>, false},
