@@ -72,7 +72,7 @@ constexpr std::array<Row, EffectFactory::kTypeCount> kCatalogue{{
     {"Levelizer", 4, make<AFAmper>, true},
     {"Guitar Amp", 4, make<AFMetalAmpT>, false},
     {"Filter", 4, make<AFMultiModeFilter>, true},
-    {"Filter Pattern", 4, make<AFFilterPattern>, false},
+    {"Filter Pattern", 4, make<AFFilterPattern>, true},
     {"FreezeVerb", 4, make<AFReverb3>, true},
     {"Flanger", 4, make<AFFlangerT>, true},
     {"Test", 4, make<AFTest>, true},
