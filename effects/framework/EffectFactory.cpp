@@ -50,7 +50,7 @@ constexpr std::array<Row, EffectFactory::kTypeCount> kCatalogue{{
     {"Classic Filter", 3, nullptr, false},
     {"Looper", 4, make<AFTriggerLooper>, true},
     {"Pitch Looper", 4, make<AFPitchLooper>, false},
-    {"Reactor", 4, make<AFTransientLooper>, false},
+    {"Reactor", 4, make<AFTransientLooper>, true},
     {"Granulizer", 4, make<AFBeatStretcherKN>, true},
     {"Spectralizer", 4, make<AFFilterBank>, true},
     {"SpectralLooper", 4, nullptr, false},

@@ -1,6 +1,13 @@
 #include "effects/loop/AFTransientLooper.h"
 
+#include "effects/framework/AFBpmListenerList.h"
+#include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/TimeValueTables.h"
+
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
+#include <cstring>
 
 namespace {
 
@@ -21,15 +28,114 @@ std::span<const char* const> optionWords(int index) {
     }
 }
 
+constexpr int32_t kActive = 1;
+constexpr int32_t kSyncTriplet = 1;
+constexpr int32_t kFree = 2;
+constexpr int32_t kFreeze = 0;
+constexpr int32_t kReverb = 1;
+
+// Every edge the Reactor makes (engaging, loop and run ends, the end of the burst) fades over 44 samples.
+constexpr double kFade = 44.0;
+constexpr float kFadeF = 44.0f;
+// The reverb's delay lines, in samples at 48 kHz; each ring holds the longest at the highest rate.
+constexpr std::array<int32_t, 8> kLineLengths = {1123, 1291, 1447, 1601, 1777, 1933, 2111, 2293};
+constexpr int32_t kLineSize = 16384;
+constexpr int32_t kLineMask = kLineSize - 1;
+static_assert(kLineLengths.back() * (AFSystemInfo::kMaxSampleRate / 48000.0f) < kLineSize);
+
+float unitClamp(float v) noexcept {
+    return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
+}
+
+int semitonesFor(float v) noexcept {
+    return static_cast<int>(std::lround((unitClamp(v) - 0.5f) * 24.0f));
+}
+
+double speedRatioFor(float v) noexcept {
+    return std::exp2((static_cast<double>(unitClamp(v)) - 0.5) * 2.0);
+}
+
+// The tail's decay to -60 dB: 16 s at 0, about 2.8 s in the middle, half a second at 1.
+double tailSecondsFor(float v) noexcept {
+    return 0.5 * std::exp2((1.0 - static_cast<double>(unitClamp(v))) * 5.0);
+}
+
+float thresholdFor(float v) noexcept {
+    return std::pow(10.0f, (unitClamp(v) * 60.0f - 60.0f) / 20.0f);
+}
+
+uint32_t maxRecord() {
+    const double beat = static_cast<double>(
+        static_cast<float>(AFSystemInfo::kMaxSampleRate / (AFSystemInfo::kMinTempo * 0.016666666666666666)));
+    return static_cast<uint32_t>(beat * 2.0) + 2;
+}
+
 } // namespace
 
+const uint32_t AFTransientLooper::kMaxRecord = maxRecord();
+
+AFTransientLooper::PitchShifter::PitchShifter()
+    : ringL(std::make_unique<float[]>(kRing)), ringR(std::make_unique<float[]>(kRing)) {}
+
+void AFTransientLooper::PitchShifter::clear() noexcept {
+    std::memset(ringL.get(), 0, sizeof(float) * kRing);
+    std::memset(ringR.get(), 0, sizeof(float) * kRing);
+    write = 0;
+    delay = 0.0f;
+}
+
+void AFTransientLooper::PitchShifter::setRate(float sampleRate) noexcept {
+    window = std::min(std::round(sampleRate * 0.03f), static_cast<float>(kRing / 2));
+}
+
+void AFTransientLooper::PitchShifter::process(float& left, float& right) noexcept {
+    constexpr int kMask = kRing - 1;
+    ringL[static_cast<std::size_t>(write)] = left;
+    ringR[static_cast<std::size_t>(write)] = right;
+    // Two taps half a window apart; the one about to wrap is silent under its triangle.
+    float second = delay + window * 0.5f;
+    if (second >= window) second -= window;
+    const float x = delay / window;
+    const float gainFirst = 1.0f - std::fabs(2.0f * x - 1.0f);
+    float outL = 0.0f;
+    float outR = 0.0f;
+    for (int tap = 0; tap < 2; ++tap) {
+        const float d = tap == 0 ? delay : second;
+        const float g = tap == 0 ? gainFirst : 1.0f - gainFirst;
+        const auto whole = static_cast<int>(d);
+        const float frac = d - static_cast<float>(whole);
+        const int a = (write - whole) & kMask;
+        const int b = (a - 1) & kMask;
+        outL += g * (ringL[static_cast<std::size_t>(a)] +
+                     frac * (ringL[static_cast<std::size_t>(b)] - ringL[static_cast<std::size_t>(a)]));
+        outR += g * (ringR[static_cast<std::size_t>(a)] +
+                     frac * (ringR[static_cast<std::size_t>(b)] - ringR[static_cast<std::size_t>(a)]));
+    }
+    left = outL;
+    right = outR;
+    write = (write + 1) & kMask;
+    delay += step;
+    if (delay >= window) delay -= window;
+    if (delay < 0.0f) delay += window;
+}
+
 AFTransientLooper::AFTransientLooper(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(type, 4, system, flag) {
+    : AFEffect(type, 4, system, flag), recordL(std::make_unique<float[]>(kMaxRecord)),
+      recordR(std::make_unique<float[]>(kMaxRecord)),
+      lines(std::make_unique<float[]>(static_cast<std::size_t>(kLines) * kLineSize)) {
     setName("AFTransientLooper");
     defineParameter(0, "Threshold", 0.5f);
     defineParameter(1, "HoldTime", 0.5f);
     defineParameter(2, "Speed", 0.5f);
     defineParameter(3, "Pitch", 0.5f);
+    for (std::size_t i = 0; i < hann.size(); ++i)
+        hann[i] = 0.5f - 0.5f * std::cos(6.2831853f * static_cast<float>(i) / 1024.0f);
+    tempoChanged(0);
+    if (systemInfo->bpmListeners != nullptr) systemInfo->bpmListeners->add(this);
+}
+
+AFTransientLooper::~AFTransientLooper() {
+    if (systemInfo->bpmListeners != nullptr) systemInfo->bpmListeners->remove(this);
 }
 
 void AFTransientLooper::setOption(int index, int32_t value) {
@@ -46,6 +152,350 @@ void AFTransientLooper::getOptionList(int index, AFWordList& list) {
     appendWords(list, optionWords(index));
 }
 
-void AFTransientLooper::formatParameter(int, float value, char* text) {
-    std::snprintf(text, kEffectTextSize, "%3.2f", static_cast<double>(value) * 100.0);
+double AFTransientLooper::holdFor(float value) const noexcept {
+    const auto& tables = TimeValueTables::instance();
+    const float v = unitClamp(value);
+    double samples = 0.0;
+    switch (options[1]) {
+    case kSyncTriplet:
+        samples = tables.syncTripletTable.intervalSamplesExact(*systemInfo, v);
+        break;
+    case kFree:
+        samples = (static_cast<double>(systemInfo->samplesPerBeat) - 88.0) * v + 88.0;
+        break;
+    default:
+        samples = tables.syncTable.intervalSamplesExact(*systemInfo, v);
+        break;
+    }
+    return std::clamp(samples, 88.0, static_cast<double>(capacity) - 1.0);
+}
+
+void AFTransientLooper::controlTick() noexcept {
+    threshold = thresholdFor(parameterValues[0]);
+    hold = holdFor(parameterValues[1]);
+    speedRatio = speedRatioFor(parameterValues[2]);
+    drift = (static_cast<double>(unitClamp(parameterValues[2])) - 0.5) * 2.0;
+    const float rate = systemInfo->sampleRate;
+    grainLength = std::max(64.0f, std::min(rate * 0.09f, static_cast<float>(hold) * 0.5f));
+    const int semitones = semitonesFor(parameterValues[3]);
+    pitched = semitones != 0;
+    pitchRatio = systemInfo->semitoneRatio(semitones);
+    shifter.setRatio(pitchRatio);
+    shifter.setRate(rate);
+    if (options[2] == kReverb) {
+        const float seconds = static_cast<float>(tailSecondsFor(parameterValues[2]));
+        const float scale = rate / 48000.0f;
+        for (std::size_t i = 0; i < kLines; ++i) {
+            const auto length = static_cast<int32_t>(static_cast<float>(kLineLengths[i]) * scale);
+            if (length == lineLength[i] && seconds == tailSeconds) continue;
+            lineLength[i] = length;
+            lineGain[i] = std::pow(10.0f, -3.0f * static_cast<float>(length) / (seconds * rate));
+        }
+        tailSeconds = seconds;
+    }
+}
+
+void AFTransientLooper::tempoChanged(int32_t) noexcept {
+    const double beats = static_cast<double>(systemInfo->samplesPerBeat) * 2.0;
+    capacity = static_cast<uint32_t>(std::clamp(beats, 256.0, static_cast<double>(kMaxRecord)));
+    written = std::min(written, capacity);
+    hold = holdFor(parameterValues[1]);
+}
+
+int32_t AFTransientLooper::activate() noexcept {
+    tempoChanged(0);
+    state = State::Listening;
+    sampleCount = 0;
+    hitSample = -1;
+    sinceHit = 0;
+    wait = 0;
+    written = 0;
+    slowLevel = 0.0f;
+    loopCount = 0;
+    for (Grain& g : grains)
+        g.on = false;
+    seed = 1;
+    std::memset(lines.get(), 0, sizeof(float) * static_cast<std::size_t>(kLines) * kLineSize);
+    lineLow = {};
+    lineWrite = 0;
+    tailSeconds = 0.0f;
+    lineLength = {};
+    shifter.clear();
+    controlTick();
+    pitchMix = pitched ? 1.0f : 0.0f;
+    return 1;
+}
+
+uint32_t AFTransientLooper::random() noexcept {
+    seed = seed * 1664525u + 1013904223u;
+    return seed >> 8;
+}
+
+void AFTransientLooper::startHold(int offset) noexcept {
+    state = State::Holding;
+    hitSample = sampleCount + offset;
+    sinceHit = 0;
+    written = 0;
+    loopLength = hold;
+    cycleClock = 0.0;
+    runPosition = 0.0;
+    runSpeed = speedRatio;
+    runEnd = std::min(loopLength / runSpeed, loopLength);
+    wait = 0;
+    head = 0.0;
+    untilGrain = 0.0f;
+    if (options[2] != kFreeze && options[2] != kReverb && options[1] != kFree) {
+        // The loop waits for the next line of its own grid (at most a beat apart), so the hit lands on it.
+        const double perBeat = systemInfo->samplesPerBeat;
+        const double beat = static_cast<double>(systemInfo->ppqPosition) + offset / perBeat;
+        const double grid = std::min(loopLength / perBeat, 1.0);
+        const double line = std::ceil(beat / grid - 1e-9) * grid;
+        wait = std::max<int64_t>(0, std::llround((line - beat) * perBeat));
+    }
+}
+
+void AFTransientLooper::record(float l, float r) noexcept {
+    if (written >= capacity) return;
+    recordL[written] = l;
+    recordR[written] = r;
+    ++written;
+}
+
+float AFTransientLooper::readLeft(double position) const noexcept {
+    const auto i = static_cast<uint32_t>(position);
+    const auto t = static_cast<float>(position - i);
+    const float a = i < written ? recordL[i] : 0.0f;
+    const float b = i + 1 < written ? recordL[i + 1] : 0.0f;
+    return a + t * (b - a);
+}
+
+float AFTransientLooper::readRight(double position) const noexcept {
+    const auto i = static_cast<uint32_t>(position);
+    const auto t = static_cast<float>(position - i);
+    const float a = i < written ? recordR[i] : 0.0f;
+    const float b = i + 1 < written ? recordR[i + 1] : 0.0f;
+    return a + t * (b - a);
+}
+
+void AFTransientLooper::runLooper(float* left, float* right, int from, int count) noexcept {
+    for (int j = from; j < count; ++j) {
+        const float inL = left[j];
+        const float inR = right[j];
+        record(inL, inR);
+        if (sinceHit < wait) {
+            ++sinceHit;
+            continue;
+        }
+        const auto into = static_cast<double>(sinceHit - wait);
+        const auto live = static_cast<float>(into < kFade ? 1.0 - into / kFade : 0.0);
+        const double position = runPosition * runSpeed;
+        const auto edge =
+            static_cast<float>(std::min({1.0, runPosition / kFade, (runEnd - runPosition) / kFade}));
+        float yL = readLeft(position) * edge;
+        float yR = readRight(position) * edge;
+        if (pitched || pitchMix > 0.0f) {
+            float sL = yL;
+            float sR = yR;
+            shifter.process(sL, sR);
+            pitchMix = std::clamp(pitchMix + (pitched ? 1.0f : -1.0f) / 64.0f, 0.0f, 1.0f);
+            yL += pitchMix * (sL - yL);
+            yR += pitchMix * (sR - yR);
+        }
+        left[j] = yL + inL * live;
+        right[j] = yR + inR * live;
+        ++sinceHit;
+        runPosition += 1.0;
+        cycleClock += 1.0;
+        if (cycleClock >= loopLength) {
+            // A loop ends: a new length is taken here, and the next run starts from the top.
+            cycleClock -= loopLength;
+            ++loopCount;
+            loopLength = hold;
+            runPosition = cycleClock;
+            runSpeed = speedRatio;
+            runEnd = std::min(loopLength / runSpeed, loopLength);
+        } else if (runPosition >= runEnd) {
+            // Faster than the tape: the hold starts again inside the loop.
+            runPosition -= runEnd;
+            runSpeed = speedRatio;
+            runEnd = std::min(loopLength / runSpeed, loopLength - cycleClock + runPosition);
+        }
+    }
+}
+
+void AFTransientLooper::spawnGrain() noexcept {
+    Grain& g = grains[static_cast<std::size_t>(nextGrain)];
+    nextGrain = (nextGrain + 1) % kGrains;
+    g.length = grainLength;
+    g.scale = 1024.0f / grainLength;
+    g.age = 0.0f;
+    g.on = true;
+    // Grains start anywhere in the half of the hold ahead of the head, and never read past the hold.
+    const double span = std::max(0.0, hold - static_cast<double>(grainLength * pitchRatio) - 2.0);
+    const double jitter = static_cast<double>(random()) / 16777216.0 * hold * 0.5;
+    g.start = span > 0.0 ? std::fmod(head + jitter, span) : 0.0;
+}
+
+void AFTransientLooper::runFreeze(float* left, float* right, int from, int count) noexcept {
+    const auto holdSamples = static_cast<int64_t>(hold);
+    const float crossfade = grainLength * 0.5f;
+    for (int j = from; j < count; ++j) {
+        const float inL = left[j];
+        const float inR = right[j];
+        record(inL, inR);
+        if (sinceHit < holdSamples) {
+            ++sinceHit;
+            continue;
+        }
+        const auto into = static_cast<float>(sinceHit - holdSamples);
+        const float mix = into < crossfade ? into / crossfade : 1.0f;
+        untilGrain -= 1.0f;
+        if (untilGrain <= 0.0f) {
+            spawnGrain();
+            untilGrain += grainLength / static_cast<float>(kGrains);
+        }
+        float yL = 0.0f;
+        float yR = 0.0f;
+        for (Grain& g : grains) {
+            if (!g.on) continue;
+            const float w = hann[static_cast<std::size_t>(g.age * g.scale)];
+            const double position = g.start + static_cast<double>(g.age * pitchRatio);
+            yL += w * readLeft(position);
+            yR += w * readRight(position);
+            g.age += 1.0f;
+            if (g.age >= g.length) g.on = false;
+        }
+        // Four Hann grains a quarter apart sum to two.
+        yL *= 0.5f;
+        yR *= 0.5f;
+        left[j] = inL + mix * (yL - inL);
+        right[j] = inR + mix * (yR - inR);
+        ++sinceHit;
+        head += drift;
+        if (head >= hold) head -= hold;
+        if (head < 0.0) head += hold;
+    }
+}
+
+void AFTransientLooper::tail(float inL, float inR, float& outL, float& outR) noexcept {
+    std::array<float, kLines> x{};
+    float sum = 0.0f;
+    for (std::size_t i = 0; i < kLines; ++i) {
+        const int32_t at = (lineWrite - lineLength[i]) & kLineMask;
+        x[i] = lines[i * kLineSize + static_cast<std::size_t>(at)];
+        sum += x[i];
+    }
+    outL = 0.6f * (x[0] - x[2] + x[4] - x[6]);
+    outR = 0.6f * (x[1] - x[3] + x[5] - x[7]);
+    // Householder feedback: each line gets itself minus a quarter of the sum, darkened and decayed.
+    const float reflected = sum * 0.25f;
+    for (std::size_t i = 0; i < kLines; ++i) {
+        lineLow[i] += 0.85f * (x[i] - reflected - lineLow[i]);
+        const float feed = (i & 1) != 0 ? inR : inL;
+        lines[i * kLineSize + static_cast<std::size_t>(lineWrite)] =
+            lineLow[i] * lineGain[i] + feed * ((i & 2) != 0 ? -0.5f : 0.5f);
+    }
+    lineWrite = (lineWrite + 1) & kLineMask;
+}
+
+void AFTransientLooper::runReverb(float* left, float* right, int from, int count) noexcept {
+    const double holdSamples = hold;
+    for (int j = from; j < count; ++j) {
+        const auto after = static_cast<double>(sinceHit) - holdSamples;
+        const auto burst = static_cast<float>(after < 0.0 ? 1.0 : std::max(0.0, 1.0 - after / kFade));
+        const float dL = left[j] * burst;
+        const float dR = right[j] * burst;
+        float sL = dL;
+        float sR = dR;
+        if (pitched || pitchMix > 0.0f) {
+            float pL = sL;
+            float pR = sR;
+            shifter.process(pL, pR);
+            pitchMix = std::clamp(pitchMix + (pitched ? 1.0f : -1.0f) / 64.0f, 0.0f, 1.0f);
+            sL += pitchMix * (pL - sL);
+            sR += pitchMix * (pR - sR);
+        }
+        float wL = 0.0f;
+        float wR = 0.0f;
+        tail(sL, sR, wL, wR);
+        left[j] = dL + wL;
+        right[j] = dR + wR;
+        ++sinceHit;
+    }
+}
+
+void AFTransientLooper::process(float* left, float* right, int count) noexcept {
+    if (count <= 0) return;
+    int from = 0;
+    if (state == State::Listening) {
+        if (options[0] == kActive) {
+            startHold(0);
+        } else {
+            // A hit: louder than the threshold and twice the level of the last fifty milliseconds. The first
+            // twenty only learn the level, so a slot switched on inside a note waits for the next hit.
+            const float rate = systemInfo->sampleRate;
+            const auto warmUp = static_cast<int64_t>(0.02f * rate);
+            for (; from < count; ++from) {
+                const float level = std::max(std::fabs(left[from]), std::fabs(right[from]));
+                const bool learning = sampleCount + from < warmUp;
+                const bool hit = !learning && level > threshold && level > 2.0f * slowLevel;
+                slowLevel += (learning ? 200.0f : 20.0f) / rate * (level - slowLevel);
+                if (hit) {
+                    startHold(from);
+                    break;
+                }
+            }
+            if (state == State::Listening) {
+                sampleCount += count;
+                return;
+            }
+        }
+    }
+    switch (options[2]) {
+    case kFreeze:
+        runFreeze(left, right, from, count);
+        break;
+    case kReverb:
+        runReverb(left, right, from, count);
+        break;
+    default:
+        runLooper(left, right, from, count);
+        break;
+    }
+    sampleCount += count;
+}
+
+void AFTransientLooper::formatParameter(int index, float value, char* text) {
+    const auto& tables = TimeValueTables::instance();
+    const float v = unitClamp(value);
+    switch (index) {
+    case 0:
+        std::snprintf(text, kEffectTextSize, "%2.1f dB", static_cast<double>(v) * 60.0 - 60.0);
+        break;
+    case 1:
+        if (options[1] == kSyncTriplet) {
+            std::snprintf(text, kEffectTextSize, "%s", tables.syncTripletTable.valueName(v));
+        } else if (options[1] == kFree) {
+            const double samples = (static_cast<double>(systemInfo->samplesPerBeat) - 88.0) * v + 88.0;
+            const double ms =
+                std::trunc(std::trunc(samples) / static_cast<double>(systemInfo->sampleRate) * 1000.0);
+            TimeValueTables::formatTime(text, kEffectTextSize, static_cast<float>(ms));
+        } else {
+            std::snprintf(text, kEffectTextSize, "%s", tables.syncTable.valueName(v));
+        }
+        break;
+    case 2:
+        if (options[2] == kFreeze) {
+            std::snprintf(text, kEffectTextSize, "%+3.0f %%", (static_cast<double>(v) - 0.5) * 200.0);
+        } else if (options[2] == kReverb) {
+            TimeValueTables::formatTime(text, kEffectTextSize,
+                                        static_cast<float>(tailSecondsFor(v) * 1000.0));
+        } else {
+            std::snprintf(text, kEffectTextSize, "%1.2fx", speedRatioFor(v));
+        }
+        break;
+    default:
+        std::snprintf(text, kEffectTextSize, "%+d st", semitonesFor(v));
+        break;
+    }
 }
