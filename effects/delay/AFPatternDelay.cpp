@@ -102,7 +102,7 @@ int AFPatternDelay::patternCount() noexcept {
 
 AFPatternDelay::AFPatternDelay(uint32_t type, AFSystemInfo* system, uint32_t flag)
     : AFEffect(type, 4, system, flag), ringLeft(std::make_unique_for_overwrite<float[]>(kMaxRing + kMirror)),
-      ringRight(std::make_unique_for_overwrite<float[]>(kMaxRing + kMirror)), amountRamp(system) {
+      ringRight(std::make_unique_for_overwrite<float[]>(kMaxRing + kMirror)) {
     setName("AFPatternDelay");
     defineParameter(0, "Delay Time", 0.3f);
     defineParameter(1, "Pattern", 0.27f);
@@ -196,8 +196,8 @@ void AFPatternDelay::getOptionList(int index, AFWordList& list) {
 }
 
 void AFPatternDelay::controlTick() noexcept {
-    amountRamp.setTarget(unitClamp(parameterValues[2]));
-    amountRamp.controlTick();
+    // "Amount" glides to its value over one control interval.
+    amountStep = (unitClamp(parameterValues[2]) - amount) * systemInfo->rampFactor;
     // A change waits for a running crossfade to end, so no tap set is dropped half-heard.
     if (fadeLeft > 0) return;
     const Key key = wantedKey();
@@ -228,8 +228,8 @@ int32_t AFPatternDelay::activate() noexcept {
     std::memset(ringLeft.get(), 0, sizeof(float) * (ringSize + kMirror));
     std::memset(ringRight.get(), 0, sizeof(float) * (ringSize + kMirror));
     writePosition = 0;
-    amountRamp.setTarget(unitClamp(parameterValues[2]));
-    amountRamp.jump();
+    amount = unitClamp(parameterValues[2]);
+    amountStep = 0.0f;
     builtKey = wantedKey();
     build(builtKey, taps[static_cast<std::size_t>(active)]);
     fadeLeft = 0;
@@ -242,12 +242,14 @@ void AFPatternDelay::addTaps(const TapSet& set, const float* ringL, const float*
         const auto tap = static_cast<std::size_t>(t);
         int32_t start = write - set.delay[tap];
         if (start < 0) start += ring;
-        const float* a = (set.cross[tap] ? ringR : ringL) + start;
-        const float* b = (set.cross[tap] ? ringL : ringR) + start;
+        const float* __restrict a = (set.cross[tap] ? ringR : ringL) + start;
+        const float* __restrict b = (set.cross[tap] ? ringL : ringR) + start;
+        float* __restrict l = outL;
+        float* __restrict r = outR;
         const float g = set.gain[tap];
         for (int i = 0; i < n; ++i) {
-            outL[i] += g * a[i];
-            outR[i] += g * b[i];
+            l[i] += g * a[i];
+            r[i] += g * b[i];
         }
     }
 }
@@ -263,26 +265,29 @@ void AFPatternDelay::runChunk(float* left, float* right, int n) noexcept {
     constexpr float kFadeStep = 1.0f / static_cast<float>(kFadeSamples);
 
     // The ring takes the input and one pass of the loop, hard-limited to full scale.
+    const float* loopL = now.loopCross ? ringR : ringL;
+    const float* loopR = now.loopCross ? ringL : ringR;
+    const float* wasL = before.loopCross ? ringR : ringL;
+    const float* wasR = before.loopCross ? ringL : ringR;
     for (int i = 0; i < n; ++i) {
         int32_t at = w + i - now.loop;
         if (at < 0) at += ring;
-        float loopL = now.feedback * (now.loopCross ? ringR[at] : ringL[at]);
-        float loopR = now.feedback * (now.loopCross ? ringL[at] : ringR[at]);
+        float fl = now.feedback * loopL[at];
+        float fr = now.feedback * loopR[at];
         if (fade > 0) {
             int32_t was = w + i - before.loop;
             if (was < 0) was += ring;
             const float old = static_cast<float>(fade - i) * kFadeStep;
-            loopL += old * (before.feedback * (before.loopCross ? ringR[was] : ringL[was]) - loopL);
-            loopR += old * (before.feedback * (before.loopCross ? ringL[was] : ringR[was]) - loopR);
+            fl += old * (before.feedback * wasL[was] - fl);
+            fr += old * (before.feedback * wasR[was] - fr);
         }
-        const float l = std::clamp(left[i] + loopL, -1.0f, 1.0f);
-        const float r = std::clamp(right[i] + loopR, -1.0f, 1.0f);
-        ringL[w + i] = l;
-        ringR[w + i] = r;
-        if (w + i < kMirror) {
-            ringL[w + i + ring] = l;
-            ringR[w + i + ring] = r;
-        }
+        ringL[w + i] = std::clamp(left[i] + fl, -1.0f, 1.0f);
+        ringR[w + i] = std::clamp(right[i] + fr, -1.0f, 1.0f);
+    }
+    if (w < kMirror) {
+        const int copied = std::min(n, kMirror - w);
+        std::memcpy(ringL + ring + w, ringL + w, sizeof(float) * static_cast<std::size_t>(copied));
+        std::memcpy(ringR + ring + w, ringR + w, sizeof(float) * static_cast<std::size_t>(copied));
     }
 
     alignas(32) float outL[kMirror] = {};
@@ -299,11 +304,14 @@ void AFPatternDelay::runChunk(float* left, float* right, int n) noexcept {
         }
         fadeLeft = fade - n;
     }
+    const float start = amount;
+    const float step = amountStep;
     for (int i = 0; i < n; ++i) {
-        const auto gain = static_cast<float>(amountRamp.advance());
+        const float gain = start + static_cast<float>(i + 1) * step;
         left[i] = outL[i] * gain;
         right[i] = outR[i] * gain;
     }
+    amount = start + static_cast<float>(n) * step;
     writePosition = w + n == ring ? 0 : w + n;
 }
 

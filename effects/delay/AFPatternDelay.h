@@ -2,7 +2,6 @@
 
 #include "effects/framework/AFBPMChangeInterface.h"
 #include "effects/framework/AFEffect.h"
-#include "effects/framework/ParamRamp.h"
 
 #include <array>
 #include <cstdint>
@@ -43,8 +42,8 @@ public:
     int32_t getLoopDelay() const noexcept { return taps[active].loop; }
     // Ring length for eight beats at the slowest tempo and the highest rate, plus the read margin.
     static const uint32_t kMaxRing;
-    // Most taps one setting can ask for: a pattern of eight steps repeated for the stereo count.
-    static constexpr int kMaxTaps = 24;
+    // Most taps one setting can ask for; a pattern repeated for the stereo count stays within it.
+    static constexpr int kMaxTaps = 12;
     // Number of patterns the "Pattern" knob walks.
     static int patternCount() noexcept;
 
@@ -87,5 +86,6 @@ private:
     Key builtKey;
     // Samples left in the crossfade from the other tap set to the active one.
     int fadeLeft = 0;
-    ParamRamp amountRamp;
+    float amount = 1.0f;
+    float amountStep = 0.0f;
 };

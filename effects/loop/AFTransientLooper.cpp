@@ -36,12 +36,11 @@ constexpr int32_t kReverb = 1;
 
 // Every edge the Reactor makes (engaging, loop and run ends, the end of the burst) fades over 44 samples.
 constexpr double kFade = 44.0;
+constexpr double kInverseFade = 1.0 / 44.0;
 constexpr float kFadeF = 44.0f;
 // The reverb's delay lines, in samples at 48 kHz; each ring holds the longest at the highest rate.
 constexpr std::array<int32_t, 8> kLineLengths = {1123, 1291, 1447, 1601, 1777, 1933, 2111, 2293};
-constexpr int32_t kLineSize = 16384;
-constexpr int32_t kLineMask = kLineSize - 1;
-static_assert(kLineLengths.back() * (AFSystemInfo::kMaxSampleRate / 48000.0f) < kLineSize);
+static_assert(kLineLengths.back() * (AFSystemInfo::kMaxSampleRate / 48000.0f) < 16384);
 
 float unitClamp(float v) noexcept {
     return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
@@ -90,29 +89,28 @@ void AFTransientLooper::PitchShifter::setRate(float sampleRate) noexcept {
 
 void AFTransientLooper::PitchShifter::process(float& left, float& right) noexcept {
     constexpr int kMask = kRing - 1;
-    ringL[static_cast<std::size_t>(write)] = left;
-    ringR[static_cast<std::size_t>(write)] = right;
+    float* ringLeft = ringL.get();
+    float* ringRight = ringR.get();
+    ringLeft[write] = left;
+    ringRight[write] = right;
     // Two taps half a window apart; the one about to wrap is silent under its triangle.
     float second = delay + window * 0.5f;
     if (second >= window) second -= window;
-    const float x = delay / window;
-    const float gainFirst = 1.0f - std::fabs(2.0f * x - 1.0f);
-    float outL = 0.0f;
-    float outR = 0.0f;
-    for (int tap = 0; tap < 2; ++tap) {
-        const float d = tap == 0 ? delay : second;
-        const float g = tap == 0 ? gainFirst : 1.0f - gainFirst;
-        const auto whole = static_cast<int>(d);
-        const float frac = d - static_cast<float>(whole);
-        const int a = (write - whole) & kMask;
-        const int b = (a - 1) & kMask;
-        outL += g * (ringL[static_cast<std::size_t>(a)] +
-                     frac * (ringL[static_cast<std::size_t>(b)] - ringL[static_cast<std::size_t>(a)]));
-        outR += g * (ringR[static_cast<std::size_t>(a)] +
-                     frac * (ringR[static_cast<std::size_t>(b)] - ringR[static_cast<std::size_t>(a)]));
-    }
-    left = outL;
-    right = outR;
+    const float gainFirst = 1.0f - std::fabs(2.0f * delay / window - 1.0f);
+    const auto wholeA = static_cast<int>(delay);
+    const auto wholeB = static_cast<int>(second);
+    const float fracA = delay - static_cast<float>(wholeA);
+    const float fracB = second - static_cast<float>(wholeB);
+    const int a0 = (write - wholeA) & kMask;
+    const int a1 = (a0 - 1) & kMask;
+    const int b0 = (write - wholeB) & kMask;
+    const int b1 = (b0 - 1) & kMask;
+    const float firstL = ringLeft[a0] + fracA * (ringLeft[a1] - ringLeft[a0]);
+    const float firstR = ringRight[a0] + fracA * (ringRight[a1] - ringRight[a0]);
+    const float secondL = ringLeft[b0] + fracB * (ringLeft[b1] - ringLeft[b0]);
+    const float secondR = ringRight[b0] + fracB * (ringRight[b1] - ringRight[b0]);
+    left = secondL + gainFirst * (firstL - secondL);
+    right = secondR + gainFirst * (firstR - secondR);
     write = (write + 1) & kMask;
     delay += step;
     if (delay >= window) delay -= window;
@@ -122,7 +120,7 @@ void AFTransientLooper::PitchShifter::process(float& left, float& right) noexcep
 AFTransientLooper::AFTransientLooper(uint32_t type, AFSystemInfo* system, uint32_t flag)
     : AFEffect(type, 4, system, flag), recordL(std::make_unique<float[]>(kMaxRecord)),
       recordR(std::make_unique<float[]>(kMaxRecord)),
-      lines(std::make_unique<float[]>(static_cast<std::size_t>(kLines) * kLineSize)) {
+      lines(std::make_unique<float[]>(static_cast<std::size_t>(kLines) * kLineStride)) {
     setName("AFTransientLooper");
     defineParameter(0, "Threshold", 0.5f);
     defineParameter(1, "HoldTime", 0.5f);
@@ -192,6 +190,10 @@ void AFTransientLooper::controlTick() noexcept {
             lineGain[i] = std::pow(10.0f, -3.0f * static_cast<float>(length) / (seconds * rate));
         }
         tailSeconds = seconds;
+        // The rings wrap at the smallest power of two above the longest line, so they stay in cache.
+        lineMask = 1;
+        while (lineMask <= lineLength.back())
+            lineMask = lineMask * 2 + 1;
     }
 }
 
@@ -215,7 +217,7 @@ int32_t AFTransientLooper::activate() noexcept {
     for (Grain& g : grains)
         g.on = false;
     seed = 1;
-    std::memset(lines.get(), 0, sizeof(float) * static_cast<std::size_t>(kLines) * kLineSize);
+    std::memset(lines.get(), 0, sizeof(float) * static_cast<std::size_t>(kLines) * kLineStride);
     lineLow = {};
     lineWrite = 0;
     tailSeconds = 0.0f;
@@ -261,20 +263,19 @@ void AFTransientLooper::record(float l, float r) noexcept {
     ++written;
 }
 
-float AFTransientLooper::readLeft(double position) const noexcept {
+void AFTransientLooper::read(double position, float& l, float& r) const noexcept {
     const auto i = static_cast<uint32_t>(position);
     const auto t = static_cast<float>(position - i);
-    const float a = i < written ? recordL[i] : 0.0f;
-    const float b = i + 1 < written ? recordL[i + 1] : 0.0f;
-    return a + t * (b - a);
-}
-
-float AFTransientLooper::readRight(double position) const noexcept {
-    const auto i = static_cast<uint32_t>(position);
-    const auto t = static_cast<float>(position - i);
-    const float a = i < written ? recordR[i] : 0.0f;
-    const float b = i + 1 < written ? recordR[i + 1] : 0.0f;
-    return a + t * (b - a);
+    if (i + 1 < written) {
+        l = recordL[i] + t * (recordL[i + 1] - recordL[i]);
+        r = recordR[i] + t * (recordR[i + 1] - recordR[i]);
+        return;
+    }
+    // Past what has been recorded the tape is silent.
+    const float al = i < written ? recordL[i] : 0.0f;
+    const float ar = i < written ? recordR[i] : 0.0f;
+    l = al - t * al;
+    r = ar - t * ar;
 }
 
 void AFTransientLooper::runLooper(float* left, float* right, int from, int count) noexcept {
@@ -290,9 +291,12 @@ void AFTransientLooper::runLooper(float* left, float* right, int from, int count
         const auto live = static_cast<float>(into < kFade ? 1.0 - into / kFade : 0.0);
         const double position = runPosition * runSpeed;
         const auto edge =
-            static_cast<float>(std::min({1.0, runPosition / kFade, (runEnd - runPosition) / kFade}));
-        float yL = readLeft(position) * edge;
-        float yR = readRight(position) * edge;
+            static_cast<float>(std::min(std::min(runPosition, runEnd - runPosition) * kInverseFade, 1.0));
+        float yL = 0.0f;
+        float yR = 0.0f;
+        read(position, yL, yR);
+        yL *= edge;
+        yR *= edge;
         if (pitched || pitchMix > 0.0f) {
             float sL = yL;
             float sR = yR;
@@ -333,12 +337,14 @@ void AFTransientLooper::spawnGrain() noexcept {
     // Grains start anywhere in the half of the hold ahead of the head, and never read past the hold.
     const double span = std::max(0.0, hold - static_cast<double>(grainLength * pitchRatio) - 2.0);
     const double jitter = static_cast<double>(random()) / 16777216.0 * hold * 0.5;
-    g.start = span > 0.0 ? std::fmod(head + jitter, span) : 0.0;
+    g.start = span > 0.0 ? static_cast<uint32_t>(std::fmod(head + jitter, span)) : 0u;
 }
 
 void AFTransientLooper::runFreeze(float* left, float* right, int from, int count) noexcept {
     const auto holdSamples = static_cast<int64_t>(hold);
     const float crossfade = grainLength * 0.5f;
+    const float* bufferL = recordL.get();
+    const float* bufferR = recordR.get();
     for (int j = from; j < count; ++j) {
         const float inL = left[j];
         const float inR = right[j];
@@ -354,20 +360,24 @@ void AFTransientLooper::runFreeze(float* left, float* right, int from, int count
             spawnGrain();
             untilGrain += grainLength / static_cast<float>(kGrains);
         }
+        // Two Hann grains half a grain apart sum to one. Every read lies inside the hold, which is recorded
+        // by the time the grains start.
         float yL = 0.0f;
         float yR = 0.0f;
         for (Grain& g : grains) {
-            if (!g.on) continue;
-            const float w = hann[static_cast<std::size_t>(g.age * g.scale)];
-            const double position = g.start + static_cast<double>(g.age * pitchRatio);
-            yL += w * readLeft(position);
-            yR += w * readRight(position);
+            const float w = g.on ? hann[static_cast<std::size_t>(g.age * g.scale)] : 0.0f;
+            const float offset = g.age * pitchRatio;
+            const auto whole = static_cast<uint32_t>(offset);
+            const float t = offset - static_cast<float>(whole);
+            const uint32_t i = g.start + whole;
+            yL += w * (bufferL[i] + t * (bufferL[i + 1] - bufferL[i]));
+            yR += w * (bufferR[i] + t * (bufferR[i + 1] - bufferR[i]));
             g.age += 1.0f;
-            if (g.age >= g.length) g.on = false;
+            if (g.age >= g.length) {
+                g.on = false;
+                g.age = 0.0f;
+            }
         }
-        // Four Hann grains a quarter apart sum to two.
-        yL *= 0.5f;
-        yR *= 0.5f;
         left[j] = inL + mix * (yL - inL);
         right[j] = inR + mix * (yR - inR);
         ++sinceHit;
@@ -381,8 +391,8 @@ void AFTransientLooper::tail(float inL, float inR, float& outL, float& outR) noe
     std::array<float, kLines> x{};
     float sum = 0.0f;
     for (std::size_t i = 0; i < kLines; ++i) {
-        const int32_t at = (lineWrite - lineLength[i]) & kLineMask;
-        x[i] = lines[i * kLineSize + static_cast<std::size_t>(at)];
+        const int32_t at = (lineWrite - lineLength[i]) & lineMask;
+        x[i] = lines[i * kLineStride + static_cast<std::size_t>(at)];
         sum += x[i];
     }
     outL = 0.6f * (x[0] - x[2] + x[4] - x[6]);
@@ -392,16 +402,23 @@ void AFTransientLooper::tail(float inL, float inR, float& outL, float& outR) noe
     for (std::size_t i = 0; i < kLines; ++i) {
         lineLow[i] += 0.85f * (x[i] - reflected - lineLow[i]);
         const float feed = (i & 1) != 0 ? inR : inL;
-        lines[i * kLineSize + static_cast<std::size_t>(lineWrite)] =
+        lines[i * kLineStride + static_cast<std::size_t>(lineWrite)] =
             lineLow[i] * lineGain[i] + feed * ((i & 2) != 0 ? -0.5f : 0.5f);
     }
-    lineWrite = (lineWrite + 1) & kLineMask;
+    lineWrite = (lineWrite + 1) & lineMask;
 }
 
 void AFTransientLooper::runReverb(float* left, float* right, int from, int count) noexcept {
     const double holdSamples = hold;
+    // After the burst has faded and left the pitch shifter, only the tail sounds.
+    const double quiet = holdSamples + kFade + PitchShifter::kRing;
     for (int j = from; j < count; ++j) {
         const auto after = static_cast<double>(sinceHit) - holdSamples;
+        if (static_cast<double>(sinceHit) >= quiet) {
+            tail(0.0f, 0.0f, left[j], right[j]);
+            ++sinceHit;
+            continue;
+        }
         const auto burst = static_cast<float>(after < 0.0 ? 1.0 : std::max(0.0, 1.0 - after / kFade));
         const float dL = left[j] * burst;
         const float dR = right[j] * burst;

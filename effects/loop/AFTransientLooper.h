@@ -49,6 +49,8 @@ public:
     // triangle so that the two always sum to one. Audio thread after construction.
     class PitchShifter {
     public:
+        // Longer than any window, so a sound has left the shifter this many samples after it went in.
+        static constexpr int kRing = 16384;
         // Any thread with the audio held off.
         PitchShifter();
         void clear() noexcept;
@@ -58,7 +60,6 @@ public:
         void process(float& left, float& right) noexcept;
 
     private:
-        static constexpr int kRing = 16384;
         std::unique_ptr<float[]> ringL;
         std::unique_ptr<float[]> ringR;
         int write = 0;
@@ -70,9 +71,12 @@ public:
 private:
     enum class State { Listening, Holding };
     static constexpr int kLines = 8;
-    static constexpr int kGrains = 4;
+    static constexpr int32_t kLineSize = 16384;
+    // Rings spaced off the power of two, so that the lines do not share cache sets.
+    static constexpr std::size_t kLineStride = kLineSize + 144;
+    static constexpr int kGrains = 2;
     struct Grain {
-        double start = 0.0;
+        uint32_t start = 0;
         float age = 0.0f;
         float length = 1.0f;
         float scale = 1.0f; // window rows per sample
@@ -82,8 +86,7 @@ private:
     double holdFor(float value) const noexcept;
     void startHold(int offset) noexcept;
     void record(float l, float r) noexcept;
-    float readLeft(double position) const noexcept;
-    float readRight(double position) const noexcept;
+    void read(double position, float& l, float& r) const noexcept;
     void runLooper(float* left, float* right, int from, int count) noexcept;
     void runFreeze(float* left, float* right, int from, int count) noexcept;
     void runReverb(float* left, float* right, int from, int count) noexcept;
@@ -135,4 +138,5 @@ private:
     std::array<float, kLines> lineLow{};
     int32_t lineWrite = 0;
     float tailSeconds = 0.0f;
+    int32_t lineMask = kLineSize - 1;
 };
