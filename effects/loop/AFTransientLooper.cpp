@@ -87,34 +87,54 @@ void AFTransientLooper::PitchShifter::setRate(float sampleRate) noexcept {
     window = std::min(std::round(sampleRate * 0.03f), static_cast<float>(kRing / 2));
 }
 
-void AFTransientLooper::PitchShifter::process(float& left, float& right) noexcept {
+void AFTransientLooper::PitchShifter::processBlock(float* left, float* right, int count, float& mix,
+                                                   bool on) noexcept {
     constexpr int kMask = kRing - 1;
     float* ringLeft = ringL.get();
     float* ringRight = ringR.get();
-    ringLeft[write] = left;
-    ringRight[write] = right;
-    // Two taps half a window apart; the one about to wrap is silent under its triangle.
-    float second = delay + window * 0.5f;
-    if (second >= window) second -= window;
-    const float gainFirst = 1.0f - std::fabs(2.0f * delay / window - 1.0f);
-    const auto wholeA = static_cast<int>(delay);
-    const auto wholeB = static_cast<int>(second);
-    const float fracA = delay - static_cast<float>(wholeA);
-    const float fracB = second - static_cast<float>(wholeB);
-    const int a0 = (write - wholeA) & kMask;
-    const int a1 = (a0 - 1) & kMask;
-    const int b0 = (write - wholeB) & kMask;
-    const int b1 = (b0 - 1) & kMask;
-    const float firstL = ringLeft[a0] + fracA * (ringLeft[a1] - ringLeft[a0]);
-    const float firstR = ringRight[a0] + fracA * (ringRight[a1] - ringRight[a0]);
-    const float secondL = ringLeft[b0] + fracB * (ringLeft[b1] - ringLeft[b0]);
-    const float secondR = ringRight[b0] + fracB * (ringRight[b1] - ringRight[b0]);
-    left = secondL + gainFirst * (firstL - secondL);
-    right = secondR + gainFirst * (firstR - secondR);
-    write = (write + 1) & kMask;
-    delay += step;
-    if (delay >= window) delay -= window;
-    if (delay < 0.0f) delay += window;
+    int at = write;
+    float d = delay;
+    const float w = window;
+    const float half = window * 0.5f;
+    const float inverse = 1.0f / window;
+    const float drift = step;
+    float m = mix;
+    const float mixStep = on ? 1.0f / 64.0f : -1.0f / 64.0f;
+    for (int i = 0; i < count; ++i) {
+        const float inL = left[i];
+        const float inR = right[i];
+        ringLeft[at] = inL;
+        ringRight[at] = inR;
+        // Two taps half a window apart; the one about to wrap is silent under its triangle.
+        float second = d + half;
+        if (second >= w) second -= w;
+        const float gainFirst = 1.0f - std::fabs(2.0f * d * inverse - 1.0f);
+        const auto wholeA = static_cast<int>(d);
+        const auto wholeB = static_cast<int>(second);
+        const float fracA = d - static_cast<float>(wholeA);
+        const float fracB = second - static_cast<float>(wholeB);
+        const int a0 = (at - wholeA) & kMask;
+        const int a1 = (a0 - 1) & kMask;
+        const int b0 = (at - wholeB) & kMask;
+        const int b1 = (b0 - 1) & kMask;
+        const float firstL = ringLeft[a0] + fracA * (ringLeft[a1] - ringLeft[a0]);
+        const float firstR = ringRight[a0] + fracA * (ringRight[a1] - ringRight[a0]);
+        const float secondL = ringLeft[b0] + fracB * (ringLeft[b1] - ringLeft[b0]);
+        const float secondR = ringRight[b0] + fracB * (ringRight[b1] - ringRight[b0]);
+        const float shiftedL = secondL + gainFirst * (firstL - secondL);
+        const float shiftedR = secondR + gainFirst * (firstR - secondR);
+        // Switching the shifter in or out crossfades over a control interval.
+        m = std::clamp(m + mixStep, 0.0f, 1.0f);
+        left[i] = inL + m * (shiftedL - inL);
+        right[i] = inR + m * (shiftedR - inR);
+        at = (at + 1) & kMask;
+        d += drift;
+        if (d >= w) d -= w;
+        if (d < 0.0f) d += w;
+    }
+    write = at;
+    delay = d;
+    mix = m;
 }
 
 AFTransientLooper::AFTransientLooper(uint32_t type, AFSystemInfo* system, uint32_t flag)
@@ -256,6 +276,14 @@ void AFTransientLooper::startHold(int offset) noexcept {
     }
 }
 
+void AFTransientLooper::recordBlock(const float* l, const float* r, int count) noexcept {
+    const uint32_t room = capacity > written ? capacity - written : 0;
+    const uint32_t n = std::min(static_cast<uint32_t>(std::max(count, 0)), room);
+    std::memcpy(recordL.get() + written, l, sizeof(float) * n);
+    std::memcpy(recordR.get() + written, r, sizeof(float) * n);
+    written += n;
+}
+
 void AFTransientLooper::record(float l, float r) noexcept {
     if (written >= capacity) return;
     recordL[written] = l;
@@ -263,7 +291,7 @@ void AFTransientLooper::record(float l, float r) noexcept {
     ++written;
 }
 
-void AFTransientLooper::read(double position, float& l, float& r) const noexcept {
+inline void AFTransientLooper::read(double position, float& l, float& r) const noexcept {
     const auto i = static_cast<uint32_t>(position);
     const auto t = static_cast<float>(position - i);
     if (i + 1 < written) {
@@ -279,51 +307,70 @@ void AFTransientLooper::read(double position, float& l, float& r) const noexcept
 }
 
 void AFTransientLooper::runLooper(float* left, float* right, int from, int count) noexcept {
+    recordBlock(left + from, right + from, count - from);
+    // The running state in locals: the stores to the output cannot then be taken to touch it.
+    int64_t since = sinceHit;
+    const int64_t start = wait;
+    double run = runPosition;
+    double clock = cycleClock;
+    double end = runEnd;
+    double speed = runSpeed;
+    double length = loopLength;
+    uint32_t loops = loopCount;
+    // Written for every sample of the call before they are read.
+    alignas(32) std::array<float, 64> liveL;
+    alignas(32) std::array<float, 64> liveR;
+    alignas(32) std::array<float, 64> liveGain;
     for (int j = from; j < count; ++j) {
-        const float inL = left[j];
-        const float inR = right[j];
-        record(inL, inR);
-        if (sinceHit < wait) {
-            ++sinceHit;
+        const auto k = static_cast<std::size_t>(j);
+        liveL[k] = left[j];
+        liveR[k] = right[j];
+        left[j] = 0.0f;
+        right[j] = 0.0f;
+        if (since < start) {
+            liveGain[k] = 1.0f;
+            ++since;
             continue;
         }
-        const auto into = static_cast<double>(sinceHit - wait);
-        const auto live = static_cast<float>(into < kFade ? 1.0 - into / kFade : 0.0);
-        const double position = runPosition * runSpeed;
-        const auto edge =
-            static_cast<float>(std::min(std::min(runPosition, runEnd - runPosition) * kInverseFade, 1.0));
+        const auto into = static_cast<double>(since - start);
+        liveGain[k] = static_cast<float>(into < kFade ? 1.0 - into * kInverseFade : 0.0);
+        const auto edge = static_cast<float>(std::min(std::min(run, end - run) * kInverseFade, 1.0));
         float yL = 0.0f;
         float yR = 0.0f;
-        read(position, yL, yR);
-        yL *= edge;
-        yR *= edge;
-        if (pitched || pitchMix > 0.0f) {
-            float sL = yL;
-            float sR = yR;
-            shifter.process(sL, sR);
-            pitchMix = std::clamp(pitchMix + (pitched ? 1.0f : -1.0f) / 64.0f, 0.0f, 1.0f);
-            yL += pitchMix * (sL - yL);
-            yR += pitchMix * (sR - yR);
-        }
-        left[j] = yL + inL * live;
-        right[j] = yR + inR * live;
-        ++sinceHit;
-        runPosition += 1.0;
-        cycleClock += 1.0;
-        if (cycleClock >= loopLength) {
+        read(run * speed, yL, yR);
+        left[j] = yL * edge;
+        right[j] = yR * edge;
+        ++since;
+        run += 1.0;
+        clock += 1.0;
+        if (clock >= length) {
             // A loop ends: a new length is taken here, and the next run starts from the top.
-            cycleClock -= loopLength;
-            ++loopCount;
-            loopLength = hold;
-            runPosition = cycleClock;
-            runSpeed = speedRatio;
-            runEnd = std::min(loopLength / runSpeed, loopLength);
-        } else if (runPosition >= runEnd) {
+            clock -= length;
+            ++loops;
+            length = hold;
+            run = clock;
+            speed = speedRatio;
+            end = std::min(length / speed, length);
+        } else if (run >= end) {
             // Faster than the tape: the hold starts again inside the loop.
-            runPosition -= runEnd;
-            runSpeed = speedRatio;
-            runEnd = std::min(loopLength / runSpeed, loopLength - cycleClock + runPosition);
+            run -= end;
+            speed = speedRatio;
+            end = std::min(length / speed, length - clock + run);
         }
+    }
+    sinceHit = since;
+    runPosition = run;
+    cycleClock = clock;
+    runEnd = end;
+    runSpeed = speed;
+    loopLength = length;
+    loopCount = loops;
+    if (pitched || pitchMix > 0.0f)
+        shifter.processBlock(left + from, right + from, count - from, pitchMix, pitched);
+    for (int j = from; j < count; ++j) {
+        const auto k = static_cast<std::size_t>(j);
+        left[j] += liveL[k] * liveGain[k];
+        right[j] += liveR[k] * liveGain[k];
     }
 }
 
@@ -424,14 +471,7 @@ void AFTransientLooper::runReverb(float* left, float* right, int from, int count
         const float dR = right[j] * burst;
         float sL = dL;
         float sR = dR;
-        if (pitched || pitchMix > 0.0f) {
-            float pL = sL;
-            float pR = sR;
-            shifter.process(pL, pR);
-            pitchMix = std::clamp(pitchMix + (pitched ? 1.0f : -1.0f) / 64.0f, 0.0f, 1.0f);
-            sL += pitchMix * (pL - sL);
-            sR += pitchMix * (pR - sR);
-        }
+        if (pitched || pitchMix > 0.0f) shifter.processBlock(&sL, &sR, 1, pitchMix, pitched);
         float wL = 0.0f;
         float wR = 0.0f;
         tail(sL, sR, wL, wR);

@@ -57,7 +57,9 @@ public:
         // Window of about 30 ms at the rate.
         void setRate(float sampleRate) noexcept;
         void setRatio(float ratio) noexcept { step = 1.0f - ratio; }
-        void process(float& left, float& right) noexcept;
+        // In place; `mix` moves a 64th per sample towards 1 while `on`, towards 0 otherwise, and blends the
+        // shifted sound over the input by it.
+        void processBlock(float* left, float* right, int count, float& mix, bool on) noexcept;
 
     private:
         std::unique_ptr<float[]> ringL;
@@ -86,7 +88,8 @@ private:
     double holdFor(float value) const noexcept;
     void startHold(int offset) noexcept;
     void record(float l, float r) noexcept;
-    void read(double position, float& l, float& r) const noexcept;
+    void recordBlock(const float* l, const float* r, int count) noexcept;
+    [[gnu::always_inline]] void read(double position, float& l, float& r) const noexcept;
     void runLooper(float* left, float* right, int from, int count) noexcept;
     void runFreeze(float* left, float* right, int from, int count) noexcept;
     void runReverb(float* left, float* right, int from, int count) noexcept;
