@@ -225,6 +225,8 @@ void AFPatternDelay::tempoChanged(int32_t) noexcept {
 }
 
 int32_t AFPatternDelay::activate() noexcept {
+    // The rate may have changed since the last tempo: the ring is sized afresh.
+    ringSize = ringFor(*systemInfo);
     std::memset(ringLeft.get(), 0, sizeof(float) * (ringSize + kMirror));
     std::memset(ringRight.get(), 0, sizeof(float) * (ringSize + kMirror));
     writePosition = 0;
