@@ -149,6 +149,39 @@ TEST_F(AFTransientLooperFixture, NoClicksAtEngagingLoopEndsOrTheBurstsEnd) {
     }
 }
 
+// Frequency of a steady tone from its rising zero crossings, each placed between samples by interpolation.
+double toneFrequency(const std::vector<float>& signal, std::size_t from, std::size_t to, double rate) {
+    double first = -1.0, last = -1.0;
+    int periods = -1;
+    for (std::size_t n = from + 1; n < to; ++n) {
+        if (signal[n - 1] < 0.0f && signal[n] >= 0.0f) {
+            const double at = static_cast<double>(n - 1) + signal[n - 1] / (signal[n - 1] - signal[n]);
+            if (first < 0.0) first = at;
+            last = at;
+            ++periods;
+        }
+    }
+    return periods * rate / (last - first);
+}
+
+TEST_F(AFTransientLooperFixture, GrainsAndTapeSpeedLandWithinACentOfTheInterval) {
+    // A held 440 Hz sine: the freeze's grains read a fifth up, the loop's tape at half speed an octave down.
+    struct Case {
+        int playback;
+        float speed, pitch;
+        double ratio;
+    };
+    for (const Case& c : {Case{0, 0.5f, 0.8f, std::exp2(7.0 / 12.0)}, Case{2, 0.0f, 0.5f, 0.5}}) {
+        auto fx = make({0.5f, 0.0f, c.speed, c.pitch}, {1, 0, c.playback, 0});
+        std::vector<float> left(120000), right(120000);
+        for (std::size_t n = 0; n < left.size(); ++n)
+            left[n] = right[n] = 0.5f * std::sin(6.283185307179586 * 440.0 * n / 48000.0);
+        drive(*fx, left, right, 0.0, false, [](int) {});
+        const double f = toneFrequency(left, 58000, 90000, 48000.0);
+        EXPECT_NEAR(1200.0 * std::log2(f / (440.0 * c.ratio)), 0.0, 1.0) << c.playback << " " << f;
+    }
+}
+
 TEST_F(AFTransientLooperFixture, DisplaysFollowTheOptions) {
     auto fx = make({0.5f, 0.5f, 0.5f, 0.5f}, {0, 0, 0, 0});
     char text[kEffectTextSize];

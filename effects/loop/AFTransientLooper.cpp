@@ -66,7 +66,7 @@ float thresholdFor(float v) noexcept {
 uint32_t maxRecord() {
     const double beat = static_cast<double>(
         static_cast<float>(AFSystemInfo::kMaxSampleRate / (AFSystemInfo::kMinTempo * 0.016666666666666666)));
-    return static_cast<uint32_t>(beat * 2.0) + 2;
+    return static_cast<uint32_t>(beat * 2.0) + 4;
 }
 
 } // namespace
@@ -219,7 +219,8 @@ void AFTransientLooper::controlTick() noexcept {
 
 void AFTransientLooper::tempoChanged(int32_t) noexcept {
     const double beats = static_cast<double>(systemInfo->samplesPerBeat) * 2.0;
-    capacity = static_cast<uint32_t>(std::clamp(beats, 256.0, static_cast<double>(kMaxRecord)));
+    // Two beats and the sample the interpolation reads past the end.
+    capacity = static_cast<uint32_t>(std::clamp(beats + 2.0, 256.0, static_cast<double>(kMaxRecord)));
     written = std::min(written, capacity);
     hold = holdFor(parameterValues[1]);
 }
