@@ -381,6 +381,7 @@ void AFTransientLooper::spawnGrain() noexcept {
     g.length = grainLength;
     g.scale = 1024.0f / grainLength;
     g.age = 0.0f;
+    g.ratio = pitchRatio;
     g.on = true;
     // Grains start anywhere in the half of the hold ahead of the head, and never read past the hold.
     const double span = std::max(0.0, hold - static_cast<double>(grainLength * pitchRatio) - 2.0);
@@ -414,7 +415,7 @@ void AFTransientLooper::runFreeze(float* left, float* right, int from, int count
         float yR = 0.0f;
         for (Grain& g : grains) {
             const float w = g.on ? hann[static_cast<std::size_t>(g.age * g.scale)] : 0.0f;
-            const float offset = g.age * pitchRatio;
+            const float offset = g.age * g.ratio;
             const auto whole = static_cast<uint32_t>(offset);
             const float t = offset - static_cast<float>(whole);
             const uint32_t i = g.start + whole;

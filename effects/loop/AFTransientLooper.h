@@ -82,6 +82,7 @@ private:
         float age = 0.0f;
         float length = 1.0f;
         float scale = 1.0f; // window rows per sample
+        float ratio = 1.0f; // kept from its start, so that it never reads past the hold
         bool on = false;
     };
 
