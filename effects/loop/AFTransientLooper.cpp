@@ -285,13 +285,6 @@ void AFTransientLooper::recordBlock(const float* l, const float* r, int count) n
     written += n;
 }
 
-void AFTransientLooper::record(float l, float r) noexcept {
-    if (written >= capacity) return;
-    recordL[written] = l;
-    recordR[written] = r;
-    ++written;
-}
-
 inline void AFTransientLooper::read(double position, float& l, float& r) const noexcept {
     const auto i = static_cast<uint32_t>(position);
     const auto t = static_cast<float>(position - i);
@@ -390,19 +383,20 @@ void AFTransientLooper::spawnGrain() noexcept {
 }
 
 void AFTransientLooper::runFreeze(float* left, float* right, int from, int count) noexcept {
+    recordBlock(left + from, right + from, count - from);
     const auto holdSamples = static_cast<int64_t>(hold);
     const float crossfade = grainLength * 0.5f;
     const float* bufferL = recordL.get();
     const float* bufferR = recordR.get();
+    int64_t since = sinceHit;
     for (int j = from; j < count; ++j) {
-        const float inL = left[j];
-        const float inR = right[j];
-        record(inL, inR);
-        if (sinceHit < holdSamples) {
-            ++sinceHit;
+        if (since < holdSamples) {
+            ++since;
             continue;
         }
-        const auto into = static_cast<float>(sinceHit - holdSamples);
+        const float inL = left[j];
+        const float inR = right[j];
+        const auto into = static_cast<float>(since - holdSamples);
         const float mix = into < crossfade ? into / crossfade : 1.0f;
         untilGrain -= 1.0f;
         if (untilGrain <= 0.0f) {
@@ -429,11 +423,12 @@ void AFTransientLooper::runFreeze(float* left, float* right, int from, int count
         }
         left[j] = inL + mix * (yL - inL);
         right[j] = inR + mix * (yR - inR);
-        ++sinceHit;
+        ++since;
         head += drift;
         if (head >= hold) head -= hold;
         if (head < 0.0) head += hold;
     }
+    sinceHit = since;
 }
 
 void AFTransientLooper::tail(float inL, float inR, float& outL, float& outR) noexcept {

@@ -88,7 +88,6 @@ private:
 
     double holdFor(float value) const noexcept;
     void startHold(int offset) noexcept;
-    void record(float l, float r) noexcept;
     void recordBlock(const float* l, const float* r, int count) noexcept;
     [[gnu::always_inline]] void read(double position, float& l, float& r) const noexcept;
     void runLooper(float* left, float* right, int from, int count) noexcept;
