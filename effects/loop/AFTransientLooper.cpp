@@ -431,51 +431,58 @@ void AFTransientLooper::runFreeze(float* left, float* right, int from, int count
     sinceHit = since;
 }
 
-void AFTransientLooper::tail(float inL, float inR, float& outL, float& outR) noexcept {
-    std::array<float, kLines> x{};
-    float sum = 0.0f;
-    for (std::size_t i = 0; i < kLines; ++i) {
-        const int32_t at = (lineWrite - lineLength[i]) & lineMask;
-        x[i] = lines[i * kLineStride + static_cast<std::size_t>(at)];
-        sum += x[i];
-    }
-    outL = 0.6f * (x[0] - x[2] + x[4] - x[6]);
-    outR = 0.6f * (x[1] - x[3] + x[5] - x[7]);
-    // Householder feedback: each line gets itself minus a quarter of the sum, darkened and decayed.
-    const float reflected = sum * 0.25f;
-    for (std::size_t i = 0; i < kLines; ++i) {
-        lineLow[i] += 0.85f * (x[i] - reflected - lineLow[i]);
-        const float feed = (i & 1) != 0 ? inR : inL;
-        lines[i * kLineStride + static_cast<std::size_t>(lineWrite)] =
-            lineLow[i] * lineGain[i] + feed * ((i & 2) != 0 ? -0.5f : 0.5f);
-    }
-    lineWrite = (lineWrite + 1) & lineMask;
-}
-
 void AFTransientLooper::runReverb(float* left, float* right, int from, int count) noexcept {
     const double holdSamples = hold;
     // After the burst has faded and left the pitch shifter, only the tail sounds.
     const double quiet = holdSamples + kFade + PitchShifter::kRing;
-    for (int j = from; j < count; ++j) {
-        const auto after = static_cast<double>(sinceHit) - holdSamples;
-        if (static_cast<double>(sinceHit) >= quiet) {
-            tail(0.0f, 0.0f, left[j], right[j]);
-            ++sinceHit;
-            continue;
-        }
-        const auto burst = static_cast<float>(after < 0.0 ? 1.0 : std::max(0.0, 1.0 - after / kFade));
-        const float dL = left[j] * burst;
-        const float dR = right[j] * burst;
-        float sL = dL;
-        float sR = dR;
-        if (pitched || pitchMix > 0.0f) shifter.processBlock(&sL, &sR, 1, pitchMix, pitched);
-        float wL = 0.0f;
-        float wR = 0.0f;
-        tail(sL, sR, wL, wR);
-        left[j] = dL + wL;
-        right[j] = dR + wR;
-        ++sinceHit;
+    const int n = count - from;
+    alignas(32) std::array<float, 64> sendL;
+    alignas(32) std::array<float, 64> sendR;
+    const bool bursting = static_cast<double>(sinceHit) < quiet;
+    for (int j = 0; j < n; ++j) {
+        const auto k = static_cast<std::size_t>(j);
+        const double after = static_cast<double>(sinceHit + j) - holdSamples;
+        const auto burst = static_cast<float>(after < 0.0 ? 1.0 : std::max(0.0, 1.0 - after * kInverseFade));
+        sendL[k] = left[from + j] * burst;
+        sendR[k] = right[from + j] * burst;
+        left[from + j] = sendL[k];
+        right[from + j] = sendR[k];
     }
+    if (bursting && (pitched || pitchMix > 0.0f))
+        shifter.processBlock(sendL.data(), sendR.data(), n, pitchMix, pitched);
+    sinceHit += n;
+
+    // The tail on local state: eight lines with Householder feedback, each line getting itself minus a
+    // quarter of the sum, darkened and decayed.
+    std::array<float, kLines> low = lineLow;
+    const std::array<float, kLines> gain = lineGain;
+    const std::array<int32_t, kLines> length = lineLength;
+    const int32_t mask = lineMask;
+    int32_t w = lineWrite;
+    float* ring = lines.get();
+    for (int j = 0; j < n; ++j) {
+        const auto k = static_cast<std::size_t>(j);
+        std::array<float, kLines> x;
+        float sum = 0.0f;
+        for (std::size_t i = 0; i < kLines; ++i) {
+            x[i] = ring[i * kLineStride + static_cast<std::size_t>((w - length[i]) & mask)];
+            sum += x[i];
+        }
+        left[from + j] += 0.6f * (x[0] - x[2] + x[4] - x[6]);
+        right[from + j] += 0.6f * (x[1] - x[3] + x[5] - x[7]);
+        const float reflected = sum * 0.25f;
+        const float inL = sendL[k] * 0.5f;
+        const float inR = sendR[k] * 0.5f;
+        for (std::size_t i = 0; i < kLines; ++i) {
+            low[i] += 0.85f * (x[i] - reflected - low[i]);
+            const float feed = (i & 1) != 0 ? inR : inL;
+            ring[i * kLineStride + static_cast<std::size_t>(w)] =
+                low[i] * gain[i] + ((i & 2) != 0 ? -feed : feed);
+        }
+        w = (w + 1) & mask;
+    }
+    lineLow = low;
+    lineWrite = w;
 }
 
 void AFTransientLooper::process(float* left, float* right, int count) noexcept {

@@ -93,7 +93,6 @@ private:
     void runLooper(float* left, float* right, int from, int count) noexcept;
     void runFreeze(float* left, float* right, int from, int count) noexcept;
     void runReverb(float* left, float* right, int from, int count) noexcept;
-    void tail(float inL, float inR, float& outL, float& outR) noexcept;
     void spawnGrain() noexcept;
     uint32_t random() noexcept;
 
