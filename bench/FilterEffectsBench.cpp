@@ -111,3 +111,25 @@ BENCHMARK(Tonalizer);
 BENCHMARK(Spectralizer);
 BENCHMARK(SpectralizerMoving);
 BENCHMARK(Vocodizer);
+
+namespace {
+
+constexpr int kFilterPattern = 25;
+
+// "Bristleman" locked to the host ("Synced", or "SyncedX" with the right side mirrored on its own filter),
+// "Smart" low- and high-pass, a fast wide sweep that keeps the coefficients gliding.
+void FilterPattern(benchmark::State& state) {
+    Rig rig(512);
+    rig.runSlot(0, kFilterPattern, false);
+    option(rig, 0, 10);
+    option(rig, 2, static_cast<int32_t>(state.range(0)));
+    option(rig, 3, 2);
+    knob(rig, 1, 0.7f);
+    knob(rig, 2, 0.8f);
+    knob(rig, 3, 0.6f);
+    runRig(state, rig);
+}
+
+} // namespace
+
+BENCHMARK(FilterPattern)->Arg(2)->Arg(3);

@@ -80,3 +80,14 @@ BENCHMARK_CAPTURE(EffectInSlotBusy, Slicearranger, "Slicearranger",
 // Sixteenth repeats walking across the field, each pitched by its place, swung.
 BENCHMARK_CAPTURE(EffectInSlotBusy, PanLooper, "Pan Looper",
                   Setting{{{0, 0.5f}, {1, 1.0f}, {2, 0.8f}, {3, 0.9f}}, {{3, 6}}});
+// The pattern with the most taps at a sixteenth step, each tap fading, every third echo crossing.
+BENCHMARK_CAPTURE(EffectInSlotBusy, PatternDelay, "Pattern Delay",
+                  Setting{{{0, 0.5f}, {1, 0.93f}, {2, 1.0f}, {3, 0.9f}}, {{1, 1}, {3, 2}}});
+// Taking the sound at once, each mode transposed a fifth up, the loop at a faster tape speed, the freeze
+// drifting.
+BENCHMARK_CAPTURE(EffectInSlotBusy, ReactorFreeze, "Reactor",
+                  Setting{{{1, 0.3f}, {2, 0.7f}, {3, 0.8f}}, {{0, 1}, {2, 0}}});
+BENCHMARK_CAPTURE(EffectInSlotBusy, ReactorReverb, "Reactor",
+                  Setting{{{1, 0.3f}, {2, 0.3f}, {3, 0.8f}}, {{0, 1}, {2, 1}}});
+BENCHMARK_CAPTURE(EffectInSlotBusy, ReactorLooper, "Reactor",
+                  Setting{{{1, 0.5f}, {2, 0.7f}, {3, 0.8f}}, {{0, 1}, {2, 2}}});

@@ -1,6 +1,14 @@
 #include "effects/delay/AFPatternDelay.h"
 
+#include "effects/framework/AFBpmListenerList.h"
+#include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/TimeValueTables.h"
+
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
+#include <cstring>
+#include <numeric>
 
 namespace {
 
@@ -13,7 +21,76 @@ constexpr AFParameterInfo kParameters[] = {
 constexpr AFWords kOptions[] = {kOption0, kOption1, AFWords{}, kOption3};
 constexpr AFSlotDefault kSlotDefaults[] = {{"Dry Wet", 0.25f}};
 
+constexpr int32_t kSyncDotted = 1;
+constexpr int32_t kFree = 2;
+constexpr int32_t kFadeOption = 1;
+
+// The longest echo, in beats: two bars of quarters, or eight steps of the longest straight note.
+constexpr double kMaxDelayBeats = 8.0;
+// Reads run up to one sub-block past the ring's end into a copy of its start.
+constexpr int32_t kMirror = 64;
+// Crossfade between two tap sets: one control tick.
+constexpr int kFadeSamples = 64;
+
+struct Pattern {
+    int length;
+    std::array<float, 8> level;
+};
+
+// From a plain echo to busy broken rhythms; levels below 1 are ghost taps.
+constexpr Pattern kPatterns[] = {
+    {1, {1}},
+    {2, {0.6f, 1}},
+    {2, {0, 1}},
+    {3, {0, 0, 1}},
+    {3, {1, 0, 0.6f}},
+    {4, {0, 1, 0, 0.5f}},
+    {4, {1, 0, 0, 1}},
+    {6, {1, 0.5f, 0, 1, 0.5f, 0}},
+    {8, {0, 0, 1, 0, 0, 1, 0, 1}},
+    {8, {1, 0, 0, 1, 0, 0, 1, 0}},
+    {8, {0, 1, 1, 0, 1, 0, 1, 0}},
+    {8, {1, 0.3f, 0.6f, 0.3f, 1, 0.3f, 0.6f, 0.3f}},
+    {8, {0, 0, 0, 1, 0, 0, 1, 1}},
+    {8, {1, 1, 0, 0, 1, 0, 1, 1}},
+    {8, {0.4f, 0.6f, 0.8f, 1, 0.4f, 0.6f, 0.8f, 1}},
+    {8, {1, 0, 1, 1, 0, 1, 1, 1}},
+};
+constexpr int kPatternCount = static_cast<int>(std::size(kPatterns));
+
+float unitClamp(float v) noexcept {
+    return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
+}
+
+int patternIndex(float v) noexcept {
+    return static_cast<int>(static_cast<float>(kPatternCount - 1) * unitClamp(v) + 0.5f);
+}
+
+// Echo gain per step: "Decay" 0 leaves little past the first echo, 1 rings on for many bars.
+float ratioFor(float decay) noexcept {
+    return 0.2f + 0.75f * unitClamp(decay);
+}
+
+uint32_t ringFor(const AFSystemInfo& system) noexcept {
+    const double samples = static_cast<double>(system.samplesPerBeat) * kMaxDelayBeats;
+    const double wanted =
+        std::clamp(samples, 1.0, static_cast<double>(AFPatternDelay::kMaxRing - kMirror - 1));
+    return static_cast<uint32_t>(wanted) + kMirror + 1;
+}
+
+uint32_t maxRing() {
+    const double beat = static_cast<double>(
+        static_cast<float>(AFSystemInfo::kMaxSampleRate / (AFSystemInfo::kMinTempo * 0.016666666666666666)));
+    return static_cast<uint32_t>(beat * kMaxDelayBeats) + kMirror + 2;
+}
+
 } // namespace
+
+const uint32_t AFPatternDelay::kMaxRing = maxRing();
+
+int AFPatternDelay::patternCount() noexcept {
+    return kPatternCount;
+}
 
 const AFEffectDescriptor AFPatternDelay::descriptor{.typeId = 20,
                                                     .displayName = "Pattern Delay",
@@ -25,7 +102,80 @@ const AFEffectDescriptor AFPatternDelay::descriptor{.typeId = 20,
                                                     .slotDefaults = kSlotDefaults};
 
 AFPatternDelay::AFPatternDelay(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(descriptor, type, system, flag) {}
+    : AFEffect(descriptor, type, system, flag), ringLeft(std::make_unique_for_overwrite<float[]>(kMaxRing + kMirror)),
+      ringRight(std::make_unique_for_overwrite<float[]>(kMaxRing + kMirror)) {
+    tempoChanged(0);
+    builtKey = wantedKey();
+    build(builtKey, taps[0]);
+    if (systemInfo->bpmListeners != nullptr) systemInfo->bpmListeners->add(this);
+}
+
+AFPatternDelay::~AFPatternDelay() {
+    if (systemInfo->bpmListeners != nullptr) systemInfo->bpmListeners->remove(this);
+}
+
+double AFPatternDelay::stepFor(float value) const noexcept {
+    const auto& tables = TimeValueTables::instance();
+    const float v = unitClamp(value);
+    switch (options[0]) {
+    case kSyncDotted:
+        return tables.syncDottedTable.intervalSamples(*systemInfo, v);
+    case kFree:
+        return (static_cast<double>(systemInfo->samplesPerBeat) - 88.0) * v + 88.0;
+    default:
+        return tables.syncTable.intervalSamplesExact(*systemInfo, v);
+    }
+}
+
+AFPatternDelay::Key AFPatternDelay::wantedKey() const noexcept {
+    Key key;
+    key.step = stepFor(parameterValues[0]);
+    key.pattern = patternIndex(parameterValues[1]);
+    key.decay = unitClamp(parameterValues[3]);
+    key.fade = options[1];
+    key.spread = options[3];
+    key.ring = ringSize;
+    return key;
+}
+
+// Echo s (from 1) of the pattern sits at trunc(s * step). The taps cover one loop of E steps, E the pattern's
+// length, or its least common multiple with the crossing count when that still fits, so that "every second"
+// and "every third" count echoes across passes; otherwise they count within each pass, and an odd loop under
+// "2nd" crosses its feedback so that the count still holds.
+void AFPatternDelay::build(const Key& key, TapSet& set) const noexcept {
+    const Pattern& pattern = kPatterns[key.pattern];
+    const int length = pattern.length;
+    const int every = key.spread + 1;
+    const double longest = static_cast<double>(key.ring - kMirror - 1);
+    const double stepLength = std::max(key.step, 1.0);
+    const int fitting = std::max(1, static_cast<int>(longest / stepLength));
+    int loopSteps = length;
+    if (every > 1 && length % every != 0) {
+        const int joint = std::lcm(length, every);
+        int taps = 0;
+        for (int k = 0; k < length; ++k)
+            taps += pattern.level[static_cast<std::size_t>(k)] > 0.0f ? joint / length : 0;
+        if (joint <= fitting && taps <= kMaxTaps) loopSteps = joint;
+    }
+    loopSteps = std::min(loopSteps, fitting);
+    const float ratio = ratioFor(key.decay);
+    const bool fade = key.fade == kFadeOption;
+    const bool counted = loopSteps % every == 0;
+    set.count = 0;
+    for (int s = 1; s <= loopSteps; ++s) {
+        const int k = (s - 1) % length;
+        const float level = pattern.level[static_cast<std::size_t>(k)];
+        if (level <= 0.0f) continue;
+        const int decaySteps = fade ? s - 1 : (s - 1) / length * length;
+        const auto n = static_cast<std::size_t>(set.count++);
+        set.delay[n] = std::max(1, static_cast<int32_t>(static_cast<double>(s) * key.step));
+        set.gain[n] = level * std::pow(ratio, static_cast<float>(decaySteps));
+        set.cross[n] = every > 1 && (counted ? s : k + 1) % every == 0;
+    }
+    set.loop = std::max(1, static_cast<int32_t>(static_cast<double>(loopSteps) * key.step));
+    set.feedback = std::pow(ratio, static_cast<float>(loopSteps));
+    set.loopCross = every == 2 && loopSteps % 2 == 1;
+}
 
 void AFPatternDelay::setOption(int index, int32_t value) {
     const auto words = optionWords(index);
@@ -37,6 +187,167 @@ int32_t AFPatternDelay::getOption(int index) {
     return optionWords(index).empty() ? 0 : options[static_cast<std::size_t>(index)];
 }
 
-void AFPatternDelay::formatParameter(int, float value, char* text) {
-    std::snprintf(text, kEffectTextSize, "%3.2f", static_cast<double>(value) * 100.0);
+void AFPatternDelay::controlTick() noexcept {
+    // "Amount" glides to its value over one control interval.
+    amountStep = (unitClamp(parameterValues[2]) - amount) * systemInfo->rampFactor;
+    // A change waits for a running crossfade to end, so no tap set is dropped half-heard.
+    if (fadeLeft > 0) return;
+    const Key key = wantedKey();
+    if (key == builtKey) return;
+    builtKey = key;
+    active = 1 - active;
+    build(key, taps[static_cast<std::size_t>(active)]);
+    fadeLeft = kFadeSamples;
+}
+
+void AFPatternDelay::tempoChanged(int32_t) noexcept {
+    const uint32_t next = ringFor(*systemInfo);
+    if (next > ringSize) {
+        std::memset(ringLeft.get() + ringSize, 0, sizeof(float) * (next - ringSize));
+        std::memset(ringRight.get() + ringSize, 0, sizeof(float) * (next - ringSize));
+    }
+    ringSize = next;
+    std::memcpy(ringLeft.get() + ringSize, ringLeft.get(), sizeof(float) * kMirror);
+    std::memcpy(ringRight.get() + ringSize, ringRight.get(), sizeof(float) * kMirror);
+    if (static_cast<uint32_t>(writePosition) >= ringSize) writePosition = 0;
+    // The old taps may reach past the new ring: the new ones take over at once.
+    builtKey = wantedKey();
+    build(builtKey, taps[static_cast<std::size_t>(active)]);
+    fadeLeft = 0;
+}
+
+int32_t AFPatternDelay::activate() noexcept {
+    // The rate may have changed since the last tempo: the ring is sized afresh.
+    ringSize = ringFor(*systemInfo);
+    std::memset(ringLeft.get(), 0, sizeof(float) * (ringSize + kMirror));
+    std::memset(ringRight.get(), 0, sizeof(float) * (ringSize + kMirror));
+    writePosition = 0;
+    amount = unitClamp(parameterValues[2]);
+    amountStep = 0.0f;
+    builtKey = wantedKey();
+    build(builtKey, taps[static_cast<std::size_t>(active)]);
+    fadeLeft = 0;
+    return 1;
+}
+
+void AFPatternDelay::addTaps(const TapSet& set, const float* ringL, const float* ringR, int32_t write,
+                             int32_t ring, float* outL, float* outR, int n) noexcept {
+    for (int t = 0; t < set.count; ++t) {
+        const auto tap = static_cast<std::size_t>(t);
+        int32_t start = write - set.delay[tap];
+        if (start < 0) start += ring;
+        const float* __restrict a = (set.cross[tap] ? ringR : ringL) + start;
+        const float* __restrict b = (set.cross[tap] ? ringL : ringR) + start;
+        float* __restrict l = outL;
+        float* __restrict r = outR;
+        const float g = set.gain[tap];
+        for (int i = 0; i < n; ++i) {
+            l[i] += g * a[i];
+            r[i] += g * b[i];
+        }
+    }
+}
+
+void AFPatternDelay::runChunk(float* left, float* right, int n) noexcept {
+    const TapSet& now = taps[static_cast<std::size_t>(active)];
+    const TapSet& before = taps[static_cast<std::size_t>(1 - active)];
+    float* ringL = ringLeft.get();
+    float* ringR = ringRight.get();
+    const auto ring = static_cast<int32_t>(ringSize);
+    const int32_t w = writePosition;
+    const int fade = fadeLeft;
+    constexpr float kFadeStep = 1.0f / static_cast<float>(kFadeSamples);
+
+    // The ring takes the input and one pass of the loop, hard-limited to full scale.
+    const float* loopL = now.loopCross ? ringR : ringL;
+    const float* loopR = now.loopCross ? ringL : ringR;
+    const float* wasL = before.loopCross ? ringR : ringL;
+    const float* wasR = before.loopCross ? ringL : ringR;
+    for (int i = 0; i < n; ++i) {
+        int32_t at = w + i - now.loop;
+        if (at < 0) at += ring;
+        float fl = now.feedback * loopL[at];
+        float fr = now.feedback * loopR[at];
+        if (fade > 0) {
+            int32_t was = w + i - before.loop;
+            if (was < 0) was += ring;
+            const float old = static_cast<float>(fade - i) * kFadeStep;
+            fl += old * (before.feedback * wasL[was] - fl);
+            fr += old * (before.feedback * wasR[was] - fr);
+        }
+        ringL[w + i] = std::clamp(left[i] + fl, -1.0f, 1.0f);
+        ringR[w + i] = std::clamp(right[i] + fr, -1.0f, 1.0f);
+    }
+    if (w < kMirror) {
+        const int copied = std::min(n, kMirror - w);
+        std::memcpy(ringL + ring + w, ringL + w, sizeof(float) * static_cast<std::size_t>(copied));
+        std::memcpy(ringR + ring + w, ringR + w, sizeof(float) * static_cast<std::size_t>(copied));
+    }
+
+    alignas(32) float outL[kMirror] = {};
+    alignas(32) float outR[kMirror] = {};
+    addTaps(now, ringL, ringR, w, ring, outL, outR, n);
+    if (fade > 0) {
+        alignas(32) float oldL[kMirror] = {};
+        alignas(32) float oldR[kMirror] = {};
+        addTaps(before, ringL, ringR, w, ring, oldL, oldR, n);
+        for (int i = 0; i < n; ++i) {
+            const float old = static_cast<float>(fade - i) * kFadeStep;
+            outL[i] += old * (oldL[i] - outL[i]);
+            outR[i] += old * (oldR[i] - outR[i]);
+        }
+        fadeLeft = fade - n;
+    }
+    const float start = amount;
+    const float step = amountStep;
+    for (int i = 0; i < n; ++i) {
+        const float gain = start + static_cast<float>(i + 1) * step;
+        left[i] = outL[i] * gain;
+        right[i] = outR[i] * gain;
+    }
+    amount = start + static_cast<float>(n) * step;
+    writePosition = w + n == ring ? 0 : w + n;
+}
+
+void AFPatternDelay::process(float* left, float* right, int count) noexcept {
+    int done = 0;
+    while (done < count) {
+        int n = std::min(count - done, static_cast<int>(ringSize) - writePosition);
+        n = std::min(n, kMirror);
+        if (fadeLeft > 0) n = std::min(n, fadeLeft);
+        runChunk(left + done, right + done, n);
+        done += n;
+    }
+}
+
+void AFPatternDelay::formatParameter(int index, float value, char* text) {
+    const auto& tables = TimeValueTables::instance();
+    switch (index) {
+    case 0:
+        if (options[0] == kSyncDotted) {
+            std::snprintf(text, kEffectTextSize, "%s", tables.syncDottedTable.valueName(unitClamp(value)));
+        } else if (options[0] == kFree) {
+            const double samples = std::trunc(stepFor(value));
+            const double ms = std::trunc(samples / static_cast<double>(systemInfo->sampleRate) * 1000.0);
+            TimeValueTables::formatTime(text, kEffectTextSize, static_cast<float>(ms));
+        } else {
+            std::snprintf(text, kEffectTextSize, "%s", tables.syncTable.valueName(unitClamp(value)));
+        }
+        break;
+    case 1: {
+        // The pattern's number and its rhythm: "x" a full tap, "o" a ghost tap, "." a rest.
+        const int number = patternIndex(value);
+        const Pattern& pattern = kPatterns[number];
+        char picture[9] = {};
+        for (int k = 0; k < pattern.length; ++k) {
+            const float level = pattern.level[static_cast<std::size_t>(k)];
+            picture[k] = level >= 0.75f ? 'x' : (level > 0.0f ? 'o' : '.');
+        }
+        std::snprintf(text, kEffectTextSize, "%d %s", number + 1, picture);
+        break;
+    }
+    default:
+        std::snprintf(text, kEffectTextSize, "%3.2f", static_cast<double>(value) * 100.0);
+        break;
+    }
 }

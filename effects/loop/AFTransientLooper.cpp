@@ -1,6 +1,13 @@
 #include "effects/loop/AFTransientLooper.h"
 
+#include "effects/framework/AFBpmListenerList.h"
+#include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/TimeValueTables.h"
+
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
+#include <cstring>
 
 namespace {
 
@@ -12,7 +19,114 @@ constexpr AFParameterInfo kParameters[] = {
     {"Threshold", 0.5f}, {"HoldTime", 0.5f}, {"Speed", 0.5f}, {"Pitch", 0.5f}};
 constexpr AFWords kOptions[] = {kOption0, kOption1, kOption2};
 
+constexpr int32_t kActive = 1;
+constexpr int32_t kSyncTriplet = 1;
+constexpr int32_t kFree = 2;
+constexpr int32_t kFreeze = 0;
+constexpr int32_t kReverb = 1;
+
+// Every edge the Reactor makes (engaging, loop and run ends, the end of the burst) fades over 44 samples.
+constexpr double kFade = 44.0;
+constexpr double kInverseFade = 1.0 / 44.0;
+constexpr float kFadeF = 44.0f;
+// The reverb's delay lines, in samples at 48 kHz; each ring holds the longest at the highest rate.
+constexpr std::array<int32_t, 8> kLineLengths = {1123, 1291, 1447, 1601, 1777, 1933, 2111, 2293};
+static_assert(kLineLengths.back() * (AFSystemInfo::kMaxSampleRate / 48000.0f) < 16384);
+
+float unitClamp(float v) noexcept {
+    return v > 0.0f ? (v < 1.0f ? v : 1.0f) : 0.0f;
+}
+
+int semitonesFor(float v) noexcept {
+    return static_cast<int>(std::lround((unitClamp(v) - 0.5f) * 24.0f));
+}
+
+double speedRatioFor(float v) noexcept {
+    return std::exp2((static_cast<double>(unitClamp(v)) - 0.5) * 2.0);
+}
+
+// The tail's decay to -60 dB: 16 s at 0, about 2.8 s in the middle, half a second at 1.
+double tailSecondsFor(float v) noexcept {
+    return 0.5 * std::exp2((1.0 - static_cast<double>(unitClamp(v))) * 5.0);
+}
+
+float thresholdFor(float v) noexcept {
+    return std::pow(10.0f, (unitClamp(v) * 60.0f - 60.0f) / 20.0f);
+}
+
+uint32_t maxRecord() {
+    const double beat = static_cast<double>(
+        static_cast<float>(AFSystemInfo::kMaxSampleRate / (AFSystemInfo::kMinTempo * 0.016666666666666666)));
+    return static_cast<uint32_t>(beat * 2.0) + 4;
+}
+
 } // namespace
+
+const uint32_t AFTransientLooper::kMaxRecord = maxRecord();
+
+AFTransientLooper::PitchShifter::PitchShifter()
+    : ringL(std::make_unique<float[]>(kRing)), ringR(std::make_unique<float[]>(kRing)) {}
+
+void AFTransientLooper::PitchShifter::clear() noexcept {
+    std::memset(ringL.get(), 0, sizeof(float) * kRing);
+    std::memset(ringR.get(), 0, sizeof(float) * kRing);
+    write = 0;
+    delay = 0.0f;
+}
+
+void AFTransientLooper::PitchShifter::setRate(float sampleRate) noexcept {
+    window = std::min(std::round(sampleRate * 0.03f), static_cast<float>(kRing / 2));
+}
+
+void AFTransientLooper::PitchShifter::processBlock(float* left, float* right, int count, float& mix,
+                                                   bool on) noexcept {
+    constexpr int kMask = kRing - 1;
+    float* ringLeft = ringL.get();
+    float* ringRight = ringR.get();
+    int at = write;
+    float d = delay;
+    const float w = window;
+    const float half = window * 0.5f;
+    const float inverse = 1.0f / window;
+    const float drift = step;
+    float m = mix;
+    const float mixStep = on ? 1.0f / 64.0f : -1.0f / 64.0f;
+    for (int i = 0; i < count; ++i) {
+        const float inL = left[i];
+        const float inR = right[i];
+        ringLeft[at] = inL;
+        ringRight[at] = inR;
+        // Two taps half a window apart; the one about to wrap is silent under its triangle.
+        float second = d + half;
+        if (second >= w) second -= w;
+        const float gainFirst = 1.0f - std::fabs(2.0f * d * inverse - 1.0f);
+        const auto wholeA = static_cast<int>(d);
+        const auto wholeB = static_cast<int>(second);
+        const float fracA = d - static_cast<float>(wholeA);
+        const float fracB = second - static_cast<float>(wholeB);
+        const int a0 = (at - wholeA) & kMask;
+        const int a1 = (a0 - 1) & kMask;
+        const int b0 = (at - wholeB) & kMask;
+        const int b1 = (b0 - 1) & kMask;
+        const float firstL = ringLeft[a0] + fracA * (ringLeft[a1] - ringLeft[a0]);
+        const float firstR = ringRight[a0] + fracA * (ringRight[a1] - ringRight[a0]);
+        const float secondL = ringLeft[b0] + fracB * (ringLeft[b1] - ringLeft[b0]);
+        const float secondR = ringRight[b0] + fracB * (ringRight[b1] - ringRight[b0]);
+        const float shiftedL = secondL + gainFirst * (firstL - secondL);
+        const float shiftedR = secondR + gainFirst * (firstR - secondR);
+        // Switching the shifter in or out crossfades over a control interval.
+        m = std::clamp(m + mixStep, 0.0f, 1.0f);
+        left[i] = inL + m * (shiftedL - inL);
+        right[i] = inR + m * (shiftedR - inR);
+        at = (at + 1) & kMask;
+        d += drift;
+        if (d >= w) d -= w;
+        if (d < 0.0f) d += w;
+    }
+    write = at;
+    delay = d;
+    mix = m;
+}
 
 const AFEffectDescriptor AFTransientLooper::descriptor{.typeId = 3,
                                                        .displayName = "Reactor",
@@ -23,7 +137,18 @@ const AFEffectDescriptor AFTransientLooper::descriptor{.typeId = 3,
                                                        .menuPosition = 15};
 
 AFTransientLooper::AFTransientLooper(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(descriptor, type, system, flag) {}
+    : AFEffect(descriptor, type, system, flag), recordL(std::make_unique<float[]>(kMaxRecord)),
+      recordR(std::make_unique<float[]>(kMaxRecord)),
+      lines(std::make_unique<float[]>(static_cast<std::size_t>(kLines) * kLineStride)) {
+    for (std::size_t i = 0; i < hann.size(); ++i)
+        hann[i] = 0.5f - 0.5f * std::cos(6.2831853f * static_cast<float>(i) / 1024.0f);
+    tempoChanged(0);
+    if (systemInfo->bpmListeners != nullptr) systemInfo->bpmListeners->add(this);
+}
+
+AFTransientLooper::~AFTransientLooper() {
+    if (systemInfo->bpmListeners != nullptr) systemInfo->bpmListeners->remove(this);
+}
 
 void AFTransientLooper::setOption(int index, int32_t value) {
     const auto words = optionWords(index);
@@ -35,6 +160,393 @@ int32_t AFTransientLooper::getOption(int index) {
     return optionWords(index).empty() ? 0 : options[static_cast<std::size_t>(index)];
 }
 
-void AFTransientLooper::formatParameter(int, float value, char* text) {
-    std::snprintf(text, kEffectTextSize, "%3.2f", static_cast<double>(value) * 100.0);
+double AFTransientLooper::holdFor(float value) const noexcept {
+    const auto& tables = TimeValueTables::instance();
+    const float v = unitClamp(value);
+    double samples = 0.0;
+    switch (options[1]) {
+    case kSyncTriplet:
+        samples = tables.syncTripletTable.intervalSamplesExact(*systemInfo, v);
+        break;
+    case kFree:
+        samples = (static_cast<double>(systemInfo->samplesPerBeat) - 88.0) * v + 88.0;
+        break;
+    default:
+        samples = tables.syncTable.intervalSamplesExact(*systemInfo, v);
+        break;
+    }
+    return std::clamp(samples, 88.0, static_cast<double>(capacity) - 1.0);
+}
+
+void AFTransientLooper::controlTick() noexcept {
+    threshold = thresholdFor(parameterValues[0]);
+    hold = holdFor(parameterValues[1]);
+    speedRatio = speedRatioFor(parameterValues[2]);
+    drift = (static_cast<double>(unitClamp(parameterValues[2])) - 0.5) * 2.0;
+    const float rate = systemInfo->sampleRate;
+    grainLength = std::max(64.0f, std::min(rate * 0.09f, static_cast<float>(hold) * 0.5f));
+    const int semitones = semitonesFor(parameterValues[3]);
+    pitched = semitones != 0;
+    pitchRatio = systemInfo->semitoneRatio(semitones);
+    shifter.setRatio(pitchRatio);
+    shifter.setRate(rate);
+    if (options[2] == kReverb) {
+        const float seconds = static_cast<float>(tailSecondsFor(parameterValues[2]));
+        const float scale = rate / 48000.0f;
+        for (std::size_t i = 0; i < kLines; ++i) {
+            const auto length = static_cast<int32_t>(static_cast<float>(kLineLengths[i]) * scale);
+            if (length == lineLength[i] && seconds == tailSeconds) continue;
+            lineLength[i] = length;
+            lineGain[i] = std::pow(10.0f, -3.0f * static_cast<float>(length) / (seconds * rate));
+        }
+        tailSeconds = seconds;
+        // The rings wrap at the smallest power of two above the longest line, so they stay in cache.
+        lineMask = 1;
+        while (lineMask <= lineLength.back())
+            lineMask = lineMask * 2 + 1;
+    }
+}
+
+void AFTransientLooper::tempoChanged(int32_t) noexcept {
+    const double beats = static_cast<double>(systemInfo->samplesPerBeat) * 2.0;
+    // Two beats and the sample the interpolation reads past the end.
+    capacity = static_cast<uint32_t>(std::clamp(beats + 2.0, 256.0, static_cast<double>(kMaxRecord)));
+    written = std::min(written, capacity);
+    hold = holdFor(parameterValues[1]);
+}
+
+int32_t AFTransientLooper::activate() noexcept {
+    tempoChanged(0);
+    state = State::Listening;
+    sampleCount = 0;
+    hitSample = -1;
+    sinceHit = 0;
+    wait = 0;
+    written = 0;
+    slowLevel = 0.0f;
+    loopCount = 0;
+    for (Grain& g : grains)
+        g.on = false;
+    seed = 1;
+    std::memset(lines.get(), 0, sizeof(float) * static_cast<std::size_t>(kLines) * kLineStride);
+    lineLow = {};
+    lineWrite = 0;
+    tailSeconds = 0.0f;
+    lineLength = {};
+    shifter.clear();
+    controlTick();
+    pitchMix = pitched ? 1.0f : 0.0f;
+    return 1;
+}
+
+uint32_t AFTransientLooper::random() noexcept {
+    seed = seed * 1664525u + 1013904223u;
+    return seed >> 8;
+}
+
+void AFTransientLooper::startHold(int offset) noexcept {
+    state = State::Holding;
+    hitSample = sampleCount + offset;
+    sinceHit = 0;
+    written = 0;
+    loopLength = hold;
+    cycleClock = 0.0;
+    runPosition = 0.0;
+    runSpeed = speedRatio;
+    runEnd = std::min(loopLength / runSpeed, loopLength);
+    wait = 0;
+    head = 0.0;
+    untilGrain = 0.0f;
+    if (options[2] != kFreeze && options[2] != kReverb && options[1] != kFree) {
+        // The loop waits for the next line of its own grid (at most a beat apart), so the hit lands on it.
+        const double perBeat = systemInfo->samplesPerBeat;
+        const double beat = static_cast<double>(systemInfo->ppqPosition) + offset / perBeat;
+        const double grid = std::min(loopLength / perBeat, 1.0);
+        const double line = std::ceil(beat / grid - 1e-9) * grid;
+        wait = std::max<int64_t>(0, std::llround((line - beat) * perBeat));
+    }
+}
+
+void AFTransientLooper::recordBlock(const float* l, const float* r, int count) noexcept {
+    const uint32_t room = capacity > written ? capacity - written : 0;
+    const uint32_t n = std::min(static_cast<uint32_t>(std::max(count, 0)), room);
+    std::memcpy(recordL.get() + written, l, sizeof(float) * n);
+    std::memcpy(recordR.get() + written, r, sizeof(float) * n);
+    written += n;
+}
+
+inline void AFTransientLooper::read(double position, float& l, float& r) const noexcept {
+    const auto i = static_cast<uint32_t>(position);
+    const auto t = static_cast<float>(position - i);
+    if (i + 1 < written) {
+        l = recordL[i] + t * (recordL[i + 1] - recordL[i]);
+        r = recordR[i] + t * (recordR[i + 1] - recordR[i]);
+        return;
+    }
+    // Past what has been recorded the tape is silent.
+    const float al = i < written ? recordL[i] : 0.0f;
+    const float ar = i < written ? recordR[i] : 0.0f;
+    l = al - t * al;
+    r = ar - t * ar;
+}
+
+void AFTransientLooper::runLooper(float* left, float* right, int from, int count) noexcept {
+    recordBlock(left + from, right + from, count - from);
+    // The running state in locals: the stores to the output cannot then be taken to touch it.
+    int64_t since = sinceHit;
+    const int64_t start = wait;
+    double run = runPosition;
+    double clock = cycleClock;
+    double end = runEnd;
+    double speed = runSpeed;
+    double length = loopLength;
+    uint32_t loops = loopCount;
+    // Written for every sample of the call before they are read.
+    alignas(32) std::array<float, 64> liveL;
+    alignas(32) std::array<float, 64> liveR;
+    alignas(32) std::array<float, 64> liveGain;
+    for (int j = from; j < count; ++j) {
+        const auto k = static_cast<std::size_t>(j);
+        liveL[k] = left[j];
+        liveR[k] = right[j];
+        left[j] = 0.0f;
+        right[j] = 0.0f;
+        if (since < start) {
+            liveGain[k] = 1.0f;
+            ++since;
+            continue;
+        }
+        const auto into = static_cast<double>(since - start);
+        liveGain[k] = static_cast<float>(into < kFade ? 1.0 - into * kInverseFade : 0.0);
+        const auto edge = static_cast<float>(std::min(std::min(run, end - run) * kInverseFade, 1.0));
+        float yL = 0.0f;
+        float yR = 0.0f;
+        read(run * speed, yL, yR);
+        left[j] = yL * edge;
+        right[j] = yR * edge;
+        ++since;
+        run += 1.0;
+        clock += 1.0;
+        if (clock >= length) {
+            // A loop ends: a new length is taken here, and the next run starts from the top.
+            clock -= length;
+            ++loops;
+            length = hold;
+            run = clock;
+            speed = speedRatio;
+            end = std::min(length / speed, length);
+        } else if (run >= end) {
+            // Faster than the tape: the hold starts again inside the loop.
+            run -= end;
+            speed = speedRatio;
+            end = std::min(length / speed, length - clock + run);
+        }
+    }
+    sinceHit = since;
+    runPosition = run;
+    cycleClock = clock;
+    runEnd = end;
+    runSpeed = speed;
+    loopLength = length;
+    loopCount = loops;
+    if (pitched || pitchMix > 0.0f)
+        shifter.processBlock(left + from, right + from, count - from, pitchMix, pitched);
+    for (int j = from; j < count; ++j) {
+        const auto k = static_cast<std::size_t>(j);
+        left[j] += liveL[k] * liveGain[k];
+        right[j] += liveR[k] * liveGain[k];
+    }
+}
+
+void AFTransientLooper::spawnGrain() noexcept {
+    Grain& g = grains[static_cast<std::size_t>(nextGrain)];
+    nextGrain = (nextGrain + 1) % kGrains;
+    g.length = grainLength;
+    g.scale = 1024.0f / grainLength;
+    g.age = 0.0f;
+    g.ratio = pitchRatio;
+    g.on = true;
+    // Grains start anywhere in the half of the hold ahead of the head, and never read past the hold.
+    const double span = std::max(0.0, hold - static_cast<double>(grainLength * pitchRatio) - 2.0);
+    const double jitter = static_cast<double>(random()) / 16777216.0 * hold * 0.5;
+    g.start = span > 0.0 ? static_cast<uint32_t>(std::fmod(head + jitter, span)) : 0u;
+}
+
+void AFTransientLooper::runFreeze(float* left, float* right, int from, int count) noexcept {
+    recordBlock(left + from, right + from, count - from);
+    const auto holdSamples = static_cast<int64_t>(hold);
+    const float crossfade = grainLength * 0.5f;
+    const float* bufferL = recordL.get();
+    const float* bufferR = recordR.get();
+    int64_t since = sinceHit;
+    for (int j = from; j < count; ++j) {
+        if (since < holdSamples) {
+            ++since;
+            continue;
+        }
+        const float inL = left[j];
+        const float inR = right[j];
+        const auto into = static_cast<float>(since - holdSamples);
+        const float mix = into < crossfade ? into / crossfade : 1.0f;
+        untilGrain -= 1.0f;
+        if (untilGrain <= 0.0f) {
+            spawnGrain();
+            untilGrain += grainLength / static_cast<float>(kGrains);
+        }
+        // Two Hann grains half a grain apart sum to one. Every read lies inside the hold, which is recorded
+        // by the time the grains start.
+        float yL = 0.0f;
+        float yR = 0.0f;
+        for (Grain& g : grains) {
+            const float w = g.on ? hann[static_cast<std::size_t>(g.age * g.scale)] : 0.0f;
+            const float offset = g.age * g.ratio;
+            const auto whole = static_cast<uint32_t>(offset);
+            const float t = offset - static_cast<float>(whole);
+            const uint32_t i = g.start + whole;
+            yL += w * (bufferL[i] + t * (bufferL[i + 1] - bufferL[i]));
+            yR += w * (bufferR[i] + t * (bufferR[i + 1] - bufferR[i]));
+            g.age += 1.0f;
+            if (g.age >= g.length) {
+                g.on = false;
+                g.age = 0.0f;
+            }
+        }
+        left[j] = inL + mix * (yL - inL);
+        right[j] = inR + mix * (yR - inR);
+        ++since;
+        head += drift;
+        if (head >= hold) head -= hold;
+        if (head < 0.0) head += hold;
+    }
+    sinceHit = since;
+}
+
+void AFTransientLooper::runReverb(float* left, float* right, int from, int count) noexcept {
+    const double holdSamples = hold;
+    // After the burst has faded and left the pitch shifter, only the tail sounds.
+    const double quiet = holdSamples + kFade + PitchShifter::kRing;
+    const int n = count - from;
+    alignas(32) std::array<float, 64> sendL;
+    alignas(32) std::array<float, 64> sendR;
+    const bool bursting = static_cast<double>(sinceHit) < quiet;
+    for (int j = 0; j < n; ++j) {
+        const auto k = static_cast<std::size_t>(j);
+        const double after = static_cast<double>(sinceHit + j) - holdSamples;
+        const auto burst = static_cast<float>(after < 0.0 ? 1.0 : std::max(0.0, 1.0 - after * kInverseFade));
+        sendL[k] = left[from + j] * burst;
+        sendR[k] = right[from + j] * burst;
+        left[from + j] = sendL[k];
+        right[from + j] = sendR[k];
+    }
+    if (bursting && (pitched || pitchMix > 0.0f))
+        shifter.processBlock(sendL.data(), sendR.data(), n, pitchMix, pitched);
+    sinceHit += n;
+
+    // The tail on local state: eight lines with Householder feedback, each line getting itself minus a
+    // quarter of the sum, darkened and decayed.
+    std::array<float, kLines> low = lineLow;
+    const std::array<float, kLines> gain = lineGain;
+    const std::array<int32_t, kLines> length = lineLength;
+    const int32_t mask = lineMask;
+    int32_t w = lineWrite;
+    float* ring = lines.get();
+    for (int j = 0; j < n; ++j) {
+        const auto k = static_cast<std::size_t>(j);
+        std::array<float, kLines> x;
+        float sum = 0.0f;
+        for (std::size_t i = 0; i < kLines; ++i) {
+            x[i] = ring[i * kLineStride + static_cast<std::size_t>((w - length[i]) & mask)];
+            sum += x[i];
+        }
+        left[from + j] += 0.6f * (x[0] - x[2] + x[4] - x[6]);
+        right[from + j] += 0.6f * (x[1] - x[3] + x[5] - x[7]);
+        const float reflected = sum * 0.25f;
+        const float inL = sendL[k] * 0.5f;
+        const float inR = sendR[k] * 0.5f;
+        for (std::size_t i = 0; i < kLines; ++i) {
+            low[i] += 0.85f * (x[i] - reflected - low[i]);
+            const float feed = (i & 1) != 0 ? inR : inL;
+            ring[i * kLineStride + static_cast<std::size_t>(w)] =
+                low[i] * gain[i] + ((i & 2) != 0 ? -feed : feed);
+        }
+        w = (w + 1) & mask;
+    }
+    lineLow = low;
+    lineWrite = w;
+}
+
+void AFTransientLooper::process(float* left, float* right, int count) noexcept {
+    if (count <= 0) return;
+    int from = 0;
+    if (state == State::Listening) {
+        if (options[0] == kActive) {
+            startHold(0);
+        } else {
+            // A hit: louder than the threshold and twice the level of the last fifty milliseconds. The first
+            // twenty only learn the level, so a slot switched on inside a note waits for the next hit.
+            const float rate = systemInfo->sampleRate;
+            const auto warmUp = static_cast<int64_t>(0.02f * rate);
+            for (; from < count; ++from) {
+                const float level = std::max(std::fabs(left[from]), std::fabs(right[from]));
+                const bool learning = sampleCount + from < warmUp;
+                const bool hit = !learning && level > threshold && level > 2.0f * slowLevel;
+                slowLevel += (learning ? 200.0f : 20.0f) / rate * (level - slowLevel);
+                if (hit) {
+                    startHold(from);
+                    break;
+                }
+            }
+            if (state == State::Listening) {
+                sampleCount += count;
+                return;
+            }
+        }
+    }
+    switch (options[2]) {
+    case kFreeze:
+        runFreeze(left, right, from, count);
+        break;
+    case kReverb:
+        runReverb(left, right, from, count);
+        break;
+    default:
+        runLooper(left, right, from, count);
+        break;
+    }
+    sampleCount += count;
+}
+
+void AFTransientLooper::formatParameter(int index, float value, char* text) {
+    const auto& tables = TimeValueTables::instance();
+    const float v = unitClamp(value);
+    switch (index) {
+    case 0:
+        std::snprintf(text, kEffectTextSize, "%2.1f dB", static_cast<double>(v) * 60.0 - 60.0);
+        break;
+    case 1:
+        if (options[1] == kSyncTriplet) {
+            std::snprintf(text, kEffectTextSize, "%s", tables.syncTripletTable.valueName(v));
+        } else if (options[1] == kFree) {
+            const double samples = (static_cast<double>(systemInfo->samplesPerBeat) - 88.0) * v + 88.0;
+            const double ms =
+                std::trunc(std::trunc(samples) / static_cast<double>(systemInfo->sampleRate) * 1000.0);
+            TimeValueTables::formatTime(text, kEffectTextSize, static_cast<float>(ms));
+        } else {
+            std::snprintf(text, kEffectTextSize, "%s", tables.syncTable.valueName(v));
+        }
+        break;
+    case 2:
+        if (options[2] == kFreeze) {
+            std::snprintf(text, kEffectTextSize, "%+3.0f %%", (static_cast<double>(v) - 0.5) * 200.0);
+        } else if (options[2] == kReverb) {
+            TimeValueTables::formatTime(text, kEffectTextSize,
+                                        static_cast<float>(tailSecondsFor(v) * 1000.0));
+        } else {
+            std::snprintf(text, kEffectTextSize, "%1.2fx", speedRatioFor(v));
+        }
+        break;
+    default:
+        std::snprintf(text, kEffectTextSize, "%+d st", semitonesFor(v));
+        break;
+    }
 }
