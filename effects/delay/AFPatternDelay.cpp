@@ -102,7 +102,8 @@ const AFEffectDescriptor AFPatternDelay::descriptor{.typeId = 20,
                                                     .slotDefaults = kSlotDefaults};
 
 AFPatternDelay::AFPatternDelay(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(descriptor, type, system, flag), ringLeft(std::make_unique_for_overwrite<float[]>(kMaxRing + kMirror)),
+    : AFEffect(descriptor, type, system, flag),
+      ringLeft(std::make_unique_for_overwrite<float[]>(kMaxRing + kMirror)),
       ringRight(std::make_unique_for_overwrite<float[]>(kMaxRing + kMirror)) {
     tempoChanged(0);
     builtKey = wantedKey();

@@ -111,7 +111,8 @@ const AFEffectDescriptor AFReverbHQ::descriptor{.typeId = 13,
                                                 .slotDefaults = kSlotDefaults};
 
 AFReverbHQ::AFReverbHQ(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(descriptor, type, system, flag), lineStore(static_cast<std::size_t>(kLines) * kLineStride, 0.0f),
+    : AFEffect(descriptor, type, system, flag),
+      lineStore(static_cast<std::size_t>(kLines) * kLineStride, 0.0f),
       diffuserStore(static_cast<std::size_t>(2 * kDiffusers) * kDiffuserSize, 0.0f), colourFilter(system) {
 
     for (int ch = 0; ch < 2; ++ch)
