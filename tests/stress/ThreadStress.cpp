@@ -4,6 +4,7 @@
 // AddressSanitizer; any report fails the run. Usage: orvanto-thread-stress [SECONDS] (default 3).
 #include "effects/framework/AFEffect.h"
 #include "effects/framework/EffectFactory.h"
+#include "engine/AFAudioGate.h"
 #include "engine/AFMidiBindings.h"
 #include "engine/AFUniClient.h"
 #include "tools/RenderHost.h"
@@ -112,9 +113,13 @@ int main(int argc, char** argv) {
             client.setSlotEffect(
                 slot, EffectFactory::menuTypeId(static_cast<int>(random() % EffectFactory::kMenuCount)));
             client.setSlotOption(slot, static_cast<int>(random() % 4), static_cast<int>(random() % 3));
-            if (AFEffect* effect = client.slotEffect(slot)) {
-                char text[kEffectTextSize];
-                effect->formatParameter(0, 0.5f, text);
+            {
+                // Reading the slot's effect off the audio thread takes the writers' turn, as drawing does.
+                const AFAudioGate::Reader turn(client.getAudioGate());
+                if (AFEffect* effect = client.slotEffect(slot)) {
+                    char text[kEffectTextSize];
+                    effect->formatParameter(0, 0.5f, text);
+                }
             }
             bindings.addControllerBinding(static_cast<int>(random() % 128),
                                           static_cast<int32_t>(random() % 252));
