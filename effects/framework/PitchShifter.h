@@ -257,14 +257,14 @@ void PitchShifter::runTap(const Source* sources, double position, const float* g
                 x3 = src.four(base + k3);
             }
             // Rows to columns by shuffles, so nothing goes through memory.
-            const Lanes t0 = __builtin_shuffle(x0, x1, Ints{0, 4, 1, 5});
-            const Lanes t1 = __builtin_shuffle(x2, x3, Ints{0, 4, 1, 5});
-            const Lanes t2 = __builtin_shuffle(x0, x1, Ints{2, 6, 3, 7});
-            const Lanes t3 = __builtin_shuffle(x2, x3, Ints{2, 6, 3, 7});
-            const Lanes c0 = __builtin_shuffle(t0, t1, Ints{0, 1, 4, 5});
-            const Lanes c1 = __builtin_shuffle(t0, t1, Ints{2, 3, 6, 7});
-            const Lanes c2 = __builtin_shuffle(t2, t3, Ints{0, 1, 4, 5});
-            const Lanes c3 = __builtin_shuffle(t2, t3, Ints{2, 3, 6, 7});
+            const Lanes t0 = __builtin_shufflevector(x0, x1, 0, 4, 1, 5);
+            const Lanes t1 = __builtin_shufflevector(x2, x3, 0, 4, 1, 5);
+            const Lanes t2 = __builtin_shufflevector(x0, x1, 2, 6, 3, 7);
+            const Lanes t3 = __builtin_shufflevector(x2, x3, 2, 6, 3, 7);
+            const Lanes c0 = __builtin_shufflevector(t0, t1, 0, 1, 4, 5);
+            const Lanes c1 = __builtin_shufflevector(t0, t1, 2, 3, 6, 7);
+            const Lanes c2 = __builtin_shufflevector(t2, t3, 0, 1, 4, 5);
+            const Lanes c3 = __builtin_shufflevector(t2, t3, 2, 3, 6, 7);
             Lanes v = w0 * c0 + w1 * c1 + w2 * c2 + w3 * c3;
             float* o = out[ch] + j;
             if constexpr (Add) {
