@@ -1,8 +1,8 @@
 #include "DelaySlotDriver.h"
 
 #include "effects/delay/AFPatternDelay.h"
-#include "effects/framework/AFBpmListenerList.h"
-#include "effects/framework/AFSystemInfo.h"
+
+#include "EffectTimingFixture.h"
 
 #include <gtest/gtest.h>
 
@@ -12,33 +12,7 @@
 
 namespace {
 
-const std::vector<double> kSyncBeats = {2, 1, 0.5, 0.25, 0.125, 0.0625, 0.03125};
-
-struct AFPatternDelayFixture : ::testing::Test {
-    AFBpmListenerList listeners;
-    AFSystemInfo system{64.0f, &listeners};
-
-    void SetUp() override {
-        system.setControlInterval(64);
-        setTiming(48000.0f, 120.0);
-    }
-
-    void setTiming(float rate, double bpm) {
-        system.setSampleRate(rate);
-        system.setTempo(bpm);
-        listeners.notifyAll();
-    }
-
-    std::unique_ptr<AFPatternDelay> make(std::array<float, 4> values, std::array<int32_t, 4> options) {
-        auto fx = std::make_unique<AFPatternDelay>(20, &system, 0);
-        for (int i = 0; i < 4; ++i) {
-            fx->setOption(i, options[static_cast<std::size_t>(i)]);
-            fx->setParameter(i, values[static_cast<std::size_t>(i)]);
-        }
-        fx->activate();
-        return fx;
-    }
-
+struct AFPatternDelayFixture : EffectTimingFixture<AFPatternDelay, 20> {
     // Impulse response of one side, an impulse on the left only.
     static void impulse(AFPatternDelay& fx, std::array<float, 4> values, std::vector<float>& left,
                         std::vector<float>& right) {

@@ -52,7 +52,9 @@ TEST(AFPitchDelayT, EachEchoStacksTheInterval) {
                 const auto tone = pitchmeasure::measure(out.left, echo * beat + 4000, rate);
                 EXPECT_NEAR(pitchmeasure::cents(tone.hz, want), 0.0, 1.0 * echo) << word << " " << interval;
                 // The shifter adds next to nothing; only the resonant comb colours the tone.
-                if (word != 10) EXPECT_GT(tone.spuriousDb, 60.0) << word << " " << interval << " " << echo;
+                if (word != 10) {
+                    EXPECT_GT(tone.spuriousDb, 60.0) << word << " " << interval << " " << echo;
+                }
             }
         }
     }

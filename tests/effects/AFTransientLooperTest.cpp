@@ -1,6 +1,6 @@
 #include "effects/loop/AFTransientLooper.h"
-#include "effects/framework/AFBpmListenerList.h"
-#include "effects/framework/AFSystemInfo.h"
+
+#include "EffectTimingFixture.h"
 
 #include <gtest/gtest.h>
 
@@ -10,33 +10,7 @@
 
 namespace {
 
-const std::vector<double> kSyncBeats = {2, 1, 0.5, 0.25, 0.125, 0.0625, 0.03125};
-
-struct AFTransientLooperFixture : ::testing::Test {
-    AFBpmListenerList listeners;
-    AFSystemInfo system{64.0f, &listeners};
-
-    void SetUp() override {
-        system.setControlInterval(64);
-        setTiming(48000.0f, 120.0);
-    }
-
-    void setTiming(float rate, double bpm) {
-        system.setSampleRate(rate);
-        system.setTempo(bpm);
-        listeners.notifyAll();
-    }
-
-    std::unique_ptr<AFTransientLooper> make(std::array<float, 4> values, std::array<int32_t, 4> options) {
-        auto fx = std::make_unique<AFTransientLooper>(3, &system, 0);
-        for (int i = 0; i < 4; ++i) {
-            fx->setOption(i, options[static_cast<std::size_t>(i)]);
-            fx->setParameter(i, values[static_cast<std::size_t>(i)]);
-        }
-        fx->activate();
-        return fx;
-    }
-
+struct AFTransientLooperFixture : EffectTimingFixture<AFTransientLooper, 3> {
     // As a slot: a tick every 64 samples, pieces of 1 to 64 samples, the host position kept up. Calls
     // `each(n)` after sample n when `single` asks for one sample per call.
     template <class Each>
