@@ -1,4 +1,4 @@
-#include "ClickCheck.h"
+#include "LoopTestSupport.h"
 #include "SlotDriver.h"
 
 #include "effects/loop/AFPanLooper.h"
@@ -9,20 +9,6 @@
 #include <string>
 
 namespace {
-
-struct Setup {
-    float rate;
-    double bpm;
-};
-constexpr Setup kSetups[] = {{44100.0f, 120.0}, {48000.0f, 97.0}, {96000.0f, 133.0}, {22050.0f, 45.0}};
-
-// Each sample holds its own index, so an output sample says which captured sample it replays.
-slot::Stereo indexRamp(int n) {
-    slot::Stereo s(n);
-    for (int i = 0; i < n; ++i)
-        s.left[static_cast<std::size_t>(i)] = s.right[static_cast<std::size_t>(i)] = static_cast<float>(i);
-    return s;
-}
 
 slot::Stereo run(AFPanLooper& fx, const slot::Stereo& input, uint32_t pieces = 0) {
     fx.activate();

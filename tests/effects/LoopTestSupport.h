@@ -1,6 +1,7 @@
 #pragma once
 
-// The click measure of the looping effects: an output step may be at most twice the input's steps around it.
+// What the looping effects' tests share: the rates and tempos they run at, a signal whose samples name
+// themselves, and the click measure (an output step may be at most twice the input's steps around it).
 
 #include "SlotDriver.h"
 
@@ -8,6 +9,20 @@
 #include <cmath>
 #include <cstdint>
 #include <vector>
+
+struct Setup {
+    float rate;
+    double bpm;
+};
+inline constexpr Setup kSetups[] = {{44100.0f, 120.0}, {48000.0f, 97.0}, {96000.0f, 133.0}, {22050.0f, 45.0}};
+
+// Each sample holds its own index, so an output sample says which captured sample it replays.
+inline slot::Stereo indexRamp(int n) {
+    slot::Stereo s(n);
+    for (int i = 0; i < n; ++i)
+        s.left[static_cast<std::size_t>(i)] = s.right[static_cast<std::size_t>(i)] = static_cast<float>(i);
+    return s;
+}
 
 namespace slot {
 
