@@ -14,6 +14,8 @@ public:
     virtual void setValue(float newValue);
     virtual float getValue() const { return value; }
     int getTag() const noexcept { return tag; }
+    // Points the control at another target, as a view does when it shows another slot.
+    void setTag(int newTag) noexcept { tag = newTag; }
     AFControlListener* getListener() const noexcept { return listener; }
     const AFBitmap* getBackground() const noexcept { return background; }
 

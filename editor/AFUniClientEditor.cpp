@@ -14,6 +14,7 @@
 #include "editor/DWFader.h"
 #include "editor/DictatorFader.h"
 #include "editor/EditView.h"
+#include "editor/ModulatorView.h"
 #include "editor/ValDisp.h"
 #include "effects/framework/EffectFactory.h"
 #include "engine/AFCommandAttribute.h"
@@ -76,6 +77,8 @@ void AFUniClientEditor::close() {
     messageDisplay = nullptr;
     undoButton = redoButton = nullptr;
     positionDisplay = nullptr;
+    modulatorView = nullptr;
+    modulatorPage.reset();
     frame.reset();
 }
 
@@ -135,6 +138,19 @@ void AFUniClientEditor::build() {
         editViews[static_cast<std::size_t>(slot)] = frame->addView(std::make_unique<EditView>(*this, slot));
     // The shared menus go last so that they pop up above the strips.
     frame->invalidRect(frame->getViewSize());
+    modulatorPage =
+        std::make_unique<ModulatorView>(*this, AFRect::ofSize(0.0, L::kSlotTop, L::kWidth, L::kSlotHeight));
+    modulatorView = modulatorPage.get();
+}
+
+std::unique_ptr<ModulatorView> AFUniClientEditor::takeModulatorView() {
+    return std::move(modulatorPage);
+}
+
+void AFUniClientEditor::selectSlot(int slot) {
+    if (slot < 0 || slot >= AFUniClient::kSlots) return;
+    selectedSlot = slot;
+    if (modulatorView != nullptr) modulatorView->bindSlot(slot);
 }
 
 void AFUniClientEditor::idle(double nowMs) {
@@ -195,6 +211,7 @@ void AFUniClientEditor::refreshAll() {
     if (frame == nullptr) return;
     for (EditView* view : editViews)
         view->refresh();
+    if (modulatorView != nullptr) modulatorView->bindSlot(selectedSlot);
     showPresetName();
     frame->invalidRect(frame->getViewSize());
 }
@@ -244,6 +261,9 @@ void AFUniClientEditor::timerFired(AFGuiTimer*) {
     if (refreshPending.exchange(0) != 0) {
         if (isOpen() && frame != nullptr) showPresetName();
     }
+    // The modulator page follows the engine only while the frame shows it.
+    if (modulatorView != nullptr && modulatorView->isVisible() && modulatorView->getFrame() != nullptr)
+        modulatorView->followEngine();
 }
 
 void AFUniClientEditor::beginEdit(int tag) {

@@ -22,6 +22,7 @@ class AFKickButton;
 class AFOptionMenu;
 class AFPresetMenu;
 class EditView;
+class ModulatorView;
 class ValDisp;
 
 // The plug-in's editor: one fixed-size frame with the eight slot strips, the global preset menu, undo and
@@ -93,6 +94,14 @@ public:
     EditView* getEditView(int slot) const { return editViews[static_cast<std::size_t>(slot)]; }
     AFPresetMenu* getGlobalPresetMenu() const noexcept { return globalPresetMenu; }
     std::string manualPath() const;
+    AFEditorHost& getHost() const noexcept { return host; }
+    // The slot whose modulators the modulator page shows; choosing one rebinds the page and leaves no
+    // history.
+    int getSelectedSlot() const noexcept { return selectedSlot; }
+    void selectSlot(int slot);
+    // The modulator page, built with the view tree; the page holder takes it into the frame.
+    ModulatorView* getModulatorView() const noexcept { return modulatorView; }
+    std::unique_ptr<ModulatorView> takeModulatorView();
 
 private:
     void build();
@@ -122,4 +131,7 @@ private:
     std::string pendingMessage;
     bool messageWaiting = false;
     std::string shownMessage;
+    int selectedSlot = 0;
+    std::unique_ptr<ModulatorView> modulatorPage;
+    ModulatorView* modulatorView = nullptr;
 };

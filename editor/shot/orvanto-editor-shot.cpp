@@ -1,8 +1,11 @@
 // Draws the editor for a given state into a PNG, with no display: orvanto-editor-shot [--state FILE]
-// [--preset FILE[@SLOT]] [--scale S] -o FILE.png
+// [--preset FILE[@SLOT]] [--scale S] [--slot N] [--modulators] -o FILE.png
 #include "editor/AFEditorHost.h"
 #include "editor/AFEditorSnapshot.h"
+#include "editor/AFFrame.h"
 #include "editor/AFUniClientEditor.h"
+#include "editor/EditView.h"
+#include "editor/ModulatorView.h"
 #include "engine/AFUniClient.h"
 #include "host/AFPluginTypes.h"
 
@@ -27,9 +30,9 @@ intptr_t answer(AFPluginBase*, int32_t opcode, int32_t, intptr_t, void* ptr, flo
 }
 
 int usage() {
-    std::fprintf(
-        stderr,
-        "usage: orvanto-editor-shot [--state FILE] [--preset FILE[@SLOT]]... [--scale S] -o FILE.png\n");
+    std::fprintf(stderr,
+                 "usage: orvanto-editor-shot [--state FILE] [--preset FILE[@SLOT]]... [--scale S] [--slot N] "
+                 "[--modulators] -o FILE.png\n");
     return 2;
 }
 
@@ -60,8 +63,14 @@ int main(int argc, char** argv) {
     std::vector<std::string> presets;
     std::string output;
     double scale = 1.0;
+    int slot = 1;
+    bool modulators = false;
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
+        if (arg == "--modulators") {
+            modulators = true;
+            continue;
+        }
         if (i + 1 >= argc) return usage();
         if (arg == "--state")
             statePath = argv[++i];
@@ -69,12 +78,15 @@ int main(int argc, char** argv) {
             presets.emplace_back(argv[++i]);
         else if (arg == "--scale")
             scale = std::atof(argv[++i]);
+        else if (arg == "--slot")
+            slot = std::atoi(argv[++i]);
         else if (arg == "-o")
             output = argv[++i];
         else
             return usage();
     }
-    if (output.empty() || !(scale >= 0.5 && scale <= 4.0)) return usage();
+    if (output.empty() || !(scale >= 0.5 && scale <= 4.0) || slot < 1 || slot > AFUniClient::kSlots)
+        return usage();
 
     AFUniClient client(answer, nullptr);
     if (!statePath.empty()) {
@@ -105,7 +117,15 @@ int main(int argc, char** argv) {
         AFEditorHost host;
         AFUniClientEditor editor(client, host);
         editor.open();
+        editor.selectSlot(slot - 1);
+        if (modulators) {
+            // The modulator page in place of the slot strips.
+            for (int i = 0; i < AFUniClient::kSlots; ++i)
+                editor.getEditView(i)->setVisible(false);
+            editor.getFrame()->addView(editor.takeModulatorView());
+        }
         editor.idle(0.0);
+        editor.idle(AFUniClientEditor::kTimerPeriodMs);
         written = AFEditorSnapshot::write(editor, scale, output);
     }
     // The font caches go back too, so a leak checker sees only our own allocations.

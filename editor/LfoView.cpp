@@ -1,0 +1,138 @@
+#include "editor/LfoView.h"
+
+#include "editor/A2ModulatableKnob.h"
+#include "editor/A2ValueDisplay.h"
+#include "editor/AFBitmapId.h"
+#include "editor/AFBitmapStore.h"
+#include "editor/AFLayout.h"
+#include "editor/AFOptionMenu.h"
+#include "editor/AFTextPainter.h"
+#include "editor/AFUniClientEditor.h"
+#include "editor/LfoAddView.h"
+#include "engine/AFUniClient.h"
+#include "engine/KnobEngine.h"
+#include "modulation/AFLfo.h"
+
+#include <cmath>
+#include <cstdio>
+#include <memory>
+
+namespace {
+
+constexpr const char* kTriggerWords[AFLfo::kTriggerModeCount] = {"Trigger: Free", "Trigger: One Shot",
+                                                                 "Trigger: Transport"};
+constexpr const char* kSweepNames[3] = {"RATE", "PHASE", "AMOUNT"};
+
+} // namespace
+
+LfoView::LfoView(AFUniClientEditor& editor, const AFRect& size, bool secondLfo)
+    : AFViewContainer(size), editor(editor), secondLfo(secondLfo) {
+    using B = AFBitmapId;
+    using L = AFLayout;
+    const AFBitmapStore& bitmaps = editor.getBitmaps();
+    const double x = size.left;
+    const double y = size.top;
+    const uint32_t colour = secondLfo ? 0x7FD4FF : L::kAccent;
+
+    lfoAddView = addView(std::make_unique<LfoAddView>(
+        editor, AFRect::ofSize(x, y + 30.0, size.width(), 326.0), secondLfo, colour));
+    const int amountTag = rowTag(secondLfo ? KnobEngine::kLfo2Amount : KnobEngine::kLfoAmount);
+    amountKnob = addView(std::make_unique<A2ModulatableKnob>(
+        AFRect::ofSize(x + 305.0, y + 252.0, L::kControlKnob, L::kControlKnob), &editor, amountTag,
+        bitmaps.get(B::kControlKnob), editor.valuePointer(amountTag), editor.getLearnMenu()));
+    amountText = addView(std::make_unique<A2ValueDisplay>(AFRect::ofSize(x + 280.0, y + 318.0, 114.0, 18.0),
+                                                          13.0, L::kText, AFTextPainter::kCenter, true));
+    addView(std::make_unique<A2ValueDisplay>(AFRect::ofSize(x + 280.0, y + 336.0, 114.0, 14.0), 10.0,
+                                             L::kDimText, AFTextPainter::kCenter))
+        ->setText("AMOUNT");
+
+    // Quantize and trigger carry the LFO's own tags; its add view handles them.
+    quantizeMenu = addView(std::make_unique<AFOptionMenu>(AFRect::ofSize(x + 10.0, y + 362.0, 180.0, 22.0),
+                                                          lfoAddView, LfoAddView::kTagQuantize));
+    quantizeMenu->addEntry("Quantize: Off");
+    char text[32];
+    for (int q = 1; q < kQuantizeChoices; ++q) {
+        std::snprintf(text, sizeof text, "Quantize: %d Levels", q + 1);
+        quantizeMenu->addEntry(text);
+    }
+    triggerMenu = addView(std::make_unique<AFOptionMenu>(AFRect::ofSize(x + 200.0, y + 362.0, 180.0, 22.0),
+                                                         lfoAddView, LfoAddView::kTagTrigger));
+    for (const char* word : kTriggerWords)
+        triggerMenu->addEntry(word);
+
+    addView(std::make_unique<A2ValueDisplay>(AFRect::ofSize(x + 10.0, y + 396.0, 370.0, 16.0), 10.0,
+                                             L::kDimText, AFTextPainter::kLeft, true))
+        ->setText("MAIN CONTROL SWEEPS");
+    const int firstSweep = secondLfo ? KnobEngine::kLfoRateKA + 6 : KnobEngine::kLfoRateKA;
+    for (int i = 0; i < 3; ++i) {
+        const double left = x + 10.0 + i * 125.0;
+        const int tag = rowTag(firstSweep + i);
+        auto* knob = addView(std::make_unique<A2ModulatableKnob>(
+            AFRect::ofSize(left, y + 416.0, L::kParameterKnob, L::kParameterKnob), &editor, tag,
+            bitmaps.get(B::kParameterKnob), editor.valuePointer(tag), editor.getLearnMenu()));
+        knob->setDefaultValue(0.5f);
+        sweepKnobs[static_cast<std::size_t>(i)] = knob;
+        addView(std::make_unique<A2ValueDisplay>(AFRect::ofSize(left + 40.0, y + 416.0, 80.0, 15.0), 10.0,
+                                                 L::kDimText, AFTextPainter::kLeft))
+            ->setText(kSweepNames[i]);
+        sweepTexts[static_cast<std::size_t>(i)] = addView(std::make_unique<A2ValueDisplay>(
+            AFRect::ofSize(left + 40.0, y + 432.0, 80.0, 18.0), 12.5, L::kText, AFTextPainter::kLeft, true));
+    }
+}
+
+int LfoView::rowTag(int row) const noexcept {
+    return AFUniClient::kSlotBlockStart + KnobEngine::kParameterCount * slot + row;
+}
+
+void LfoView::bindSlot(int newSlot) {
+    slot = newSlot;
+    lfoAddView->bindSlot(slot);
+    const int amountTag = rowTag(secondLfo ? KnobEngine::kLfo2Amount : KnobEngine::kLfoAmount);
+    amountKnob->setTag(amountTag);
+    amountKnob->setValuePointer(editor.valuePointer(amountTag));
+    const int firstSweep = secondLfo ? KnobEngine::kLfoRateKA + 6 : KnobEngine::kLfoRateKA;
+    for (int i = 0; i < 3; ++i) {
+        A2ModulatableKnob* knob = sweepKnobs[static_cast<std::size_t>(i)];
+        knob->setTag(rowTag(firstSweep + i));
+        knob->setValuePointer(editor.valuePointer(knob->getTag()));
+    }
+    shown.fill(-1.0f);
+    invalid();
+    follow();
+}
+
+void LfoView::follow() {
+    lfoAddView->follow();
+    const AFLfo& lfo = *editor.getClient().getSlot(slot).getLfo(secondLfo ? 1 : 0);
+    quantizeMenu->setCurrent(lfo.getQuantizeSteps());
+    triggerMenu->setCurrent(lfo.getTriggerMode());
+    char text[16];
+    editor.followParameter(amountKnob);
+    if (const float amount = amountKnob->getValue(); amount != shown[0]) {
+        shown[0] = amount;
+        std::snprintf(text, sizeof text, "%d%%", static_cast<int>(std::lround(amount * 100.0f)));
+        amountText->setText(text);
+    }
+    for (std::size_t i = 0; i < 3; ++i) {
+        editor.followParameter(sweepKnobs[i]);
+        const float sweep = sweepKnobs[i]->getValue();
+        if (sweep == shown[i + 1]) continue;
+        shown[i + 1] = sweep;
+        // 0.5 sweeps nothing; either side sweeps up or down by up to the whole range.
+        std::snprintf(text, sizeof text, "%+d%%",
+                      static_cast<int>(std::lround((sweep * 2.0f - 1.0f) * 100.0f)));
+        sweepTexts[i]->setText(text);
+    }
+}
+
+void LfoView::drawBackground(cairo_t* cr) {
+    cairo_save(cr);
+    AFTextPainter::roundedRect(cr, size, 6.0);
+    AFTextPainter::setColour(cr, AFLayout::kPanel);
+    cairo_fill(cr);
+    const uint32_t colour = secondLfo ? 0x7FD4FF : AFLayout::kAccent;
+    AFTextPainter::draw(cr, secondLfo ? "LFO 2" : "LFO 1",
+                        AFRect::ofSize(size.left + 12.0, size.top + 6.0, 120.0, 20.0), 15.0, colour,
+                        AFTextPainter::kLeft, true);
+    cairo_restore(cr);
+}
