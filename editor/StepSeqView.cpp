@@ -60,8 +60,8 @@ void StepSeqView::follow() {
 void StepSeqView::paintTo(double x, double y) {
     const int step = stepAt(x);
     const float v = valueAt(y);
-    // A fast drag skips bars; the ones passed over take the value too.
-    const int from = lastStep < 0 ? step : lastStep;
+    // A fast drag skips bars; the ones passed over since the last step take the value too.
+    const int from = lastStep < 0 || lastStep == step ? step : lastStep + (step > lastStep ? 1 : -1);
     for (int i = std::min(from, step); i <= std::max(from, step); ++i)
         lfo->setStep(i, v);
     lastStep = step;

@@ -190,6 +190,10 @@ int32_t AFUniClient::setChunk(void* data, int32_t byteSize, bool) {
 // ---- Parameters -------------------------------------------------------------------------------------------
 
 float AFUniClient::getParameter(int32_t index) {
+    // The modulation amounts read back through the internal indices that write them.
+    if (index >= kAmountStart && index < kAmountEnd)
+        return modulationAmounts[static_cast<std::size_t>(index - kAmountStart)].load(
+            std::memory_order_relaxed);
     if (index < 0 || index >= kHostParameters) return 0.0f;
     return parameters[static_cast<std::size_t>(index)].load(std::memory_order_relaxed);
 }
