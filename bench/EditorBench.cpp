@@ -4,7 +4,10 @@
 #include "editor/AFFrame.h"
 #include "editor/AFLayout.h"
 #include "editor/AFUniClientEditor.h"
+#include "editor/EditView.h"
+#include "editor/ModulatorView.h"
 #include "engine/KnobEngine.h"
+#include "modulation/AFLfo.h"
 
 #include <cairo.h>
 
@@ -51,7 +54,7 @@ BENCHMARK(BM_EditorOpenToFirstFrame)->Unit(benchmark::kMillisecond)->UseRealTime
 
 // The GUI thread's work per timer period: the timer, the idle pass and redrawing what changed. The audio of
 // the period runs outside the timing. gui_cpu_percent is that work as a share of one core.
-void editorTicks(benchmark::State& state, bool running) {
+void editorTicks(benchmark::State& state, bool running, bool modulators = false) {
     bench::Rig rig(kBlock);
     if (running)
         for (int slot = 0; slot < AFUniClient::kSlots; ++slot) {
@@ -61,12 +64,19 @@ void editorTicks(benchmark::State& state, bool running) {
             rig.client->setParameter(base + KnobEngine::kLfo2Amount, 0.4f);
             rig.client->setParameter(base + KnobEngine::kEfAmount, 0.5f);
             rig.client->setParameter(base + KnobEngine::kLfoRate, 0.7f);
+            if (modulators) rig.client->getSlot(slot).getLfo(1)->setWaveform(13);
         }
     for (int i = 0; i < 64; ++i)
         rig.step();
     AFEditorHost host;
     AFUniClientEditor editor(*rig.client, host);
     editor.open();
+    if (modulators) {
+        // The modulator page in place of the strips, LFO 1 on its wave view and LFO 2 on its step view.
+        for (int slot = 0; slot < AFUniClient::kSlots; ++slot)
+            editor.getEditView(slot)->setVisible(false);
+        editor.getFrame()->addView(editor.takeModulatorView());
+    }
     Backbuffer buffer;
     buffer.paint(*editor.getFrame(), true);
     double now = 0.0;
@@ -89,6 +99,11 @@ void BM_EditorTickAllSlotsModulated(benchmark::State& state) {
     editorTicks(state, true);
 }
 BENCHMARK(BM_EditorTickAllSlotsModulated)->Unit(benchmark::kMicrosecond);
+
+void BM_EditorTickModulatorPage(benchmark::State& state) {
+    editorTicks(state, true, true);
+}
+BENCHMARK(BM_EditorTickModulatorPage)->Unit(benchmark::kMicrosecond);
 
 void BM_EditorTickIdle(benchmark::State& state) {
     editorTicks(state, false);

@@ -50,3 +50,9 @@ void AFTextPainter::roundedRect(cairo_t* cr, const AFRect& box, double radius) {
     cairo_arc(cr, box.left + r, box.top + r, r, 3.1415927, 4.712389);
     cairo_close_path(cr);
 }
+
+AFRect AFTextPainter::clipRect(cairo_t* cr) {
+    double left = 0.0, top = 0.0, right = 0.0, bottom = 0.0;
+    cairo_clip_extents(cr, &left, &top, &right, &bottom);
+    return {left, top, right, bottom};
+}

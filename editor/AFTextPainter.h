@@ -16,4 +16,6 @@ public:
     static void draw(cairo_t* cr, const char* text, const AFRect& box, double fontSize, uint32_t rgb,
                      Align align = kCenter, bool bold = false);
     static void roundedRect(cairo_t* cr, const AFRect& box, double radius);
+    // The part of the face `cr` may paint now, so that a view can skip what lies outside it.
+    static AFRect clipRect(cairo_t* cr);
 };

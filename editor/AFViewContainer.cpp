@@ -46,6 +46,7 @@ bool AFViewContainer::onKeyDown(const AFKeyEvent& event) {
 }
 
 void AFViewContainer::onIdle() {
+    // A hidden view (a page not shown) follows nothing; it catches up when shown again.
     for (const auto& child : children)
-        child->onIdle();
+        if (child->isVisible()) child->onIdle();
 }

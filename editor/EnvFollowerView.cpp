@@ -127,9 +127,9 @@ void EnvFollowerView::drawBackground(cairo_t* cr) {
     AFTextPainter::roundedRect(cr, size, 6.0);
     AFTextPainter::setColour(cr, AFLayout::kPanel);
     cairo_fill(cr);
-    AFTextPainter::draw(cr, "ENVELOPE FOLLOWER",
-                        AFRect::ofSize(size.left + 12.0, size.top + 6.0, 300.0, 20.0), 15.0, kColour,
-                        AFTextPainter::kLeft, true);
+    const AFRect title = AFRect::ofSize(size.left + 12.0, size.top + 6.0, 300.0, 20.0);
+    if (title.intersects(AFTextPainter::clipRect(cr)))
+        AFTextPainter::draw(cr, "ENVELOPE FOLLOWER", title, 15.0, kColour, AFTextPainter::kLeft, true);
     const AFRect meter = meterRect();
     AFTextPainter::roundedRect(cr, meter, 3.0);
     AFTextPainter::setColour(cr, 0x0B0D12);

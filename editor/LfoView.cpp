@@ -131,8 +131,9 @@ void LfoView::drawBackground(cairo_t* cr) {
     AFTextPainter::setColour(cr, AFLayout::kPanel);
     cairo_fill(cr);
     const uint32_t colour = secondLfo ? 0x7FD4FF : AFLayout::kAccent;
-    AFTextPainter::draw(cr, secondLfo ? "LFO 2" : "LFO 1",
-                        AFRect::ofSize(size.left + 12.0, size.top + 6.0, 120.0, 20.0), 15.0, colour,
-                        AFTextPainter::kLeft, true);
+    const AFRect title = AFRect::ofSize(size.left + 12.0, size.top + 6.0, 120.0, 20.0);
+    if (title.intersects(AFTextPainter::clipRect(cr)))
+        AFTextPainter::draw(cr, secondLfo ? "LFO 2" : "LFO 1", title, 15.0, colour, AFTextPainter::kLeft,
+                            true);
     cairo_restore(cr);
 }

@@ -163,9 +163,12 @@ void ModulatorView::drawBackground(cairo_t* cr) {
     cairo_rectangle(cr, size.left, size.top, size.width(), size.height());
     cairo_fill(cr);
     AFUniClient& client = editor.getClient();
+    // The live views repaint small squares; the buttons' texts are drawn only where they are in them.
+    const AFRect clip = AFTextPainter::clipRect(cr);
     char text[96];
     for (int i = 0; i < AFUniClient::kSlots; ++i) {
         const AFRect box = slotButtonRect(i);
+        if (!box.intersects(clip)) continue;
         const uint32_t colour = AFLayout::slotColour(i);
         const bool chosen = i == slot;
         AFTextPainter::roundedRect(cr, box, 5.0);
