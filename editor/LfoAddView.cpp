@@ -46,11 +46,11 @@ LfoAddView::LfoAddView(AFUniClientEditor& editor, const AFRect& size, bool secon
                                                     kTagRateDivide, bitmaps.get(B::kGainKnob), &divideValue));
     divideKnob->setDefaultValue(0.0f);
 
-    const AFRect viewRect = AFRect::ofSize(x + 10.0, y + 34.0, size.width() - 20.0, 150.0);
+    const AFRect viewRect = AFRect::ofSize(x + 10.0, y + 34.0, size.width() - 20.0, 200.0);
     waveView = addView(std::make_unique<LfoCurve>(viewRect, this, colour));
     stepView = addView(std::make_unique<StepSeqView>(viewRect, this, colour));
     glideEdit = addView(std::make_unique<GlideEdit>(
-        editor, AFRect::ofSize(x + 10.0, y + 190.0, size.width() - 20.0, 22.0), secondLfo));
+        editor, AFRect::ofSize(x + 10.0, y + 240.0, size.width() - 20.0, 22.0), secondLfo));
 
     const int rateRow = secondLfo ? KnobEngine::kLfo2Rate : KnobEngine::kLfoRate;
     const int phaseRow = secondLfo ? KnobEngine::kLfo2Phase : KnobEngine::kLfoPhase;
@@ -61,11 +61,11 @@ LfoAddView::LfoAddView(AFUniClientEditor& editor, const AFRect& size, bool secon
         const double left = x + 20.0 + i * 130.0;
         const int tag = parameterTag(i == 0 ? rateRow : phaseRow);
         *knobs[i] = addView(std::make_unique<A2ModulatableKnob>(
-            AFRect::ofSize(left + 25.0, y + 222.0, L::kControlKnob, L::kControlKnob), &editor, tag,
+            AFRect::ofSize(left + 25.0, y + 272.0, L::kControlKnob, L::kControlKnob), &editor, tag,
             bitmaps.get(B::kControlKnob), editor.valuePointer(tag), editor.getLearnMenu()));
-        *texts[i] = addView(std::make_unique<A2ValueDisplay>(AFRect::ofSize(left, y + 288.0, 114.0, 18.0),
+        *texts[i] = addView(std::make_unique<A2ValueDisplay>(AFRect::ofSize(left, y + 338.0, 114.0, 18.0),
                                                              13.0, L::kText, AFTextPainter::kCenter, true));
-        addView(std::make_unique<A2ValueDisplay>(AFRect::ofSize(left, y + 306.0, 114.0, 14.0), 10.0,
+        addView(std::make_unique<A2ValueDisplay>(AFRect::ofSize(left, y + 356.0, 114.0, 14.0), 10.0,
                                                  L::kDimText, AFTextPainter::kCenter))
             ->setText(names[i]);
     }

@@ -35,19 +35,19 @@ LfoView::LfoView(AFUniClientEditor& editor, const AFRect& size, bool secondLfo)
     const uint32_t colour = secondLfo ? 0x7FD4FF : L::kAccent;
 
     lfoAddView = addView(std::make_unique<LfoAddView>(
-        editor, AFRect::ofSize(x, y + 30.0, size.width(), 326.0), secondLfo, colour));
+        editor, AFRect::ofSize(x, y + 30.0, size.width(), 376.0), secondLfo, colour));
     const int amountTag = rowTag(secondLfo ? KnobEngine::kLfo2Amount : KnobEngine::kLfoAmount);
     amountKnob = addView(std::make_unique<A2ModulatableKnob>(
-        AFRect::ofSize(x + 305.0, y + 252.0, L::kControlKnob, L::kControlKnob), &editor, amountTag,
+        AFRect::ofSize(x + 305.0, y + 302.0, L::kControlKnob, L::kControlKnob), &editor, amountTag,
         bitmaps.get(B::kControlKnob), editor.valuePointer(amountTag), editor.getLearnMenu()));
-    amountText = addView(std::make_unique<A2ValueDisplay>(AFRect::ofSize(x + 280.0, y + 318.0, 114.0, 18.0),
+    amountText = addView(std::make_unique<A2ValueDisplay>(AFRect::ofSize(x + 280.0, y + 368.0, 114.0, 18.0),
                                                           13.0, L::kText, AFTextPainter::kCenter, true));
-    addView(std::make_unique<A2ValueDisplay>(AFRect::ofSize(x + 280.0, y + 336.0, 114.0, 14.0), 10.0,
+    addView(std::make_unique<A2ValueDisplay>(AFRect::ofSize(x + 280.0, y + 386.0, 114.0, 14.0), 10.0,
                                              L::kDimText, AFTextPainter::kCenter))
         ->setText("AMOUNT");
 
     // Quantize and trigger carry the LFO's own tags; its add view handles them.
-    quantizeMenu = addView(std::make_unique<AFOptionMenu>(AFRect::ofSize(x + 10.0, y + 362.0, 180.0, 22.0),
+    quantizeMenu = addView(std::make_unique<AFOptionMenu>(AFRect::ofSize(x + 10.0, y + 412.0, 180.0, 22.0),
                                                           lfoAddView, LfoAddView::kTagQuantize));
     quantizeMenu->addEntry("Quantize: Off");
     char text[32];
@@ -55,12 +55,12 @@ LfoView::LfoView(AFUniClientEditor& editor, const AFRect& size, bool secondLfo)
         std::snprintf(text, sizeof text, "Quantize: %d Levels", q + 1);
         quantizeMenu->addEntry(text);
     }
-    triggerMenu = addView(std::make_unique<AFOptionMenu>(AFRect::ofSize(x + 200.0, y + 362.0, 180.0, 22.0),
+    triggerMenu = addView(std::make_unique<AFOptionMenu>(AFRect::ofSize(x + 200.0, y + 412.0, 180.0, 22.0),
                                                          lfoAddView, LfoAddView::kTagTrigger));
     for (const char* word : kTriggerWords)
         triggerMenu->addEntry(word);
 
-    addView(std::make_unique<A2ValueDisplay>(AFRect::ofSize(x + 10.0, y + 396.0, 370.0, 16.0), 10.0,
+    addView(std::make_unique<A2ValueDisplay>(AFRect::ofSize(x + 10.0, y + 452.0, 370.0, 16.0), 10.0,
                                              L::kDimText, AFTextPainter::kLeft, true))
         ->setText("MAIN CONTROL SWEEPS");
     const int firstSweep = secondLfo ? KnobEngine::kLfoRateKA + 6 : KnobEngine::kLfoRateKA;
@@ -68,15 +68,15 @@ LfoView::LfoView(AFUniClientEditor& editor, const AFRect& size, bool secondLfo)
         const double left = x + 10.0 + i * 125.0;
         const int tag = rowTag(firstSweep + i);
         auto* knob = addView(std::make_unique<A2ModulatableKnob>(
-            AFRect::ofSize(left, y + 416.0, L::kParameterKnob, L::kParameterKnob), &editor, tag,
+            AFRect::ofSize(left, y + 474.0, L::kParameterKnob, L::kParameterKnob), &editor, tag,
             bitmaps.get(B::kParameterKnob), editor.valuePointer(tag), editor.getLearnMenu()));
         knob->setDefaultValue(0.5f);
         sweepKnobs[static_cast<std::size_t>(i)] = knob;
-        addView(std::make_unique<A2ValueDisplay>(AFRect::ofSize(left + 40.0, y + 416.0, 80.0, 15.0), 10.0,
+        addView(std::make_unique<A2ValueDisplay>(AFRect::ofSize(left + 40.0, y + 474.0, 80.0, 15.0), 10.0,
                                                  L::kDimText, AFTextPainter::kLeft))
             ->setText(kSweepNames[i]);
         sweepTexts[static_cast<std::size_t>(i)] = addView(std::make_unique<A2ValueDisplay>(
-            AFRect::ofSize(left + 40.0, y + 432.0, 80.0, 18.0), 12.5, L::kText, AFTextPainter::kLeft, true));
+            AFRect::ofSize(left + 40.0, y + 490.0, 80.0, 18.0), 12.5, L::kText, AFTextPainter::kLeft, true));
     }
 }
 

@@ -18,6 +18,7 @@ public:
     int getTarget() const noexcept { return static_cast<int>(value); }
     // The button texts, redrawn when they change.
     void setName(int target, const std::string& name);
+    const std::string& getName(int target) const { return names[static_cast<std::size_t>(target)]; }
     // Whether any modulator reaches the target.
     void setReached(int target, bool reached);
     // The button under x, 0..4.

@@ -16,6 +16,7 @@
 #include "engine/AFUniClient.h"
 #include "engine/KnobEngine.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <memory>
@@ -39,9 +40,10 @@ ModulatorView::ModulatorView(AFUniClientEditor& editor, const AFRect& size)
         lfoViews[static_cast<std::size_t>(i)] = addView(
             std::make_unique<LfoView>(editor, AFRect::ofSize(10.0 + i * 395.0, top, 390.0, height), i == 1));
     envelopeView =
-        addView(std::make_unique<EnvFollowerView>(editor, AFRect::ofSize(800.0, top, 390.0, 240.0)));
+        addView(std::make_unique<EnvFollowerView>(editor, AFRect::ofSize(800.0, top, 390.0, 250.0)));
 
-    const double depthTop = top + 248.0;
+    const double depthTop = top + 258.0;
+    depthPanel = AFRect::ofSize(800.0, depthTop, 390.0, size.bottom - 8.0 - depthTop);
     addView(std::make_unique<A2ValueDisplay>(AFRect::ofSize(812.0, depthTop + 6.0, 360.0, 20.0), 15.0,
                                              L::kText, AFTextPainter::kLeft, true))
         ->setText("MODULATION DEPTH ON");
@@ -63,11 +65,17 @@ ModulatorView::ModulatorView(AFUniClientEditor& editor, const AFRect& size)
             ->setText(kDepthNames[m]);
     }
     slotTypes.fill(-1);
+    effectivePixels.fill(-1);
     bindSlot(editor.getSelectedSlot());
 }
 
 int ModulatorView::depthTag(int modulator) const noexcept {
     return AFUniClient::kAmountStart + KnobEngine::kAmountCount * slot + modulator * kTargets + target;
+}
+
+AFRect ModulatorView::effectiveRect(int i) const noexcept {
+    return AFRect::ofSize(depthPanel.left + 100.0, depthPanel.top + 214.0 + i * 18.0,
+                          depthPanel.width() - 112.0, 14.0);
 }
 
 AFRect ModulatorView::slotButtonRect(int index) const noexcept {
@@ -128,6 +136,16 @@ void ModulatorView::followTargets() {
         std::snprintf(text, sizeof text, "%d%%", static_cast<int>(std::lround(depth * 100.0f)));
         depthTexts[m]->setText(text);
     }
+    AFFrame* frame = getFrame();
+    for (int i = 0; i < kTargets; ++i) {
+        const float value = std::clamp(engine.getEffective(i), 0.0f, 1.0f);
+        const AFRect bar = effectiveRect(i);
+        const int pixels = static_cast<int>(value * bar.width());
+        effective[static_cast<std::size_t>(i)] = value;
+        if (pixels == effectivePixels[static_cast<std::size_t>(i)]) continue;
+        effectivePixels[static_cast<std::size_t>(i)] = pixels;
+        if (frame != nullptr) frame->invalidRect(bar);
+    }
 }
 
 void ModulatorView::followEngine() {
@@ -181,6 +199,29 @@ void ModulatorView::drawBackground(cairo_t* cr) {
                       EffectFactory::effectName(client.getSlot(i).getEffectType()));
         AFTextPainter::draw(cr, text, box.inset(6.0, 0.0), 12.0, chosen ? AFLayout::kStage : AFLayout::kText,
                             AFTextPainter::kCenter, true);
+    }
+    if (depthPanel.intersects(clip)) {
+        AFTextPainter::roundedRect(cr, depthPanel, 6.0);
+        AFTextPainter::setColour(cr, AFLayout::kPanel);
+        cairo_fill(cr);
+        AFTextPainter::draw(cr, "NOW, AFTER ALL MODULATION",
+                            AFRect::ofSize(depthPanel.left + 12.0, depthPanel.top + 192.0, 360.0, 16.0), 10.0,
+                            AFLayout::kDimText, AFTextPainter::kLeft, true);
+    }
+    // Where each target sits now; the one the depth knobs edit is lit.
+    for (int i = 0; i < kTargets; ++i) {
+        const AFRect bar = effectiveRect(i);
+        if (!bar.intersects(clip)) continue;
+        AFTextPainter::draw(cr, amountSwitch->getName(i).c_str(),
+                            AFRect{depthPanel.left + 12.0, bar.top, bar.left - 6.0, bar.bottom}, 11.0,
+                            AFLayout::kText, AFTextPainter::kLeft);
+        AFTextPainter::setColour(cr, 0x0B0D12);
+        cairo_rectangle(cr, bar.left, bar.top, bar.width(), bar.height());
+        cairo_fill(cr);
+        AFTextPainter::setColour(cr, i == target ? 0x5B8FDA : 0x5A6475);
+        cairo_rectangle(cr, bar.left, bar.top + 1.0, bar.width() * effective[static_cast<std::size_t>(i)],
+                        bar.height() - 2.0);
+        cairo_fill(cr);
     }
     cairo_restore(cr);
 }

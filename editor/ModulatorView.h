@@ -31,6 +31,8 @@ public:
     // Points the depth knobs at target 0..4 (Parameter 1..4, Dry/Wet).
     void showTarget(int target);
     AFRect slotButtonRect(int slot) const noexcept;
+    // The bar that shows where target 0..4 sits now, after all modulation.
+    AFRect effectiveRect(int target) const noexcept;
 
     void drawBackground(cairo_t* cr) override;
     bool onMouseDown(const AFMouseEvent& event) override;
@@ -56,4 +58,7 @@ private:
     std::array<A2ModulatableKnob*, kDepths> depthKnobs{};
     std::array<A2ValueDisplay*, kDepths> depthTexts{};
     std::array<float, kDepths> shown{};
+    AFRect depthPanel;
+    std::array<float, 5> effective{};
+    std::array<int, 5> effectivePixels{};
 };
