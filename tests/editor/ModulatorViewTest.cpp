@@ -38,12 +38,18 @@ AFMouseEvent centre(const AFView* view) {
     return at((r.left + r.right) * 0.5, (r.top + r.bottom) * 0.5);
 }
 
+// Answers a save dialog with the path the test sets.
+struct SavingHost : AFEditorHost {
+    std::string answer = "EMPTY";
+    void chooseFile(const FileRequest&, FileAnswer reply) override { reply(answer); }
+};
+
 // The editor with the modulator page in the frame in place of the strips, as the page holder shows it.
 class ModulatorPage : public ::testing::Test {
 protected:
     TestHost testHost;
     AFUniClient& client = testHost.client();
-    AFEditorHost host;
+    SavingHost host;
     AFUniClientEditor editor{client, host};
     AFFrame* frame = nullptr;
     ModulatorView* page = nullptr;
@@ -239,6 +245,36 @@ TEST_F(ModulatorPage, PatternMenuLoadsFromTheFolderAndKeepsTheHistory) {
     ASSERT_TRUE(editor.undo());
     EXPECT_EQ(engineLfo(0, 0).getStep(3), 0.0f);
     EXPECT_EQ(engineLfo(0, 0).getStep(2), 0.5f);
+
+    // "save" writes back to the file last loaded, "new preset" to a new one with the pattern suffix.
+    menu->choose(GlideEdit::kFirstFile + 1);
+    engineLfo(0, 0).setStep(0, 0.875f);
+    menu->choose(GlideEdit::kSave);
+    host.answer = folder + "Mine";
+    engineLfo(0, 0).setStep(1, 0.125f);
+    menu->choose(GlideEdit::kNewPreset);
+    EXPECT_EQ(glide->getPatternName(), "Mine");
+    AFGlideTable saved, mine;
+    ASSERT_TRUE(AFStepPatternFile::load(folder + "Ramps.AFS", saved));
+    ASSERT_TRUE(AFStepPatternFile::load(folder + "Mine.AFS", mine));
+    EXPECT_EQ(saved.getValue(0, 0), 0.875f);
+    EXPECT_EQ(saved.getValue(0, 1), 0.25f);
+    EXPECT_EQ(mine.getValue(0, 1), 0.125f);
+    EXPECT_EQ(mine.getValue(0, 2), 0.5f);
+}
+
+TEST_F(ModulatorPage, WaveViewDrawsWhatTheLfoPlays) {
+    AFLfo& lfo = engineLfo(5, 0);
+    for (int waveform = 0; waveform <= 10; ++waveform)
+        for (int quantize : {0, 3})
+            for (float x : {0.0f, 0.125f, 0.3f, 0.5f, 0.5001f, 0.75f, 0.9f, 1.0f}) {
+                lfo.setWaveform(waveform);
+                lfo.setQuantizeSteps(quantize);
+                lfo.setParameter(0, x);
+                // A restart plays phase 0, so the value is the waveform's at the offset alone.
+                EXPECT_NEAR(LfoCurve::shape(waveform, x, quantize), lfo.restart(), 2e-5f)
+                    << waveform << " q" << quantize << " x" << x;
+            }
 }
 
 TEST_F(ModulatorPage, DepthKnobsEditTheChosenTargetThroughTheAmountTable) {
