@@ -56,3 +56,12 @@ AFRect AFTextPainter::clipRect(cairo_t* cr) {
     cairo_clip_extents(cr, &left, &top, &right, &bottom);
     return {left, top, right, bottom};
 }
+
+void AFTextPainter::well(cairo_t* cr, const AFRect& box) {
+    roundedRect(cr, box, 4.0);
+    setColour(cr, 0x0B0D12);
+    cairo_fill_preserve(cr);
+    setColour(cr, 0x3A404C);
+    cairo_set_line_width(cr, 1.0);
+    cairo_stroke(cr);
+}

@@ -18,4 +18,6 @@ public:
     static void roundedRect(cairo_t* cr, const AFRect& box, double radius);
     // The part of the face `cr` may paint now, so that a view can skip what lies outside it.
     static AFRect clipRect(cairo_t* cr);
+    // The dark sunken well with a thin rim that curves and bars are drawn in.
+    static void well(cairo_t* cr, const AFRect& box);
 };

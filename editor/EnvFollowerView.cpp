@@ -8,6 +8,7 @@
 #include "editor/AFLayout.h"
 #include "editor/AFTextPainter.h"
 #include "editor/AFUniClientEditor.h"
+#include "editor/SweepRow.h"
 #include "engine/AFUniClient.h"
 #include "engine/KnobEngine.h"
 #include "modulation/AFEnvFollower.h"
@@ -20,7 +21,7 @@
 namespace {
 
 constexpr uint32_t kColour = 0x9BE27A;
-constexpr const char* kNames[3] = {"ATTACK", "RELEASE", "AMOUNT"};
+constexpr const char* kNames[SweepRow::kKnobs] = {"ATTACK", "RELEASE", "AMOUNT"};
 
 } // namespace
 
@@ -44,22 +45,9 @@ EnvFollowerView::EnvFollowerView(AFUniClientEditor& editor, const AFRect& size)
         addView(std::make_unique<A2ValueDisplay>(AFRect::ofSize(left, y + 116.0, 114.0, 14.0), 10.0,
                                                  L::kDimText, AFTextPainter::kCenter))
             ->setText(kNames[i]);
-
-        const int sweepTag = rowTag(KnobEngine::kLfoRateKA + 3 + i);
-        auto* sweep = addView(std::make_unique<A2ModulatableKnob>(
-            AFRect::ofSize(left, y + 192.0, L::kParameterKnob, L::kParameterKnob), &editor, sweepTag,
-            bitmaps.get(B::kParameterKnob), editor.valuePointer(sweepTag), editor.getLearnMenu()));
-        sweep->setDefaultValue(0.5f);
-        sweepKnobs[static_cast<std::size_t>(i)] = sweep;
-        addView(std::make_unique<A2ValueDisplay>(AFRect::ofSize(left + 40.0, y + 192.0, 80.0, 15.0), 10.0,
-                                                 L::kDimText, AFTextPainter::kLeft))
-            ->setText(kNames[i]);
-        sweepTexts[static_cast<std::size_t>(i)] = addView(std::make_unique<A2ValueDisplay>(
-            AFRect::ofSize(left + 40.0, y + 208.0, 80.0, 18.0), 12.5, L::kText, AFTextPainter::kLeft, true));
     }
-    addView(std::make_unique<A2ValueDisplay>(AFRect::ofSize(x + 10.0, y + 172.0, 370.0, 16.0), 10.0,
-                                             L::kDimText, AFTextPainter::kLeft, true))
-        ->setText("MAIN CONTROL SWEEPS");
+    sweeps =
+        addView(std::make_unique<SweepRow>(editor, AFRect::ofSize(x + 10.0, y + 172.0, 370.0, 60.0), kNames));
 }
 
 int EnvFollowerView::rowTag(int row) const noexcept {
@@ -76,10 +64,8 @@ void EnvFollowerView::bindSlot(int newSlot) {
         A2ModulatableKnob* knob = knobs[static_cast<std::size_t>(i)];
         knob->setTag(rowTag(KnobEngine::kEfAttack + i));
         knob->setValuePointer(editor.valuePointer(knob->getTag()));
-        A2ModulatableKnob* sweep = sweepKnobs[static_cast<std::size_t>(i)];
-        sweep->setTag(rowTag(KnobEngine::kLfoRateKA + 3 + i));
-        sweep->setValuePointer(editor.valuePointer(sweep->getTag()));
     }
+    sweeps->bind(rowTag(KnobEngine::kLfoRateKA + 3));
     shown.fill(-1.0f);
     level = peak = 0.0f;
     invalid();
@@ -102,14 +88,8 @@ void EnvFollowerView::follow() {
             }
             texts[i]->setText(text);
         }
-        editor.followParameter(sweepKnobs[i]);
-        if (const float v = sweepKnobs[i]->getValue(); v != shown[i + 3]) {
-            shown[i + 3] = v;
-            std::snprintf(text, sizeof text, "%+d%%",
-                          static_cast<int>(std::lround((v * 2.0f - 1.0f) * 100.0f)));
-            sweepTexts[i]->setText(text);
-        }
     }
+    sweeps->follow();
     // What the follower hands the slot: its level times the amount, as the slot last took it.
     level = std::clamp(client.getSlot(slot).getModulatorOutput(2), 0.0f, 1.0f);
     peak = std::max(level, peak - kPeakFall);

@@ -7,6 +7,7 @@
 class A2ModulatableKnob;
 class A2ValueDisplay;
 class AFUniClientEditor;
+class SweepRow;
 
 // The envelope follower of the selected slot: attack, release and amount, how far the main control sweeps
 // them, and the follower's live output as a level bar with a falling peak. GUI thread.
@@ -22,7 +23,7 @@ public:
     void drawBackground(cairo_t* cr) override;
 
     A2ModulatableKnob* getKnob(int i) const { return knobs[static_cast<std::size_t>(i)]; }
-    A2ModulatableKnob* getSweepKnob(int i) const { return sweepKnobs[static_cast<std::size_t>(i)]; }
+    SweepRow* getSweeps() const noexcept { return sweeps; }
     float getLevel() const noexcept { return level; }
 
 private:
@@ -33,9 +34,8 @@ private:
     int slot = 0;
     std::array<A2ModulatableKnob*, 3> knobs{};
     std::array<A2ValueDisplay*, 3> texts{};
-    std::array<A2ModulatableKnob*, 3> sweepKnobs{};
-    std::array<A2ValueDisplay*, 3> sweepTexts{};
-    std::array<float, 6> shown{};
+    SweepRow* sweeps;
+    std::array<float, 3> shown{};
     float level = 0.0f;
     float peak = 0.0f;
     int levelPixels = -1;

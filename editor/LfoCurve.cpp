@@ -140,12 +140,7 @@ void LfoCurve::onMouseUp(const AFMouseEvent&) {
 
 void LfoCurve::draw(cairo_t* cr) {
     cairo_save(cr);
-    AFTextPainter::roundedRect(cr, size, 4.0);
-    AFTextPainter::setColour(cr, 0x0B0D12);
-    cairo_fill_preserve(cr);
-    AFTextPainter::setColour(cr, 0x3A404C);
-    cairo_set_line_width(cr, 1.0);
-    cairo_stroke(cr);
+    AFTextPainter::well(cr, size);
     const double left = size.left + 4.0;
     const double width = size.width() - 8.0;
     const double top = size.top + 6.0;

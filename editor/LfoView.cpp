@@ -9,6 +9,7 @@
 #include "editor/AFTextPainter.h"
 #include "editor/AFUniClientEditor.h"
 #include "editor/LfoAddView.h"
+#include "editor/SweepRow.h"
 #include "engine/AFUniClient.h"
 #include "engine/KnobEngine.h"
 #include "modulation/AFLfo.h"
@@ -21,7 +22,7 @@ namespace {
 
 constexpr const char* kTriggerWords[AFLfo::kTriggerModeCount] = {"Trigger: Free", "Trigger: One Shot",
                                                                  "Trigger: Transport"};
-constexpr const char* kSweepNames[3] = {"RATE", "PHASE", "AMOUNT"};
+constexpr const char* kSweepNames[SweepRow::kKnobs] = {"RATE", "PHASE", "AMOUNT"};
 
 } // namespace
 
@@ -60,24 +61,8 @@ LfoView::LfoView(AFUniClientEditor& editor, const AFRect& size, bool secondLfo)
     for (const char* word : kTriggerWords)
         triggerMenu->addEntry(word);
 
-    addView(std::make_unique<A2ValueDisplay>(AFRect::ofSize(x + 10.0, y + 452.0, 370.0, 16.0), 10.0,
-                                             L::kDimText, AFTextPainter::kLeft, true))
-        ->setText("MAIN CONTROL SWEEPS");
-    const int firstSweep = secondLfo ? KnobEngine::kLfoRateKA + 6 : KnobEngine::kLfoRateKA;
-    for (int i = 0; i < 3; ++i) {
-        const double left = x + 10.0 + i * 125.0;
-        const int tag = rowTag(firstSweep + i);
-        auto* knob = addView(std::make_unique<A2ModulatableKnob>(
-            AFRect::ofSize(left, y + 474.0, L::kParameterKnob, L::kParameterKnob), &editor, tag,
-            bitmaps.get(B::kParameterKnob), editor.valuePointer(tag), editor.getLearnMenu()));
-        knob->setDefaultValue(0.5f);
-        sweepKnobs[static_cast<std::size_t>(i)] = knob;
-        addView(std::make_unique<A2ValueDisplay>(AFRect::ofSize(left + 40.0, y + 474.0, 80.0, 15.0), 10.0,
-                                                 L::kDimText, AFTextPainter::kLeft))
-            ->setText(kSweepNames[i]);
-        sweepTexts[static_cast<std::size_t>(i)] = addView(std::make_unique<A2ValueDisplay>(
-            AFRect::ofSize(left + 40.0, y + 490.0, 80.0, 18.0), 12.5, L::kText, AFTextPainter::kLeft, true));
-    }
+    sweeps = addView(
+        std::make_unique<SweepRow>(editor, AFRect::ofSize(x + 10.0, y + 452.0, 370.0, 60.0), kSweepNames));
 }
 
 int LfoView::rowTag(int row) const noexcept {
@@ -90,13 +75,8 @@ void LfoView::bindSlot(int newSlot) {
     const int amountTag = rowTag(secondLfo ? KnobEngine::kLfo2Amount : KnobEngine::kLfoAmount);
     amountKnob->setTag(amountTag);
     amountKnob->setValuePointer(editor.valuePointer(amountTag));
-    const int firstSweep = secondLfo ? KnobEngine::kLfoRateKA + 6 : KnobEngine::kLfoRateKA;
-    for (int i = 0; i < 3; ++i) {
-        A2ModulatableKnob* knob = sweepKnobs[static_cast<std::size_t>(i)];
-        knob->setTag(rowTag(firstSweep + i));
-        knob->setValuePointer(editor.valuePointer(knob->getTag()));
-    }
-    shown.fill(-1.0f);
+    sweeps->bind(rowTag(secondLfo ? KnobEngine::kLfoRateKA + 6 : KnobEngine::kLfoRateKA));
+    shownAmount = -1.0f;
     invalid();
     follow();
 }
@@ -108,21 +88,12 @@ void LfoView::follow() {
     triggerMenu->setCurrent(lfo.getTriggerMode());
     char text[16];
     editor.followParameter(amountKnob);
-    if (const float amount = amountKnob->getValue(); amount != shown[0]) {
-        shown[0] = amount;
+    if (const float amount = amountKnob->getValue(); amount != shownAmount) {
+        shownAmount = amount;
         std::snprintf(text, sizeof text, "%d%%", static_cast<int>(std::lround(amount * 100.0f)));
         amountText->setText(text);
     }
-    for (std::size_t i = 0; i < 3; ++i) {
-        editor.followParameter(sweepKnobs[i]);
-        const float sweep = sweepKnobs[i]->getValue();
-        if (sweep == shown[i + 1]) continue;
-        shown[i + 1] = sweep;
-        // 0.5 sweeps nothing; either side sweeps up or down by up to the whole range.
-        std::snprintf(text, sizeof text, "%+d%%",
-                      static_cast<int>(std::lround((sweep * 2.0f - 1.0f) * 100.0f)));
-        sweepTexts[i]->setText(text);
-    }
+    sweeps->follow();
 }
 
 void LfoView::drawBackground(cairo_t* cr) {

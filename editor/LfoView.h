@@ -9,6 +9,7 @@ class A2ValueDisplay;
 class AFOptionMenu;
 class AFUniClientEditor;
 class LfoAddView;
+class SweepRow;
 
 // One LFO of the selected slot: its LfoAddView, the amount knob, quantize and trigger, and how far the
 // main control sweeps its rate, phase and amount. GUI thread.
@@ -26,7 +27,7 @@ public:
     A2ModulatableKnob* getAmountKnob() const noexcept { return amountKnob; }
     AFOptionMenu* getQuantizeMenu() const noexcept { return quantizeMenu; }
     AFOptionMenu* getTriggerMenu() const noexcept { return triggerMenu; }
-    A2ModulatableKnob* getSweepKnob(int i) const { return sweepKnobs[static_cast<std::size_t>(i)]; }
+    SweepRow* getSweeps() const noexcept { return sweeps; }
 
 private:
     int rowTag(int row) const noexcept;
@@ -39,7 +40,6 @@ private:
     A2ValueDisplay* amountText;
     AFOptionMenu* quantizeMenu;
     AFOptionMenu* triggerMenu;
-    std::array<A2ModulatableKnob*, 3> sweepKnobs{};
-    std::array<A2ValueDisplay*, 3> sweepTexts{};
-    std::array<float, 4> shown{};
+    SweepRow* sweeps;
+    float shownAmount = -1.0f;
 };

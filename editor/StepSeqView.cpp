@@ -91,12 +91,7 @@ void StepSeqView::onMouseUp(const AFMouseEvent&) {
 
 void StepSeqView::draw(cairo_t* cr) {
     cairo_save(cr);
-    AFTextPainter::roundedRect(cr, size, 4.0);
-    AFTextPainter::setColour(cr, 0x0B0D12);
-    cairo_fill_preserve(cr);
-    AFTextPainter::setColour(cr, 0x3A404C);
-    cairo_set_line_width(cr, 1.0);
-    cairo_stroke(cr);
+    AFTextPainter::well(cr, size);
     for (int i = 0; i < kSteps; ++i) {
         const AFRect bar = barRect(i).inset(1.5, 0.0);
         AFTextPainter::setColour(cr, i % 4 == 0 ? 0x232833 : 0x1A1E27);

@@ -14,6 +14,7 @@
 #include "editor/ModAmountSwitch.h"
 #include "editor/ModulatorView.h"
 #include "editor/StepSeqView.h"
+#include "editor/SweepRow.h"
 #include "engine/AFCommandAttribute.h"
 #include "engine/KnobEngine.h"
 #include "modulation/AFGlideTable.h"
@@ -131,7 +132,7 @@ TEST_F(ModulatorPage, SlotButtonRebindsEveryControlWithoutHistory) {
     EXPECT_EQ(lfo(0).getRateKnob()->getTag(), block + KnobEngine::kLfoRate);
     EXPECT_EQ(lfo(1).getPhaseKnob()->getTag(), block + KnobEngine::kLfo2Phase);
     EXPECT_EQ(page->getLfoView(1)->getAmountKnob()->getTag(), block + KnobEngine::kLfo2Amount);
-    EXPECT_EQ(page->getLfoView(1)->getSweepKnob(2)->getTag(), block + KnobEngine::kLfoRateKA + 8);
+    EXPECT_EQ(page->getLfoView(1)->getSweeps()->getKnob(2)->getTag(), block + KnobEngine::kLfoRateKA + 8);
     EXPECT_EQ(page->getDepthKnob(2)->getTag(), AFUniClient::kAmountStart + KnobEngine::kAmountCount * 3 + 10);
 
     // Back to slot 0, whose LFO 1 plays a wave: the views swap back, still with no history.
