@@ -17,6 +17,7 @@
 #include <cmath>
 #include <cstdio>
 #include <memory>
+#include <string>
 
 namespace {
 
@@ -84,9 +85,14 @@ void LfoView::bindSlot(int newSlot) {
 void LfoView::follow() {
     lfoAddView->follow();
     const AFLfo& lfo = *editor.getClient().getSlot(slot).getLfo(secondLfo ? 1 : 0);
-    quantizeMenu->setCurrent(lfo.getQuantizeSteps());
+    char text[32];
+    if (const int quantize = lfo.getQuantizeSteps(); quantize != quantizeMenu->getCurrent()) {
+        // A stored count beyond the menu's choices still shows what it is.
+        std::snprintf(text, sizeof text, "Quantize: %d Levels", quantize + 1);
+        quantizeMenu->setLabel(quantize < kQuantizeChoices ? std::string() : std::string(text));
+        quantizeMenu->setCurrent(quantize);
+    }
     triggerMenu->setCurrent(lfo.getTriggerMode());
-    char text[16];
     editor.followParameter(amountKnob);
     if (const float amount = amountKnob->getValue(); amount != shownAmount) {
         shownAmount = amount;
