@@ -1,14 +1,16 @@
 #!/usr/bin/env bash
 # Opens the editor in a real window under Xvfb and plays it with xdotool: the JACK standalone against a
-# private dummy JACK server, the LV2 UI in jalv.gtk3, or the CLAP or VST2 editor embedded by our own editor
-# host. Checks that the window shows the frame, that a dragged Control starts its slot (the lamp lights), and
-# that an effect picked from the menu reaches the slot (its header changes); then reads the engine back: with
-# JACK and LV2 the Control's value as the engine sends it on its MIDI out, with CLAP and VST2 Control 1 and the
-# slots' effects from the state the host saves when it closes.
+# private dummy JACK server, the LV2 UI in jalv.gtk3, or the CLAP, VST2 or VST3 editor embedded by our own
+# editor host. Checks that the window shows the frame, that a dragged Control starts its slot (the lamp
+# lights), and that an effect picked from the menu reaches the slot (its header changes); then reads the
+# engine back: with JACK and LV2 the Control's value as the engine sends it on its MIDI out, with CLAP, VST2
+# and VST3 Control 1 and the slots' effects from the states the host saves as the editor opens and when it
+# closes.
 #
 #   check-editor.sh jack <orvanto-jack> <content tree> <screenshot folder> <orvanto-preset>
 #   check-editor.sh lv2 <orvanto.lv2 bundle> <content tree> <screenshot folder> <orvanto-preset>
-#   check-editor.sh clap|vst2 <plug-in file> <content tree> <screenshot folder> <orvanto-preset> <editor host>
+#   check-editor.sh clap|vst2|vst3 <plug-in file> <content tree> <screenshot folder> <orvanto-preset> \
+#       <editor host>
 #
 # Exit status 77 means a tool is missing (CTest reports the test as skipped).
 set -u
@@ -92,7 +94,7 @@ lv2)
     LV2_PATH="$work/lv2" jalv.gtk3 urn:amberforge:orvanto >"$work/app.log" 2>&1 &
     started+=($!)
     ;;
-clap | vst2)
+clap | vst2 | vst3)
     [ -x "$editor_host" ] || fail "no editor host at $editor_host"
     "$editor_host" "$mode" "$plugin" "$work/engine" >"$work/app.log" 2>&1 &
     host_pid=$!
@@ -178,21 +180,22 @@ sleep 0.6
 shot picked
 after=$(convert "$shots/$mode-picked.png" -crop 140x28+155+73 +repage -format '%#' info:)
 [ "$before" != "$after" ] || fail "slot 2's header did not change after the effect was picked"
-if [ "$mode" = clap ] || [ "$mode" = vst2 ]; then
+if [ "$editor_host" != "" ]; then
     kill -TERM "$host_pid"
     wait "$host_pid" || fail "the editor host failed: $(cat "$work/app.log")"
-    control=$(cat "$work/engine.control")
-    awk -v v="$control" 'BEGIN { exit !(v > 0.15) }' || fail "the engine's Control 1 is $control after the drag"
     # The format's state holds the engine's own image under the key "chunk", in base64.
     slot_effects() {
         tr '\377\000' '\n\n' <"$work/engine-$1.state" | sed -n '/^chunk$/{n;p;q}' | base64 -d >"$work/$1.afog" ||
             fail "no engine image in the $1 state"
-        "$preset_tool" info "$work/$1.afog" | grep -o '"effect": "[^"]*"'
+        "$preset_tool" info "$work/$1.afog" >"$work/$1.json" || fail "the $1 engine image does not read"
+        grep -o '"effect": "[^"]*"' "$work/$1.json"
     }
     mapfile -t opened < <(slot_effects opened)
     mapfile -t closed < <(slot_effects closed)
     [ "${#opened[@]}" -eq 8 ] && [ "${#closed[@]}" -eq 8 ] || fail "the saved states do not describe eight slots"
     [ "${closed[0]}" = "${opened[0]}" ] && [ "${closed[1]}" != "${opened[1]}" ] ||
         fail "slot effects before and after the pick: ${opened[*]} / ${closed[*]}"
+    control=$(grep -o '"controls": \[[^],]*' "$work/closed.json" | sed 's/.*\[//')
+    awk -v v="$control" 'BEGIN { exit !(v > 0.15) }' || fail "the engine's Control 1 is '$control' after the drag"
 fi
 echo "PASS: $mode editor opened, a Control drag started its slot and the engine has it, an effect pick reached slot 2"
