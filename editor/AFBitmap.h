@@ -6,14 +6,22 @@
 #include <cstdint>
 #include <memory>
 
-// A decoded PNG, drawn at half its pixel size: the art is made for 2x screens. Owns its Cairo surface.
+// A PNG image held in memory, drawn at half its pixel size: the art is made for 2x screens. Its pixels are
+// decoded through libpng's read interface when it is first drawn, so an editor opens without decoding what
+// its first frame does not show (modulation overlays, other pages). Owns its Cairo surface.
 class AFBitmap {
 public:
     static constexpr double kDensity = 2.0;
+    // The art stays far below these; anything larger is not ours.
+    static constexpr uint32_t kMaxWidth = 4096;
+    static constexpr uint32_t kMaxHeight = 65536;
 
-    // GUI thread: decodes a PNG image held in memory through libpng's read interface; null when it is not a
-    // readable PNG.
-    static std::unique_ptr<AFBitmap> decode(const uint8_t* data, std::size_t size);
+    // GUI thread: the image, its size read from the PNG header; null when the data is no PNG of a size we
+    // accept. The data must outlive the bitmap.
+    static std::unique_ptr<AFBitmap> fromPng(const uint8_t* data, std::size_t size);
+    // GUI thread: decodes the pixels unless done; false when they do not decode (the bitmap then draws
+    // nothing).
+    bool decode() const;
     ~AFBitmap();
     AFBitmap(const AFBitmap&) = delete;
     AFBitmap& operator=(const AFBitmap&) = delete;
@@ -28,9 +36,12 @@ public:
     double getHeight() const noexcept { return static_cast<double>(pixelHeight) / kDensity; }
 
 private:
-    AFBitmap(cairo_surface_t* surface, int width, int height);
+    AFBitmap(const uint8_t* png, std::size_t pngSize, int width, int height);
 
-    cairo_surface_t* surface;
+    const uint8_t* png;
+    std::size_t pngSize;
     int pixelWidth;
     int pixelHeight;
+    mutable cairo_surface_t* surface = nullptr;
+    mutable bool failed = false;
 };
