@@ -2,24 +2,13 @@
 
 #include <png.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
 
 namespace {
-
-struct PngSource {
-    const uint8_t* data;
-    std::size_t size;
-    std::size_t offset;
-};
-
-void readFromMemory(png_structp png, png_bytep out, png_size_t count) {
-    auto* source = static_cast<PngSource*>(png_get_io_ptr(png));
-    if (count > source->size - source->offset) png_error(png, "truncated image");
-    std::memcpy(out, source->data + source->offset, count);
-    source->offset += count;
-}
 
 // Cairo keeps premultiplied native-endian ARGB. Most of the art is fully opaque or fully clear.
 uint32_t premultiplied(const uint8_t* rgba) {
@@ -55,25 +44,36 @@ AFBitmap::AFBitmap(const uint8_t* png, std::size_t pngSize, int width, int heigh
     : png(png), pngSize(pngSize), pixelWidth(width), pixelHeight(height) {}
 
 AFBitmap::~AFBitmap() {
+    closeReader();
     if (surface != nullptr) cairo_surface_destroy(surface);
 }
 
-bool AFBitmap::decode() const {
-    if (surface != nullptr || failed) return surface != nullptr;
+void AFBitmap::readChunk(png_struct_def* reader, unsigned char* out, std::size_t count) {
+    const auto* bitmap = static_cast<const AFBitmap*>(png_get_io_ptr(reader));
+    if (count > bitmap->pngSize - bitmap->readOffset) png_error(reader, "truncated image");
+    std::memcpy(out, bitmap->png + bitmap->readOffset, count);
+    bitmap->readOffset += count;
+}
+
+void AFBitmap::closeReader() const {
+    if (reader != nullptr) png_destroy_read_struct(&reader, &info, nullptr);
+    reader = nullptr;
+    info = nullptr;
+}
+
+void AFBitmap::fail() const {
+    closeReader();
+    if (surface != nullptr) cairo_surface_destroy(surface);
+    surface = nullptr;
     failed = true;
-    png_structp reader = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+}
+
+bool AFBitmap::startDecoding() const {
+    reader = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
     if (reader == nullptr) return false;
-    png_infop info = png_create_info_struct(reader);
-    PngSource source{png, pngSize, 0};
-    // Declared before the jump point: libpng's errors return through it.
-    uint8_t* pixels = nullptr;
-    std::vector<png_bytep> rows;
-    if (info == nullptr || setjmp(png_jmpbuf(reader))) {
-        png_destroy_read_struct(&reader, &info, nullptr);
-        std::free(pixels);
-        return false;
-    }
-    png_set_read_fn(reader, &source, readFromMemory);
+    info = png_create_info_struct(reader);
+    if (info == nullptr || setjmp(png_jmpbuf(reader))) return false;
+    png_set_read_fn(reader, const_cast<AFBitmap*>(this), readChunk);
     // The images are our own and compiled in: the stream checksum only costs time.
     png_set_option(reader, PNG_IGNORE_ADLER32, PNG_OPTION_ON);
     png_read_info(reader, info);
@@ -84,43 +84,75 @@ bool AFBitmap::decode() const {
     png_set_strip_16(reader);
     png_set_gray_to_rgb(reader);
     png_set_add_alpha(reader, 0xFF, PNG_FILLER_AFTER);
-    png_set_interlace_handling(reader);
+    const bool interlaced = png_set_interlace_handling(reader) > 1;
     png_read_update_info(reader, info);
     if (png_get_rowbytes(reader, info) != static_cast<std::size_t>(pixelWidth) * 4)
         png_error(reader, "layout");
-    // Every byte is written below: no zero fill of a fresh surface first.
+    // Every byte shown is written first: no zero fill of a fresh surface.
     const int stride = cairo_format_stride_for_width(CAIRO_FORMAT_ARGB32, pixelWidth);
-    pixels = static_cast<uint8_t*>(
+    auto* pixels = static_cast<uint8_t*>(
         std::malloc(static_cast<std::size_t>(stride) * static_cast<std::size_t>(pixelHeight)));
     if (pixels == nullptr) png_error(reader, "no memory");
-    rows.resize(static_cast<std::size_t>(pixelHeight));
+    surface =
+        cairo_image_surface_create_for_data(pixels, CAIRO_FORMAT_ARGB32, pixelWidth, pixelHeight, stride);
+    if (cairo_surface_set_user_data(surface, &pixelsKey, pixels, std::free) != CAIRO_STATUS_SUCCESS) {
+        std::free(pixels);
+        png_error(reader, "no surface");
+    }
+    if (!interlaced) return true;
+    // Passes interleave the rows: the image comes whole or not at all.
+    std::vector<png_bytep> rows(static_cast<std::size_t>(pixelHeight));
     for (int y = 0; y < pixelHeight; ++y)
         rows[static_cast<std::size_t>(y)] = pixels + static_cast<std::ptrdiff_t>(y) * stride;
-    // Read straight into the rows, then turn each RGBA row into Cairo's pixels in place.
     png_read_image(reader, rows.data());
-    png_read_end(reader, nullptr);
-    png_destroy_read_struct(&reader, &info, nullptr);
     for (png_bytep rgba : rows) {
         auto* row = reinterpret_cast<uint32_t*>(rgba);
         for (int x = 0; x < pixelWidth; ++x)
             row[x] = premultiplied(rgba + x * 4);
     }
-    cairo_surface_t* made =
-        cairo_image_surface_create_for_data(pixels, CAIRO_FORMAT_ARGB32, pixelWidth, pixelHeight, stride);
-    if (cairo_surface_status(made) != CAIRO_STATUS_SUCCESS ||
-        cairo_surface_set_user_data(made, &pixelsKey, pixels, std::free) != CAIRO_STATUS_SUCCESS) {
-        cairo_surface_destroy(made);
-        std::free(pixels);
+    decodedRows = pixelHeight;
+    png_read_end(reader, nullptr);
+    closeReader();
+    cairo_surface_mark_dirty(surface);
+    return true;
+}
+
+bool AFBitmap::decodeRows(int end) const {
+    if (failed) return false;
+    end = std::min(end, pixelHeight);
+    if (decodedRows >= end) return true;
+    if (surface == nullptr && !startDecoding()) {
+        fail();
         return false;
     }
-    surface = made;
-    failed = false;
+    if (decodedRows >= end) return true;
+    if (setjmp(png_jmpbuf(reader))) {
+        fail();
+        return false;
+    }
+    uint8_t* pixels = cairo_image_surface_get_data(surface);
+    const int stride = cairo_image_surface_get_stride(surface);
+    const int first = decodedRows;
+    // Each RGBA row read straight into the surface, then turned into Cairo's pixels in place.
+    for (; decodedRows < end; ++decodedRows) {
+        png_bytep rgba = pixels + static_cast<std::ptrdiff_t>(decodedRows) * stride;
+        png_read_row(reader, rgba, nullptr);
+        auto* row = reinterpret_cast<uint32_t*>(rgba);
+        for (int x = 0; x < pixelWidth; ++x)
+            row[x] = premultiplied(rgba + x * 4);
+    }
+    cairo_surface_mark_dirty_rectangle(surface, 0, first, pixelWidth, end - first);
+    if (decodedRows == pixelHeight) {
+        png_read_end(reader, nullptr);
+        closeReader();
+    }
     return true;
 }
 
 void AFBitmap::draw(cairo_t* cr, double x, double y, double width, double height, double sourceX,
                     double sourceY) const {
-    if (!decode()) return;
+    const int lastRow = static_cast<int>(std::ceil((sourceY + height) * kDensity)) + kFilterMargin;
+    if (!decodeRows(lastRow)) return;
     cairo_save(cr);
     cairo_rectangle(cr, x, y, width, height);
     cairo_clip(cr);

@@ -6,9 +6,13 @@
 #include <cstdint>
 #include <memory>
 
+struct png_struct_def;
+struct png_info_def;
+
 // A PNG image held in memory, drawn at half its pixel size: the art is made for 2x screens. Its pixels are
-// decoded through libpng's read interface when it is first drawn, so an editor opens without decoding what
-// its first frame does not show (modulation overlays, other pages). Owns its Cairo surface.
+// decoded through libpng's read interface as drawing first needs them, top row first, so an editor opens
+// without decoding what its first frame does not show (modulation overlays, other pages, the frames of a
+// knob strip below the one shown). Owns its Cairo surface.
 class AFBitmap {
 public:
     static constexpr double kDensity = 2.0;
@@ -21,7 +25,7 @@ public:
     static std::unique_ptr<AFBitmap> fromPng(const uint8_t* data, std::size_t size);
     // GUI thread: decodes the pixels unless done; false when they do not decode (the bitmap then draws
     // nothing).
-    bool decode() const;
+    bool decode() const { return decodeRows(pixelHeight); }
     ~AFBitmap();
     AFBitmap(const AFBitmap&) = delete;
     AFBitmap& operator=(const AFBitmap&) = delete;
@@ -36,12 +40,26 @@ public:
     double getHeight() const noexcept { return static_cast<double>(pixelHeight) / kDensity; }
 
 private:
+    // Rows a downscaled draw may sample beyond the last one it shows.
+    static constexpr int kFilterMargin = 4;
+
     AFBitmap(const uint8_t* png, std::size_t pngSize, int width, int height);
+    static void readChunk(png_struct_def* reader, unsigned char* out, std::size_t count);
+    // Reads the header and makes the surface; an interlaced image is decoded whole.
+    bool startDecoding() const;
+    // Decodes the rows above pixel row `end` not yet decoded; false when the image does not decode.
+    bool decodeRows(int end) const;
+    void closeReader() const;
+    void fail() const;
 
     const uint8_t* png;
     std::size_t pngSize;
     int pixelWidth;
     int pixelHeight;
+    mutable std::size_t readOffset = 0;
+    mutable png_struct_def* reader = nullptr;
+    mutable png_info_def* info = nullptr;
     mutable cairo_surface_t* surface = nullptr;
+    mutable int decodedRows = 0;
     mutable bool failed = false;
 };
