@@ -55,12 +55,9 @@ struct Outcome {
 
 // ---- CLAP ----------------------------------------------------------------------------------------------
 
-struct ClapTimer {
-    clap_id id;
-    uint32_t periodMs;
-};
-
-std::vector<ClapTimer> clapTimers;
+// Every timer the plug-in asks for fires at the host's idle period.
+std::vector<clap_id> clapTimers;
+clap_id nextClapTimer = 0;
 bool clapCallbackRequested = false;
 
 const clap_host_gui_t clapHostGui = {
@@ -72,13 +69,13 @@ const clap_host_gui_t clapHostGui = {
 };
 
 const clap_host_timer_support_t clapHostTimers = {
-    [](const clap_host_t*, uint32_t periodMs, clap_id* id) {
-        *id = static_cast<clap_id>(clapTimers.size());
-        clapTimers.push_back({*id, periodMs});
+    [](const clap_host_t*, uint32_t, clap_id* id) {
+        *id = nextClapTimer++;
+        clapTimers.push_back(*id);
         return true;
     },
     [](const clap_host_t*, clap_id id) {
-        std::erase_if(clapTimers, [id](const ClapTimer& timer) { return timer.id == id; });
+        std::erase(clapTimers, id);
         return true;
     },
 };
@@ -145,8 +142,8 @@ bool runClap(void* library, const char* path, Window parent, const std::function
     save(outcome.opened);
     for (int idles = 0; stopRequested == 0; ++idles) {
         if (idles == kIdlesBeforeShowing) shown();
-        for (const ClapTimer& timer : std::vector<ClapTimer>(clapTimers))
-            timers->on_timer(plugin, timer.id);
+        for (const clap_id id : std::vector<clap_id>(clapTimers))
+            timers->on_timer(plugin, id);
         if (clapCallbackRequested) {
             clapCallbackRequested = false;
             plugin->on_main_thread(plugin);
