@@ -3,9 +3,9 @@
 # private dummy JACK server, the LV2 UI in jalv.gtk3, or the CLAP, VST2 or VST3 editor embedded by our own
 # editor host. Checks that the window shows the frame, that a dragged Control starts its slot (the lamp
 # lights), and that an effect picked from the menu reaches the slot (its header changes); then reads the
-# engine back: with JACK and LV2 the Control's value as the engine sends it on its MIDI out, with CLAP, VST2
-# and VST3 Control 1 and the slots' effects from the states the host saves as the editor opens and when it
-# closes.
+# engine back: with JACK and LV2 the Control's value as the engine sends it on its MIDI out, and with LV2,
+# CLAP, VST2 and VST3 Control 1 and the slots' effects from the states saved as the editor opened and at the
+# end (jalv's File menu, or our host).
 #
 #   check-editor.sh jack <orvanto-jack> <content tree> <screenshot folder> <orvanto-preset>
 #   check-editor.sh lv2 <orvanto.lv2 bundle> <content tree> <screenshot folder> <orvanto-preset>
@@ -146,10 +146,40 @@ spread() {
     convert "$shots/$mode-$1.png" -format '%[fx:int(1000*standard_deviation)]' info:
 }
 
+# LV2: jalv saves the plug-in's state through its File menu into a folder, the engine's image as the base64
+# value of DPF's state key "chunk".
+jalv_save() {
+    local top dialog
+    top=$(xdotool search --onlyvisible --name '^Orvanto$' | head -n 1)
+    [ -n "$top" ] || fail "no jalv window"
+    xdotool mousemove --window "$top" 20 10 click 1
+    sleep 0.7
+    xdotool mousemove --window "$top" 45 38 click 1
+    for _ in $(seq 50); do
+        dialog=$(xdotool search --onlyvisible --name '^Save State$' 2>/dev/null | head -n 1)
+        [ -n "$dialog" ] && break
+        sleep 0.1
+    done
+    [ -n "$dialog" ] || fail "jalv shows no Save State dialog"
+    xdotool windowfocus "$dialog"
+    sleep 0.3
+    xdotool type --delay 15 "$work/jalv-$1"
+    sleep 0.3
+    xdotool key --window "$dialog" Return
+    for _ in $(seq 50); do
+        [ -s "$work/jalv-$1/state.ttl" ] && break
+        sleep 0.1
+    done
+    sed -n 's/.*<urn:distrho:chunk> "\([^"]*\)".*/\1/p' "$work/jalv-$1/state.ttl" | base64 -d >"$work/$1.afog" ||
+        fail "jalv saved no engine image"
+    sleep 0.3
+}
+
 shot open
 [ "$(spread open)" -gt 50 ] || fail "the window is empty or one colour"
 read -r r g b <<<"$(colour open 60x60+0+0)"
 [ $((r + g + b)) -gt 0 ] && [ $((r + g + b)) -lt 200 ] || fail "the frame's corner is not the dark stage ($r $g $b)"
+[ "$mode" = lv2 ] && jalv_save opened
 
 # Slot 1's lamp is dark; drag its Control up and it lights: running, or pending on the grid where the host
 # plays no audio.
@@ -184,9 +214,15 @@ if [ "$editor_host" != "" ]; then
     kill -TERM "$host_pid"
     wait "$host_pid" || fail "the editor host failed: $(cat "$work/app.log")"
     # The format's state holds the engine's own image under the key "chunk", in base64.
+    for state in opened closed; do
+        tr '\377\000' '\n\n' <"$work/engine-$state.state" | sed -n '/^chunk$/{n;p;q}' | base64 -d \
+            >"$work/$state.afog" || fail "no engine image in the $state state"
+    done
+elif [ "$mode" = lv2 ]; then
+    jalv_save closed
+fi
+if [ -s "$work/opened.afog" ]; then
     slot_effects() {
-        tr '\377\000' '\n\n' <"$work/engine-$1.state" | sed -n '/^chunk$/{n;p;q}' | base64 -d >"$work/$1.afog" ||
-            fail "no engine image in the $1 state"
         "$preset_tool" info "$work/$1.afog" >"$work/$1.json" || fail "the $1 engine image does not read"
         grep -o '"effect": "[^"]*"' "$work/$1.json"
     }
@@ -197,5 +233,7 @@ if [ "$editor_host" != "" ]; then
         fail "slot effects before and after the pick: ${opened[*]} / ${closed[*]}"
     control=$(grep -o '"controls": \[[^],]*' "$work/closed.json" | sed 's/.*\[//')
     awk -v v="$control" 'BEGIN { exit !(v > 0.15) }' || fail "the engine's Control 1 is '$control' after the drag"
+elif [ "$mode" != jack ]; then
+    fail "no engine image was saved"
 fi
 echo "PASS: $mode editor opened, a Control drag started its slot and the engine has it, an effect pick reached slot 2"
