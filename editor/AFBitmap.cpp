@@ -2,94 +2,157 @@
 
 #include <png.h>
 
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
 namespace {
 
-struct PngSource {
-    const uint8_t* data;
-    std::size_t size;
-    std::size_t offset;
-};
-
-void readFromMemory(png_structp png, png_bytep out, png_size_t count) {
-    auto* source = static_cast<PngSource*>(png_get_io_ptr(png));
-    if (count > source->size - source->offset) png_error(png, "truncated image");
-    std::memcpy(out, source->data + source->offset, count);
-    source->offset += count;
-}
-
-// Cairo keeps premultiplied native-endian ARGB.
+// Cairo keeps premultiplied native-endian ARGB. Most of the art is fully opaque or fully clear.
 uint32_t premultiplied(const uint8_t* rgba) {
     const uint32_t a = rgba[3];
+    if (a == 255) return 0xFF000000u | (uint32_t{rgba[0]} << 16) | (uint32_t{rgba[1]} << 8) | rgba[2];
+    if (a == 0) return 0;
     const auto scale = [a](uint32_t c) { return (c * a + 127) / 255; };
     return (a << 24) | (scale(rgba[0]) << 16) | (scale(rgba[1]) << 8) | scale(rgba[2]);
 }
 
-} // namespace
-
-std::unique_ptr<AFBitmap> AFBitmap::decode(const uint8_t* data, std::size_t size) {
-    if (data == nullptr || size < 8 || png_sig_cmp(data, 0, 8) != 0) return nullptr;
-    png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-    if (png == nullptr) return nullptr;
-    png_infop info = png_create_info_struct(png);
-    PngSource source{data, size, 0};
-    // Declared before the jump point: libpng's errors return through it.
-    cairo_surface_t* surface = nullptr;
-    std::vector<png_bytep> rows;
-    if (info == nullptr || setjmp(png_jmpbuf(png))) {
-        png_destroy_read_struct(&png, &info, nullptr);
-        if (surface != nullptr) cairo_surface_destroy(surface);
-        return nullptr;
-    }
-    png_set_read_fn(png, &source, readFromMemory);
-    // The images are our own and compiled in: the stream checksum only costs time.
-    png_set_option(png, PNG_IGNORE_ADLER32, PNG_OPTION_ON);
-    png_read_info(png, info);
-    const png_uint_32 width = png_get_image_width(png, info);
-    const png_uint_32 height = png_get_image_height(png, info);
-    // The art stays far below this; anything larger is not ours.
-    if (width == 0 || height == 0 || width > 4096 || height > 65536) png_error(png, "bad size");
-    png_set_expand(png);
-    png_set_strip_16(png);
-    png_set_gray_to_rgb(png);
-    png_set_add_alpha(png, 0xFF, PNG_FILLER_AFTER);
-    png_set_interlace_handling(png);
-    png_read_update_info(png, info);
-    if (png_get_rowbytes(png, info) != width * 4) png_error(png, "unexpected layout");
-    surface =
-        cairo_image_surface_create(CAIRO_FORMAT_ARGB32, static_cast<int>(width), static_cast<int>(height));
-    if (cairo_surface_status(surface) != CAIRO_STATUS_SUCCESS) png_error(png, "no surface");
-    cairo_surface_flush(surface);
-    // Read straight into the surface's rows, then turn each RGBA row into Cairo's pixels in place.
-    unsigned char* target = cairo_image_surface_get_data(surface);
-    const int stride = cairo_image_surface_get_stride(surface);
-    rows.resize(height);
-    for (png_uint_32 y = 0; y < height; ++y)
-        rows[y] = target + static_cast<std::ptrdiff_t>(y) * stride;
-    png_read_image(png, rows.data());
-    png_read_end(png, nullptr);
-    png_destroy_read_struct(&png, &info, nullptr);
-    for (png_uint_32 y = 0; y < height; ++y) {
-        auto* row = reinterpret_cast<uint32_t*>(rows[y]);
-        for (png_uint_32 x = 0; x < width; ++x)
-            row[x] = premultiplied(rows[y] + x * 4);
-    }
-    cairo_surface_mark_dirty(surface);
-    return std::unique_ptr<AFBitmap>(
-        new AFBitmap(surface, static_cast<int>(width), static_cast<int>(height)));
+uint32_t bigEndian(const uint8_t* bytes) {
+    return (uint32_t{bytes[0]} << 24) | (uint32_t{bytes[1]} << 16) | (uint32_t{bytes[2]} << 8) | bytes[3];
 }
 
-AFBitmap::AFBitmap(cairo_surface_t* surface, int width, int height)
-    : surface(surface), pixelWidth(width), pixelHeight(height) {}
+const cairo_user_data_key_t pixelsKey{};
+
+} // namespace
+
+std::unique_ptr<AFBitmap> AFBitmap::fromPng(const uint8_t* data, std::size_t size) {
+    // The signature, then the header chunk first: its length, its name, the width and the height.
+    constexpr std::size_t kHeaderEnd = 24;
+    if (data == nullptr || size < kHeaderEnd || png_sig_cmp(data, 0, 8) != 0 ||
+        std::memcmp(data + 12, "IHDR", 4) != 0)
+        return nullptr;
+    const uint32_t width = bigEndian(data + 16);
+    const uint32_t height = bigEndian(data + 20);
+    if (width == 0 || height == 0 || width > kMaxWidth || height > kMaxHeight) return nullptr;
+    return std::unique_ptr<AFBitmap>(
+        new AFBitmap(data, size, static_cast<int>(width), static_cast<int>(height)));
+}
+
+AFBitmap::AFBitmap(const uint8_t* png, std::size_t pngSize, int width, int height)
+    : png(png), pngSize(pngSize), pixelWidth(width), pixelHeight(height) {}
 
 AFBitmap::~AFBitmap() {
-    cairo_surface_destroy(surface);
+    closeReader();
+    if (surface != nullptr) cairo_surface_destroy(surface);
+}
+
+void AFBitmap::readChunk(png_struct_def* reader, unsigned char* out, std::size_t count) {
+    const auto* bitmap = static_cast<const AFBitmap*>(png_get_io_ptr(reader));
+    if (count > bitmap->pngSize - bitmap->readOffset) png_error(reader, "truncated image");
+    std::memcpy(out, bitmap->png + bitmap->readOffset, count);
+    bitmap->readOffset += count;
+}
+
+void AFBitmap::closeReader() const {
+    if (reader != nullptr) png_destroy_read_struct(&reader, &info, nullptr);
+    reader = nullptr;
+    info = nullptr;
+}
+
+void AFBitmap::fail() const {
+    closeReader();
+    if (surface != nullptr) cairo_surface_destroy(surface);
+    surface = nullptr;
+    failed = true;
+}
+
+bool AFBitmap::startDecoding() const {
+    reader = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+    if (reader == nullptr) return false;
+    info = png_create_info_struct(reader);
+    if (info == nullptr || setjmp(png_jmpbuf(reader))) return false;
+    png_set_read_fn(reader, const_cast<AFBitmap*>(this), readChunk);
+    // The images are our own and compiled in: the stream checksum only costs time.
+    png_set_option(reader, PNG_IGNORE_ADLER32, PNG_OPTION_ON);
+    png_read_info(reader, info);
+    if (png_get_image_width(reader, info) != static_cast<png_uint_32>(pixelWidth) ||
+        png_get_image_height(reader, info) != static_cast<png_uint_32>(pixelHeight))
+        png_error(reader, "bad size");
+    png_set_expand(reader);
+    png_set_strip_16(reader);
+    png_set_gray_to_rgb(reader);
+    png_set_add_alpha(reader, 0xFF, PNG_FILLER_AFTER);
+    const bool interlaced = png_set_interlace_handling(reader) > 1;
+    png_read_update_info(reader, info);
+    if (png_get_rowbytes(reader, info) != static_cast<std::size_t>(pixelWidth) * 4)
+        png_error(reader, "layout");
+    // Every byte shown is written first: no zero fill of a fresh surface.
+    const int stride = cairo_format_stride_for_width(CAIRO_FORMAT_ARGB32, pixelWidth);
+    auto* pixels = static_cast<uint8_t*>(
+        std::malloc(static_cast<std::size_t>(stride) * static_cast<std::size_t>(pixelHeight)));
+    if (pixels == nullptr) png_error(reader, "no memory");
+    surface =
+        cairo_image_surface_create_for_data(pixels, CAIRO_FORMAT_ARGB32, pixelWidth, pixelHeight, stride);
+    if (cairo_surface_set_user_data(surface, &pixelsKey, pixels, std::free) != CAIRO_STATUS_SUCCESS) {
+        std::free(pixels);
+        png_error(reader, "no surface");
+    }
+    if (!interlaced) return true;
+    // Passes interleave the rows: the image comes whole or not at all.
+    std::vector<png_bytep> rows(static_cast<std::size_t>(pixelHeight));
+    for (int y = 0; y < pixelHeight; ++y)
+        rows[static_cast<std::size_t>(y)] = pixels + static_cast<std::ptrdiff_t>(y) * stride;
+    png_read_image(reader, rows.data());
+    for (png_bytep rgba : rows) {
+        auto* row = reinterpret_cast<uint32_t*>(rgba);
+        for (int x = 0; x < pixelWidth; ++x)
+            row[x] = premultiplied(rgba + x * 4);
+    }
+    decodedRows = pixelHeight;
+    png_read_end(reader, nullptr);
+    closeReader();
+    cairo_surface_mark_dirty(surface);
+    return true;
+}
+
+bool AFBitmap::decodeRows(int end) const {
+    if (failed) return false;
+    end = std::min(end, pixelHeight);
+    if (decodedRows >= end) return true;
+    if (surface == nullptr && !startDecoding()) {
+        fail();
+        return false;
+    }
+    if (decodedRows >= end) return true;
+    if (setjmp(png_jmpbuf(reader))) {
+        fail();
+        return false;
+    }
+    uint8_t* pixels = cairo_image_surface_get_data(surface);
+    const int stride = cairo_image_surface_get_stride(surface);
+    const int first = decodedRows;
+    // Each RGBA row read straight into the surface, then turned into Cairo's pixels in place.
+    for (; decodedRows < end; ++decodedRows) {
+        png_bytep rgba = pixels + static_cast<std::ptrdiff_t>(decodedRows) * stride;
+        png_read_row(reader, rgba, nullptr);
+        auto* row = reinterpret_cast<uint32_t*>(rgba);
+        for (int x = 0; x < pixelWidth; ++x)
+            row[x] = premultiplied(rgba + x * 4);
+    }
+    cairo_surface_mark_dirty_rectangle(surface, 0, first, pixelWidth, end - first);
+    if (decodedRows == pixelHeight) {
+        png_read_end(reader, nullptr);
+        closeReader();
+    }
+    return true;
 }
 
 void AFBitmap::draw(cairo_t* cr, double x, double y, double width, double height, double sourceX,
                     double sourceY) const {
+    const int lastRow = static_cast<int>(std::ceil((sourceY + height) * kDensity)) + kFilterMargin;
+    if (!decodeRows(lastRow)) return;
     cairo_save(cr);
     cairo_rectangle(cr, x, y, width, height);
     cairo_clip(cr);

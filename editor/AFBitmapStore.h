@@ -5,11 +5,12 @@
 #include <array>
 #include <memory>
 
-// The editor's 113 images by number, decoded from the plug-in's own PNG data when the editor opens. GUI
+// The editor's 113 images by number, from the plug-in's own PNG data: each decodes when first drawn. GUI
 // thread.
 class AFBitmapStore {
 public:
-    // Decodes all images; false if any is missing or unreadable (the views then draw without it).
+    // Takes every image's size from its header; false if any is missing or no PNG (the views then draw
+    // without it).
     bool load();
     // Null for an id outside the set or an image that did not decode.
     const AFBitmap* get(int id) const noexcept;

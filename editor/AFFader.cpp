@@ -6,12 +6,15 @@
 
 AFFader::AFFader(const AFRect& size, AFControlListener* listener, int tag, const AFBitmap* track,
                  const AFBitmap* handle, float* valuePointer, float defaultValue)
-    : AFControl(size, listener, tag, track), handle(handle), valuePointer(valuePointer),
+    : AFControl(size, listener, tag, track), valuePointer(valuePointer), handle(handle),
       defaultValue(defaultValue) {}
 
+double AFFader::handleWidth() const noexcept {
+    return handle != nullptr ? handle->getWidth() : 0.0;
+}
+
 double AFFader::handleLeft(float v) const noexcept {
-    const double travel = size.width() - (handle != nullptr ? handle->getWidth() : 0.0);
-    return size.left + travel * v;
+    return size.left + (size.width() - handleWidth()) * v;
 }
 
 void AFFader::moveTo(float v) {
@@ -31,11 +34,11 @@ bool AFFader::onMouseDown(const AFMouseEvent& event) {
         endEdit();
         return true;
     }
-    const double handleWidth = handle != nullptr ? handle->getWidth() : 0.0;
+    const double width = handleWidth();
     const double left = handleLeft(*valuePointer);
-    if (event.x < left || event.x >= left + handleWidth) {
-        const double travel = std::max(1.0, size.width() - handleWidth);
-        moveTo(static_cast<float>((event.x - size.left - handleWidth * 0.5) / travel));
+    if (event.x < left || event.x >= left + width) {
+        const double travel = std::max(1.0, size.width() - width);
+        moveTo(static_cast<float>((event.x - size.left - width * 0.5) / travel));
     }
     dragStartX = event.x;
     dragStartValue = *valuePointer;
@@ -45,7 +48,7 @@ bool AFFader::onMouseDown(const AFMouseEvent& event) {
 
 void AFFader::onMouseMoved(const AFMouseEvent& event) {
     if (!dragging) return;
-    const double travel = std::max(1.0, size.width() - (handle != nullptr ? handle->getWidth() : 0.0));
+    const double travel = std::max(1.0, size.width() - handleWidth());
     const double scale = event.shift ? 0.1 : 1.0;
     moveTo(static_cast<float>(dragStartValue + (event.x - dragStartX) / travel * scale));
 }

@@ -16,12 +16,17 @@ public:
     float getValue() const override { return valuePointer != nullptr ? *valuePointer : 0.0f; }
     bool isDragging() const noexcept { return dragging; }
 
-private:
+protected:
+    // The handle's width: its bitmap's, or what a fader that draws its own handle says.
+    virtual double handleWidth() const noexcept;
     double handleLeft(float v) const noexcept;
+
+    float* valuePointer;
+
+private:
     void moveTo(float v);
 
     const AFBitmap* handle;
-    float* valuePointer;
     float defaultValue;
     double dragStartX = 0.0;
     float dragStartValue = 0.0f;

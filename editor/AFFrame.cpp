@@ -11,7 +11,7 @@ bool AFFrame::mouseDown(const AFMouseEvent& event) {
     if (menu != nullptr) {
         // A press outside the open menu only closes it.
         AFOptionMenu* open = menu;
-        if (!open->onPopupMouseDown(event)) closeMenu();
+        if (!open->getList().onMouseDown(event)) closeMenu();
         return true;
     }
     mouseTarget = mouseDownTarget(event);
@@ -20,7 +20,7 @@ bool AFFrame::mouseDown(const AFMouseEvent& event) {
 
 void AFFrame::mouseMoved(const AFMouseEvent& event) {
     if (menu != nullptr) {
-        menu->onPopupMouseMoved(event);
+        menu->getList().onMouseMoved(event);
         return;
     }
     if (mouseTarget != nullptr) mouseTarget->onMouseMoved(event);
@@ -56,7 +56,7 @@ void AFFrame::paint(cairo_t* cr, bool all) {
         cairo_clip(cr);
         setDrawClip(area);
         draw(cr);
-        if (menu != nullptr && popup.intersects(area)) menu->drawPopup(cr);
+        if (menu != nullptr && popup.intersects(area)) menu->getList().draw(cr);
         cairo_restore(cr);
     }
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "editor/AFControl.h"
+#include "editor/AFMenuHelper.h"
 
 #include <string>
 #include <vector>
@@ -39,30 +40,21 @@ public:
     bool onMouseDown(const AFMouseEvent& event) override;
     void draw(cairo_t* cr) override;
 
-    // While popped up, called by the frame.
-    AFRect getPopupRect() const noexcept { return popupRect; }
-    bool onPopupMouseDown(const AFMouseEvent& event);
-    void onPopupMouseMoved(const AFMouseEvent& event);
-    void drawPopup(cairo_t* cr);
+    // The open list, which the frame shows and feeds while this menu is popped up.
+    AFMenuHelper& getList() noexcept { return list; }
+    AFRect getPopupRect() const noexcept { return list.getViewSize(); }
     // The entry under (x, y) in the open list, or -1.
-    int entryAt(double x, double y) const;
-
-    static constexpr double kRowHeight = 18.0;
-    static constexpr double kColumnWidth = 190.0;
+    int entryAt(double x, double y) const { return list.entryAt(x, y); }
 
 private:
     struct Entry {
         std::string text;
         int flags;
     };
-    void layoutPopup(double x, double y);
-
     std::vector<Entry> entries;
     std::string label;
     AFOptionMenuExtraCallBack* extra = nullptr;
     int callerTag = -1;
-    int hover = -1;
-    int rowsPerColumn = 1;
-    AFRect popupRect;
     uint32_t faceColour = 0x2A2F3A;
+    AFMenuHelper list;
 };

@@ -244,6 +244,8 @@ bool AFUniClientEditor::openManual() {
 }
 
 void AFUniClientEditor::timerFired(AFGuiTimer*) {
+    // A state load on another thread holds this turn throughout: no snapshot or randomize lands inside it.
+    const AFAudioGate::Reader turn(client.getAudioGate());
     const bool randomize = client.takeRandomizeRequest();
     if (randomize) snapshotPending.store(1);
     if (client.takeProgramChangeRequest()) programPending.store(1);

@@ -9,8 +9,10 @@
 #include "editor/AFPresetMenu.h"
 #include "editor/AFTextPainter.h"
 #include "editor/AFUniClientEditor.h"
+#include "editor/CurveSelect.h"
 #include "editor/CurveSelector.h"
 #include "editor/FXSelect.h"
+#include "editor/GainFader.h"
 #include "editor/KnobVisualizer.h"
 #include "effects/framework/AFEffect.h"
 #include "effects/framework/EffectFactory.h"
@@ -63,27 +65,34 @@ EditView::EditView(AFUniClientEditor& editor, int slot)
     controlText = addView(std::make_unique<A2ValueDisplay>(AFRect::ofSize(x + 10.0, y + 117.0, 130.0, 16.0),
                                                            12.0, L::kText, AFTextPainter::kCenter, true));
 
+    std::array<AFRect, CurveSelect::kPickers> pickers;
     for (int i = 0; i < 6; ++i) {
-        const bool gain = i == 5;
         const double top = i < 4 ? y + 138.0 + i * 54.0 : y + 446.0 + (i - 4) * 44.0;
-        const double knob = gain ? L::kGainKnob : L::kParameterKnob;
-        const int tag = gain ? AFUniClient::kFxGainStart + slot : slotParameter(slot, i);
-        auto* k = addView(std::make_unique<A2ModulatableKnob>(
-            AFRect::ofSize(x + 10.0 + (L::kParameterKnob - knob) * 0.5, top + 4.0, knob, knob), listener, tag,
-            bitmaps.get(gain ? B::kGainKnob : B::kParameterKnob), editor.valuePointer(tag),
-            editor.getLearnMenu()));
-        k->setDefaultValue(i == 4 ? 1.0f : 0.5f);
-        parameterKnobs[static_cast<std::size_t>(i)] = k;
+        if (i < 5) {
+            const int tag = slotParameter(slot, i);
+            auto* k = addView(std::make_unique<A2ModulatableKnob>(
+                AFRect::ofSize(x + 10.0, top + 4.0, L::kParameterKnob, L::kParameterKnob), listener, tag,
+                bitmaps.get(B::kParameterKnob), editor.valuePointer(tag), editor.getLearnMenu()));
+            k->setDefaultValue(i == 4 ? 1.0f : 0.5f);
+            parameterKnobs[static_cast<std::size_t>(i)] = k;
+            pickers[static_cast<std::size_t>(i)] = AFRect::ofSize(x + 118.0, top + 35.0, 26.0, 14.0);
+        }
+        // FX Gain is a fader across the strip under its name and text.
+        const double textLeft = i < 5 ? x + 52.0 : x + 10.0;
         parameterNames[static_cast<std::size_t>(i)] = addView(std::make_unique<A2ValueDisplay>(
-            AFRect::ofSize(x + 52.0, top + 2.0, 92.0, 15.0), 10.0, L::kDimText, AFTextPainter::kLeft));
+            AFRect::ofSize(textLeft, top + 2.0, 92.0, 15.0), 10.0, L::kDimText, AFTextPainter::kLeft));
         parameterTexts[static_cast<std::size_t>(i)] = addView(std::make_unique<A2ValueDisplay>(
-            AFRect::ofSize(x + 52.0, top + 17.0, 92.0, 17.0), 12.5, L::kText, AFTextPainter::kLeft, true));
+            i < 5 ? AFRect::ofSize(x + 52.0, top + 17.0, 92.0, 17.0)
+                  : AFRect::ofSize(x + 70.0, top + 1.0, 72.0, 17.0),
+            12.5, L::kText, i < 5 ? AFTextPainter::kLeft : AFTextPainter::kRight, true));
         shownValues[static_cast<std::size_t>(i)] = -1.0f;
-        if (i < 5)
-            curveSelectors[static_cast<std::size_t>(i)] = addView(std::make_unique<CurveSelector>(
-                AFRect::ofSize(x + 118.0, top + 35.0, 26.0, 14.0), listener,
-                AFUniClientEditor::kTagCurve + slot * 5 + i, bitmaps, editor.getCurveMenu()));
     }
+    const int gainTag = AFUniClient::kFxGainStart + slot;
+    gainFader = addView(std::make_unique<GainFader>(AFRect::ofSize(x + 8.0, y + 510.0, 134.0, 18.0), listener,
+                                                    gainTag, editor.valuePointer(gainTag),
+                                                    editor.getLearnMenu(), L::slotColour(slot)));
+    curveSelect = addView(std::make_unique<CurveSelect>(
+        pickers, listener, AFUniClientEditor::kTagCurve + slot * 5, bitmaps, editor.getCurveMenu()));
     parameterNames[4]->setText("Dry/Wet");
     parameterNames[5]->setText("FX Gain");
 
@@ -109,6 +118,10 @@ EditView::EditView(AFUniClientEditor& editor, int slot)
                                                AFUniClientEditor::kTagSlotPreset + slot, "afo"));
     presetMenu->setFaceColour(0x0A0B0F);
     refresh();
+}
+
+CurveSelector* EditView::getCurveSelector(int i) const {
+    return curveSelect->getSelector(i);
 }
 
 void EditView::refresh() {
@@ -155,13 +168,15 @@ void EditView::followValues() {
     editor.followParameter(controlKnob);
     for (A2ModulatableKnob* knob : parameterKnobs)
         editor.followParameter(knob);
+    editor.followParameter(gainFader);
     editor.followParameter(bypass);
     char text[kEffectTextSize];
     const float control = controlKnob->getValue();
     std::snprintf(text, sizeof text, "%d%%", static_cast<int>(std::lround(control * 100.0f)));
     controlText->setText(text);
     for (int i = 0; i < 6; ++i) {
-        const float value = parameterKnobs[static_cast<std::size_t>(i)]->getValue();
+        const float value =
+            i < 5 ? parameterKnobs[static_cast<std::size_t>(i)]->getValue() : gainFader->getValue();
         if (value == shownValues[static_cast<std::size_t>(i)]) continue;
         shownValues[static_cast<std::size_t>(i)] = value;
         if (i < 4 && effect != nullptr) {
@@ -176,8 +191,7 @@ void EditView::followValues() {
         }
         parameterTexts[static_cast<std::size_t>(i)]->setText(text);
     }
-    for (int i = 0; i < 5; ++i)
-        curveSelectors[static_cast<std::size_t>(i)]->setCurve(engine.getParameterCurve(i));
+    curveSelect->follow(engine);
     for (int j = 0; j < 4; ++j) {
         AFOptionMenu* menu = optionMenus[static_cast<std::size_t>(j)];
         if (menu->isVisible() && effect != nullptr) menu->setCurrent(effect->getOption(j));

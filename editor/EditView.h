@@ -13,13 +13,15 @@ class AFOptionMenu;
 class AFPresetMenu;
 class AFUniClient;
 class AFUniClientEditor;
+class CurveSelect;
 class CurveSelector;
 class FXSelect;
+class GainFader;
 class KnobVisualizer;
 
 // One slot's strip: the effect header, the Control with its modulation overlays and state, the four
-// parameters with their texts and curves, the effect's options, Dry/Wet, FX Gain, Bypass, mix law, quantise
-// grid and the effect preset menu. Its idle pass follows the engine. GUI thread.
+// parameters with their texts and curves, the effect's options, Dry/Wet, the FX Gain fader, Bypass, mix law,
+// quantise grid and the effect preset menu. Its idle pass follows the engine. GUI thread.
 class EditView : public AFViewContainer {
 public:
     EditView(AFUniClientEditor& editor, int slot);
@@ -31,7 +33,8 @@ public:
     FXSelect* getEffectSelect() const noexcept { return effectSelect; }
     A2ModulatableKnob* getControlKnob() const noexcept { return controlKnob; }
     A2ModulatableKnob* getParameterKnob(int i) const { return parameterKnobs[static_cast<std::size_t>(i)]; }
-    CurveSelector* getCurveSelector(int i) const { return curveSelectors[static_cast<std::size_t>(i)]; }
+    GainFader* getGainFader() const noexcept { return gainFader; }
+    CurveSelector* getCurveSelector(int i) const;
     AFPresetMenu* getPresetMenu() const noexcept { return presetMenu; }
 
 private:
@@ -47,11 +50,12 @@ private:
     KnobVisualizer* visualizer;
     A2ModulatableKnob* controlKnob;
     A2ValueDisplay* controlText;
-    std::array<A2ModulatableKnob*, 6> parameterKnobs{}; // Parameter 1..4, Dry/Wet, FX Gain
+    std::array<A2ModulatableKnob*, 5> parameterKnobs{}; // Parameter 1..4, Dry/Wet
+    GainFader* gainFader;
     std::array<A2ValueDisplay*, 6> parameterNames{};
     std::array<A2ValueDisplay*, 6> parameterTexts{};
     std::array<float, 6> shownValues{};
-    std::array<CurveSelector*, 5> curveSelectors{};
+    CurveSelect* curveSelect;
     std::array<AFOptionMenu*, 4> optionMenus{};
     AFOptionMenu* mixLawMenu;
     AFOptionMenu* quantiseMenu;

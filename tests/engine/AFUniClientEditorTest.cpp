@@ -11,6 +11,7 @@
 #include "editor/CurveSelector.h"
 #include "editor/EditView.h"
 #include "editor/FXSelect.h"
+#include "editor/GainFader.h"
 #include "effects/framework/EffectFactory.h"
 #include "engine/KnobEngine.h"
 
@@ -66,7 +67,7 @@ void pick(AFFrame& frame, int index) {
     AFOptionMenu* menu = frame.getOpenMenu();
     ASSERT_NE(menu, nullptr);
     const AFRect popup = menu->getPopupRect();
-    const double y = popup.top + 2.0 + (index + 0.5) * AFOptionMenu::kRowHeight;
+    const double y = popup.top + 2.0 + (index + 0.5) * AFMenuHelper::kRowHeight;
     ASSERT_EQ(menu->entryAt(popup.left + 20.0, y), index);
     frame.mouseDown(press(popup.left + 20.0, y));
 }
@@ -150,6 +151,30 @@ TEST_F(EditorTest, KnobDragReachesEngineHostAndHistory) {
     undo.shift = true;
     EXPECT_TRUE(editor.keyDown(undo));
     EXPECT_EQ(client.getParameter(index), after);
+}
+
+TEST_F(EditorTest, GainFaderResetsToUnityDragsAndLearns) {
+    GainFader* fader = editor.getEditView(3)->getGainFader();
+    const int index = fader->getTag();
+    ASSERT_EQ(index, AFUniClient::kFxGainStart + 3);
+    client.setParameter(index, 0.8f);
+    editor.idle(0.0);
+    const double y = centreY(fader);
+    frame->mouseDown(press(centreX(fader), y, AFMouseEvent::kLeft, true));
+    frame->mouseUp(press(centreX(fader), y));
+    EXPECT_EQ(client.getParameter(index), GainFader::kUnity);
+    EXPECT_EQ(host.gestures.front(), "begin " + std::to_string(index));
+    EXPECT_EQ(host.gestures.back(), "end " + std::to_string(index));
+
+    // The handle sits at unity in the middle: dragging it right boosts.
+    frame->mouseDown(press(centreX(fader), y));
+    frame->mouseMoved(press(centreX(fader) + 30.0, y));
+    frame->mouseUp(press(centreX(fader) + 30.0, y));
+    EXPECT_GT(client.getParameter(index), GainFader::kUnity + 0.2f);
+
+    frame->mouseDown(press(centreX(fader), y, AFMouseEvent::kRight));
+    EXPECT_EQ(frame->getOpenMenu(), editor.getLearnMenu());
+    EXPECT_EQ(editor.getLearnMenu()->getCallerTag(), index);
 }
 
 TEST_F(EditorTest, EffectChoiceReachesSlotAndUndoes) {

@@ -1,11 +1,16 @@
 #!/usr/bin/env bash
 # Opens the editor in a real window under Xvfb and plays it with xdotool: the JACK standalone against a
-# private dummy JACK server, or the LV2 UI in jalv.gtk3. Checks that the window shows the frame, that a
-# dragged Control starts its slot (the lamp lights), and that an effect picked from the menu reaches the slot
-# (its header changes).
+# private dummy JACK server, the LV2 UI in jalv.gtk3, or the CLAP, VST2 or VST3 editor embedded by our own
+# editor host. Checks that the window shows the frame, that a dragged Control starts its slot (the lamp
+# lights), and that an effect picked from the menu reaches the slot (its header changes); then reads the
+# engine back: with JACK and LV2 the Control's value as the engine sends it on its MIDI out, and with LV2,
+# CLAP, VST2 and VST3 Control 1 and the slots' effects from the states saved as the editor opened and at the
+# end (jalv's File menu, or our host).
 #
-#   check-editor.sh jack <orvanto-jack> <content tree> <screenshot folder>
-#   check-editor.sh lv2 <orvanto.lv2 bundle> <content tree> <screenshot folder>
+#   check-editor.sh jack <orvanto-jack> <content tree> <screenshot folder> <orvanto-preset>
+#   check-editor.sh lv2 <orvanto.lv2 bundle> <content tree> <screenshot folder> <orvanto-preset>
+#   check-editor.sh clap|vst2|vst3 <plug-in file> <content tree> <screenshot folder> <orvanto-preset> \
+#       <editor host>
 #
 # Exit status 77 means a tool is missing (CTest reports the test as skipped).
 set -u
@@ -14,6 +19,8 @@ mode=${1:?mode}
 plugin=${2:?plugin}
 content=${3:?content tree}
 shots=${4:?screenshot folder}
+preset_tool=${5:?orvanto-preset}
+editor_host=${6:-}
 
 fail() {
     echo "FAIL: $*" >&2
@@ -24,7 +31,7 @@ skip() {
     exit 77
 }
 
-for tool in Xvfb xdotool import convert jackd; do
+for tool in Xvfb xdotool import convert jackd jack_lsp jack_connect jack_midi_dump; do
     command -v "$tool" >/dev/null || skip "$tool not installed (Debian packages xvfb, xdotool, imagemagick, jackd2)"
 done
 [ -e "$plugin" ] || fail "no plug-in at $plugin"
@@ -34,7 +41,9 @@ work=$(mktemp -d "${TMPDIR:-/tmp}/orvanto-editor-XXXXXX") || fail "no temporary 
 mkdir -p "$shots"
 export HOME="$work/home" XDG_CONFIG_HOME="$work/config" XDG_DATA_HOME="$work/data" XDG_CACHE_HOME="$work/cache"
 export ORVANTO_CONTENT_SOURCE="$content"
-mkdir -p "$HOME" "$XDG_CONFIG_HOME" "$XDG_DATA_HOME" "$XDG_CACHE_HOME"
+mkdir -p "$HOME" "$XDG_CONFIG_HOME/Orvanto" "$XDG_DATA_HOME" "$XDG_CACHE_HOME"
+# The engine reports its Controls on its MIDI out when the user's settings say so.
+printf '[Orvanto]\nMIDI out=1\n' >"$XDG_CONFIG_HOME/Orvanto/Orvanto.conf"
 
 started=()
 stop_process() {
@@ -85,10 +94,31 @@ lv2)
     LV2_PATH="$work/lv2" jalv.gtk3 urn:amberforge:orvanto >"$work/app.log" 2>&1 &
     started+=($!)
     ;;
+clap | vst2 | vst3)
+    [ -x "$editor_host" ] || fail "no editor host at $editor_host"
+    "$editor_host" "$mode" "$plugin" "$work/engine" >"$work/app.log" 2>&1 &
+    host_pid=$!
+    started+=($host_pid)
+    ;;
 *)
     fail "unknown mode $mode"
     ;;
 esac
+
+# JACK and LV2: what the engine sends on its MIDI out goes to a MIDI monitor.
+if [ "$mode" = jack ] || [ "$mode" = lv2 ]; then
+    jack_midi_dump >"$work/midi.log" 2>&1 &
+    started+=($!)
+    midi_out=""
+    for _ in $(seq 100); do
+        midi_out=$(jack_lsp -p -t 2>/dev/null | paste - - - | awk -F'\t' '/output/ && /midi/ {print $1}' |
+            grep -v '^system' | head -n 1)
+        [ -n "$midi_out" ] && jack_lsp 2>/dev/null | grep -q '^midi-monitor:input' && break
+        sleep 0.1
+    done
+    [ -n "$midi_out" ] || fail "the plug-in shows no MIDI out port"
+    jack_connect "$midi_out" midi-monitor:input || fail "cannot connect $midi_out to the monitor"
+fi
 
 # The frame is the 1200 x 700 window (jalv wraps it in a window of its own with a menu bar).
 window=""
@@ -116,12 +146,43 @@ spread() {
     convert "$shots/$mode-$1.png" -format '%[fx:int(1000*standard_deviation)]' info:
 }
 
+# LV2: jalv saves the plug-in's state through its File menu into a folder, the engine's image as the base64
+# value of DPF's state key "chunk".
+jalv_save() {
+    local top dialog
+    top=$(xdotool search --onlyvisible --name '^Orvanto$' | head -n 1)
+    [ -n "$top" ] || fail "no jalv window"
+    xdotool mousemove --window "$top" 20 10 click 1
+    sleep 0.7
+    xdotool mousemove --window "$top" 45 38 click 1
+    for _ in $(seq 50); do
+        dialog=$(xdotool search --onlyvisible --name '^Save State$' 2>/dev/null | head -n 1)
+        [ -n "$dialog" ] && break
+        sleep 0.1
+    done
+    [ -n "$dialog" ] || fail "jalv shows no Save State dialog"
+    xdotool windowfocus "$dialog"
+    sleep 0.3
+    xdotool type --delay 15 "$work/jalv-$1"
+    sleep 0.3
+    xdotool key --window "$dialog" Return
+    for _ in $(seq 50); do
+        [ -s "$work/jalv-$1/state.ttl" ] && break
+        sleep 0.1
+    done
+    sed -n 's/.*<urn:distrho:chunk> "\([^"]*\)".*/\1/p' "$work/jalv-$1/state.ttl" | base64 -d >"$work/$1.afog" ||
+        fail "jalv saved no engine image"
+    sleep 0.3
+}
+
 shot open
 [ "$(spread open)" -gt 50 ] || fail "the window is empty or one colour"
 read -r r g b <<<"$(colour open 60x60+0+0)"
 [ $((r + g + b)) -gt 0 ] && [ $((r + g + b)) -lt 200 ] || fail "the frame's corner is not the dark stage ($r $g $b)"
+[ "$mode" = lv2 ] && jalv_save opened
 
-# Slot 1's lamp is dark; drag its Control up and it runs.
+# Slot 1's lamp is dark; drag its Control up and it lights: running, or pending on the grid where the host
+# plays no audio.
 read -r r0 g0 b0 <<<"$(colour open 10x10+13+108)"
 xdotool mousemove --window "$window" 75 156 mousedown 1
 for y in 150 140 130 110 90 70; do
@@ -132,7 +193,12 @@ xdotool mouseup 1
 sleep 0.6
 shot dragged
 read -r r1 g1 b1 <<<"$(colour dragged 10x10+13+108)"
-[ "$g1" -gt $((g0 + 60)) ] || fail "slot 1 did not start: lamp $r0 $g0 $b0 -> $r1 $g1 $b1"
+[ $((r1 + g1)) -gt $((r0 + g0 + 60)) ] || fail "slot 1 did not start: lamp $r0 $g0 $b0 -> $r1 $g1 $b1"
+if [ "$mode" = jack ] || [ "$mode" = lv2 ]; then
+    # Control 1 is CC 1 of the engine's MIDI out: its last value is where the drag left the Control.
+    cc1=$(grep -io 'b0 01 [0-9a-f][0-9a-f]' "$work/midi.log" | tail -n 1 | awk '{print $3}')
+    [ -n "$cc1" ] && [ $((16#$cc1)) -gt 20 ] || fail "the engine did not report Control 1 moved (CC 1: '${cc1}')"
+fi
 
 # Pick the first effect of the menu for slot 2: its header shows the new name.
 before=$(convert "$shots/$mode-dragged.png" -crop 140x28+155+73 +repage -format '%#' info:)
@@ -144,4 +210,30 @@ sleep 0.6
 shot picked
 after=$(convert "$shots/$mode-picked.png" -crop 140x28+155+73 +repage -format '%#' info:)
 [ "$before" != "$after" ] || fail "slot 2's header did not change after the effect was picked"
-echo "PASS: $mode editor opened, a Control drag started its slot, an effect pick reached slot 2"
+if [ "$editor_host" != "" ]; then
+    kill -TERM "$host_pid"
+    wait "$host_pid" || fail "the editor host failed: $(cat "$work/app.log")"
+    # The format's state holds the engine's own image under the key "chunk", in base64.
+    for state in opened closed; do
+        tr '\377\000' '\n\n' <"$work/engine-$state.state" | sed -n '/^chunk$/{n;p;q}' | base64 -d \
+            >"$work/$state.afog" || fail "no engine image in the $state state"
+    done
+elif [ "$mode" = lv2 ]; then
+    jalv_save closed
+fi
+if [ -s "$work/opened.afog" ]; then
+    slot_effects() {
+        "$preset_tool" info "$work/$1.afog" >"$work/$1.json" || fail "the $1 engine image does not read"
+        grep -o '"effect": "[^"]*"' "$work/$1.json"
+    }
+    mapfile -t opened < <(slot_effects opened)
+    mapfile -t closed < <(slot_effects closed)
+    [ "${#opened[@]}" -eq 8 ] && [ "${#closed[@]}" -eq 8 ] || fail "the saved states do not describe eight slots"
+    [ "${closed[0]}" = "${opened[0]}" ] && [ "${closed[1]}" != "${opened[1]}" ] ||
+        fail "slot effects before and after the pick: ${opened[*]} / ${closed[*]}"
+    control=$(grep -o '"controls": \[[^],]*' "$work/closed.json" | sed 's/.*\[//')
+    awk -v v="$control" 'BEGIN { exit !(v > 0.15) }' || fail "the engine's Control 1 is '$control' after the drag"
+elif [ "$mode" != jack ]; then
+    fail "no engine image was saved"
+fi
+echo "PASS: $mode editor opened, a Control drag started its slot and the engine has it, an effect pick reached slot 2"
