@@ -32,18 +32,20 @@ constexpr double kQuietInput = 1e-6;         // mean square of a window the inpu
 
 // The Control sweep of an effect preset: rest, up over two seconds, held, back down, rest.
 constexpr double kControlSeconds = 7.0;
+constexpr double kControlUp = 0.5;
 constexpr double kControlHeldFrom = 2.5;
 constexpr double kControlHeldTo = 4.5;
+constexpr double kControlDown = 6.5;
 // The Dictator sweep: rest, then sixteen nodes over eight seconds, then the last node held.
 constexpr double kDictatorSeconds = 9.5;
 constexpr double kDictatorFrom = 0.5;
 constexpr double kDictatorTo = 8.5;
 
 double controlAt(double t) {
-    if (t < 0.5 || t >= 6.5) return 0.0;
-    if (t < kControlHeldFrom) return (t - 0.5) / 2.0;
+    if (t < kControlUp || t >= kControlDown) return 0.0;
+    if (t < kControlHeldFrom) return (t - kControlUp) / (kControlHeldFrom - kControlUp);
     if (t < kControlHeldTo) return 1.0;
-    return (6.5 - t) / 2.0;
+    return (kControlDown - t) / (kControlDown - kControlHeldTo);
 }
 
 double dictatorAt(double t) {
@@ -246,10 +248,11 @@ void ContentAudit::play(const Signal& input, Sweep sweep, const std::string& pre
     const double peakDb = 20.0 * std::log10(std::max(peak, 1e-10));
 
     const auto window = static_cast<std::size_t>(kWindowSeconds * kRate);
-    const double heldFrom = controls ? kControlHeldFrom : kDictatorFrom + 0.5;
-    const double heldTo = controls ? kControlHeldTo : kDictatorSeconds;
+    // The change is taken over the whole time the sweep is up, since capturing effects change late.
+    const double upFrom = controls ? kControlUp : kDictatorFrom;
+    const double upTo = controls ? kControlDown : kDictatorSeconds;
     double drop = -200.0;
-    double difference = 200.0;
+    double upInput = 0.0, upChange = 0.0;
     for (std::size_t w = 0; w + window <= frames; w += window) {
         double in = 0.0, out = 0.0, change = 0.0;
         for (std::size_t i = w; i < w + window; ++i) {
@@ -261,9 +264,13 @@ void ContentAudit::play(const Signal& input, Sweep sweep, const std::string& pre
         if (in < kQuietInput * 2.0 * static_cast<double>(window)) continue;
         drop = std::max(drop, out > 0.0 ? std::min(decibels(in / out), 200.0) : 200.0);
         const double t = static_cast<double>(w) / kRate;
-        if (t >= heldFrom && t + kWindowSeconds <= heldTo)
-            difference = std::min(difference, decibels(change / in));
+        if (t >= upFrom && t + kWindowSeconds <= upTo) {
+            upInput += in;
+            upChange += change;
+        }
     }
+
+    const double difference = upInput > 0.0 ? decibels(upChange / upInput) : 200.0;
 
     std::size_t run = 0, longest = 0;
     for (std::size_t i = 0; i < frames; ++i) {

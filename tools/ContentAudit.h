@@ -16,7 +16,7 @@ public:
     static constexpr double kMaxPeakDb = -0.3;
     static constexpr double kMaxDropDb = 18.0; // output below input, per 250 ms window
     static constexpr double kMaxSilenceSeconds = 0.1;
-    static constexpr double kMinDifferenceDb = -20.0; // output minus input, relative to the input, Control up
+    static constexpr double kMinDifferenceDb = -20.0; // output minus input over the input, while swept up
     static constexpr double kMaxClickRatio = 2.0;     // largest step at a gate change over the input's nearby
 
     // The worst of both signals; a fault names the signal it showed on.
