@@ -208,7 +208,7 @@ void ContentAudit::play(const Signal& input, Sweep sweep, const std::string& pre
     const int swept = sweep == Sweep::AllControls ? AFUniClient::kSlots : sweep == Sweep::Control ? 1 : 0;
     std::vector<float> outLeft(frames), outRight(frames);
     std::vector<float> blockLeft(kBlock), blockRight(kBlock);
-    std::vector<std::size_t> gateChanges;
+    std::vector<std::pair<std::size_t, int>> gateChanges; // frame, slot
     bool running[AFUniClient::kSlots] = {};
     for (std::size_t start = 0; start < frames; start += kBlock) {
         const int n = static_cast<int>(std::min<std::size_t>(kBlock, frames - start));
@@ -225,25 +225,34 @@ void ContentAudit::play(const Signal& input, Sweep sweep, const std::string& pre
         host.advance(n);
         for (int s = 0; s < AFUniClient::kSlots; ++s) {
             const bool now = client->getSlot(s).isRunning();
-            if (start > 0 && now != running[s]) gateChanges.push_back(start);
+            if (start > 0 && now != running[s]) gateChanges.emplace_back(start, s);
             running[s] = now;
         }
     }
     client->suspend();
 
-    const std::string where = std::string(" (") + input.name + ")";
-    auto fault = [&](bool bad, const char* what) {
-        if (bad) result.faults.push_back(what + where);
+    auto fault = [&](bool bad, const std::string& what, std::size_t frame) {
+        if (!bad) return;
+        char line[160];
+        std::snprintf(line, sizeof line, "%s at %.2f s (%s)", what.c_str(),
+                      static_cast<double>(frame) / kRate, input.name);
+        result.faults.emplace_back(line);
     };
     bool finite = true;
     double peak = 0.0;
+    std::size_t firstBad = 0, peakAt = 0;
     for (std::vector<float>* channel : {&outLeft, &outRight})
-        for (float& x : *channel) {
+        for (std::size_t i = 0; i < frames; ++i) {
+            float& x = (*channel)[i];
             if (!std::isfinite(x)) {
+                firstBad = finite ? i : std::min(firstBad, i);
                 finite = false;
                 x = 0.0f;
             }
-            peak = std::max(peak, static_cast<double>(std::abs(x)));
+            if (std::abs(x) > peak) {
+                peak = std::abs(x);
+                peakAt = i;
+            }
         }
     const double peakDb = 20.0 * std::log10(std::max(peak, 1e-10));
 
@@ -252,6 +261,7 @@ void ContentAudit::play(const Signal& input, Sweep sweep, const std::string& pre
     const double upFrom = controls ? kControlUp : kDictatorFrom;
     const double upTo = controls ? kControlDown : kDictatorSeconds;
     double drop = -200.0;
+    std::size_t dropAt = 0;
     double upInput = 0.0, upChange = 0.0;
     for (std::size_t w = 0; w + window <= frames; w += window) {
         double in = 0.0, out = 0.0, change = 0.0;
@@ -262,7 +272,11 @@ void ContentAudit::play(const Signal& input, Sweep sweep, const std::string& pre
             change += dl * dl + dr * dr;
         }
         if (in < kQuietInput * 2.0 * static_cast<double>(window)) continue;
-        drop = std::max(drop, out > 0.0 ? std::min(decibels(in / out), 200.0) : 200.0);
+        const double fall = out > 0.0 ? std::min(decibels(in / out), 200.0) : 200.0;
+        if (fall > drop) {
+            drop = fall;
+            dropAt = w;
+        }
         const double t = static_cast<double>(w) / kRate;
         if (t >= upFrom && t + kWindowSeconds <= upTo) {
             upInput += in;
@@ -272,29 +286,39 @@ void ContentAudit::play(const Signal& input, Sweep sweep, const std::string& pre
 
     const double difference = upInput > 0.0 ? decibels(upChange / upInput) : 200.0;
 
-    std::size_t run = 0, longest = 0;
+    std::size_t run = 0, longest = 0, silentAt = 0;
     for (std::size_t i = 0; i < frames; ++i) {
         run = std::abs(outLeft[i]) < kSilenceFloor && std::abs(outRight[i]) < kSilenceFloor ? run + 1 : 0;
-        longest = std::max(longest, run);
+        if (run > longest) {
+            longest = run;
+            silentAt = i + 1 - run;
+        }
     }
     const double silence = static_cast<double>(longest) / kRate;
 
     double click = 0.0;
+    std::size_t clickAt = 0;
+    int clickSlot = 0;
     const auto near = static_cast<std::ptrdiff_t>(kWindowSeconds * kRate);
     const auto fadeSpan = static_cast<std::ptrdiff_t>(kClickWindowSeconds * kRate) + kBlock;
-    for (const std::size_t change : gateChanges) {
+    for (const auto& [change, slot] : gateChanges) {
         const auto at = static_cast<std::ptrdiff_t>(change);
         const float out = largestStep(outLeft, outRight, at - kBlock, at + fadeSpan);
         const float in = largestStep(input.left, input.right, at - near, at + near);
-        click = std::max(click, static_cast<double>(out) / std::max(static_cast<double>(in), 1e-9));
+        const double ratio = static_cast<double>(out) / std::max(static_cast<double>(in), 1e-9);
+        if (ratio > click) {
+            click = ratio;
+            clickAt = change;
+            clickSlot = slot;
+        }
     }
 
-    fault(!finite, "non-finite");
-    fault(peakDb > kMaxPeakDb, "peak");
-    fault(!result.silences && drop > kMaxDropDb, "drop");
-    fault(!result.silences && silence > kMaxSilenceSeconds, "silence");
-    fault(difference < kMinDifferenceDb, "no change");
-    fault(click > kMaxClickRatio, "click");
+    fault(!finite, "non-finite", firstBad);
+    fault(peakDb > kMaxPeakDb, "peak", peakAt);
+    fault(!result.silences && drop > kMaxDropDb, "drop", dropAt);
+    fault(!result.silences && silence > kMaxSilenceSeconds, "silence", silentAt);
+    fault(difference < kMinDifferenceDb, "no change", static_cast<std::size_t>(upFrom * kRate));
+    fault(click > kMaxClickRatio, "click of slot " + std::to_string(clickSlot + 1), clickAt);
     result.finite = result.finite && finite;
     result.peakDb = std::max(result.peakDb, peakDb);
     result.dropDb = std::max(result.dropDb, drop);
