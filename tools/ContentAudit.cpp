@@ -26,9 +26,11 @@ constexpr double kTempo = 120.0;
 constexpr int kBlock = 512;
 constexpr int32_t kSeed = 1;
 constexpr double kWindowSeconds = 0.25;
-constexpr double kClickWindowSeconds = 0.03; // the gate's fade and a little more
-constexpr float kSilenceFloor = 1e-6f;       // -120 dBFS
-constexpr double kQuietInput = 1e-6;         // mean square of a window the input is taken to play in
+// The gate's fade: a slot is seen running from the start of its fade in and stopped after its fade out, one
+// block at most from where the fade lies.
+constexpr double kFadeSeconds = 0.01;
+constexpr float kSilenceFloor = 1e-6f; // -120 dBFS
+constexpr double kQuietInput = 1e-6;   // mean square of a window the input is taken to play in
 
 // The Control sweep of an effect preset: rest, up over two seconds, held, back down, rest.
 constexpr double kControlSeconds = 7.0;
@@ -300,10 +302,10 @@ void ContentAudit::play(const Signal& input, Sweep sweep, const std::string& pre
     std::size_t clickAt = 0;
     int clickSlot = 0;
     const auto near = static_cast<std::ptrdiff_t>(kWindowSeconds * kRate);
-    const auto fadeSpan = static_cast<std::ptrdiff_t>(kClickWindowSeconds * kRate) + kBlock;
+    const auto fadeSpan = static_cast<std::ptrdiff_t>(kFadeSeconds * kRate) + kBlock;
     for (const auto& [change, slot] : gateChanges) {
         const auto at = static_cast<std::ptrdiff_t>(change);
-        const float out = largestStep(outLeft, outRight, at - kBlock, at + fadeSpan);
+        const float out = largestStep(outLeft, outRight, at - fadeSpan, at + fadeSpan);
         const float in = largestStep(input.left, input.right, at - near, at + near);
         const double ratio = static_cast<double>(out) / std::max(static_cast<double>(in), 1e-9);
         if (ratio > click) {
