@@ -158,8 +158,8 @@ int PresetCompiler::slotRowByName(const std::vector<std::string>& effectNames, c
 void PresetCompiler::applySlot(AFUniClient& client, int slot, const JsonValue& preset) {
     const std::string where = "slot " + std::to_string(slot + 1);
     checkKeys(preset,
-              {"format", "version", "name", "description", "effect", "parameters", "options", "curves",
-               "modulatorCurves", "modulation", "mixLaw", "quantise", "volume", "lfo1", "lfo2"},
+              {"format", "version", "name", "description", "silences", "effect", "parameters", "options",
+               "curves", "modulatorCurves", "modulation", "mixLaw", "quantise", "volume", "lfo1", "lfo2"},
               where);
     const std::string& effectName = text(member(preset, "effect"), where + " effect");
     const int type = EffectFactory::typeIdByName(effectName.c_str());
@@ -247,6 +247,10 @@ void PresetCompiler::applyDictatorRows(AFUniClient& client, const JsonValue& row
 
 void PresetCompiler::compile(const JsonValue& source, const std::string& output) {
     const std::string& format = text(member(source, "format"), "format");
+    // Marks a preset that falls silent on purpose; read by the content audit, not compiled.
+    if (const JsonValue* silences = source.find("silences");
+        silences && silences->kind != JsonValue::Kind::Bool)
+        fail("silences: not true or false");
     if (format == "orvanto-step-pattern") {
         compileStepPattern(source, output);
         return;
@@ -262,10 +266,10 @@ void PresetCompiler::compile(const JsonValue& source, const std::string& output)
         applySlot(client, 0, source);
         saved = client.savePreset(output, 0);
     } else if (format == "orvanto-global-preset") {
-        checkKeys(
-            source,
-            {"format", "version", "name", "description", "slots", "controls", "dictator", "dryWet", "rows"},
-            "global preset");
+        checkKeys(source,
+                  {"format", "version", "name", "description", "silences", "slots", "controls", "dictator",
+                   "dryWet", "rows"},
+                  "global preset");
         const JsonValue& slots = array(member(source, "slots"), "slots", AFUniClient::kSlots);
         for (int s = 0; s < AFUniClient::kSlots; ++s)
             applySlot(client, s, slots.items[static_cast<std::size_t>(s)]);
@@ -289,7 +293,8 @@ void PresetCompiler::compile(const JsonValue& source, const std::string& output)
         client.setGlobalPresetName(text(member(source, "name"), "name"));
         saved = client.savePreset(output, -1);
     } else if (format == "orvanto-dictator-preset") {
-        checkKeys(source, {"format", "version", "name", "description", "rows"}, "Dictator preset");
+        checkKeys(source, {"format", "version", "name", "description", "silences", "rows"},
+                  "Dictator preset");
         applyDictatorRows(client, member(source, "rows"));
         client.setDictatorPresetName(text(member(source, "name"), "name"));
         saved = client.saveDictatorPreset(output);

@@ -309,3 +309,33 @@ TEST(PresetCli, BadSourcesAndUsageFail) {
     EXPECT_EQ(o.status, 2) << o.err;
     EXPECT_EQ(fs::status("/dev/full").type(), fs::file_type::character);
 }
+
+TEST(PresetCli, AuditHearsDropsPeaksAndPresetsThatDoNothing) {
+    const fs::path folder = scratch() / "audit";
+    fs::create_directories(folder / "Effect Presets" / "Filter");
+    const auto write = [&](const std::string& name, const std::string& body) {
+        std::ofstream(folder / "Effect Presets" / "Filter" / (name + ".json"))
+            << R"({"format": "orvanto-effect-preset", "version": 1, "effect": "Filter", )" << body << "}";
+    };
+    // A high-pass opened to the top by the Control leaves almost nothing of the loop.
+    const std::string opened =
+        R"("parameters": {"Cutoff L": 0.2, "Param1 Knob Amt": 1.0}, "options": {"Cutoff L": "24dB HP"})";
+    write("Opened", opened);
+    write("Opened On Purpose", R"("silences": true, )" + opened);
+    write("Open", R"("parameters": {"Cutoff L": 1.0}, "options": {"Cutoff L": "Lowpass"})");
+    write(
+        "Loud",
+        R"("parameters": {"Cutoff L": 1.0}, "options": {"Cutoff L": "Lowpass"}, "volume": 1.0, "mixLaw": 2)");
+
+    const Outcome o = run({"audit", "--content", folder.string()});
+    EXPECT_EQ(o.status, 1) << o.err;
+    const auto row = [&](const std::string& name) {
+        const auto at = o.out.find("| Effect Presets/Filter/" + name + " |");
+        return at == std::string::npos ? std::string() : o.out.substr(at, o.out.find('\n', at) - at);
+    };
+    EXPECT_NE(row("Opened").find("drop at"), std::string::npos) << o.out;
+    EXPECT_NE(row("Opened On Purpose (silences)").find("| ok |"), std::string::npos) << o.out;
+    EXPECT_NE(row("Open").find("no change"), std::string::npos) << o.out;
+    EXPECT_NE(row("Loud").find("peak at"), std::string::npos) << o.out;
+    EXPECT_NE(o.out.find("1 of 4 presets without a fault"), std::string::npos) << o.out;
+}

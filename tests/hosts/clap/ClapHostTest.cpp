@@ -660,6 +660,7 @@ TEST_F(ClapHost, NonFiniteInputGivesFiniteOutput) {
         EXPECT_TRUE(allFinite(instance.render(input, up)));
         const Stereo after = instance.render(testSignal(kFrames * 16, 4));
         EXPECT_TRUE(allFinite(after));
+        EXPECT_GT(*std::max_element(after.left.begin(), after.left.end()), 0.0f);
     }
 }
 
