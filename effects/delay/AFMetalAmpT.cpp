@@ -223,7 +223,8 @@ LANE_WIDE_CLONES void AFMetalAmpT::shape(float* left, float* right, int count) n
     const auto step = [&](int n, auto masked) {
         const Lanes fresh = {n < count ? left[n] : 0.0f, 0.0f, 0.0f, 0.0f, n < count ? right[n] : 0.0f};
         const Lanes x = __builtin_shufflevector(py1, fresh, 8, 0, 1, 2, 12, 4, 5, 6);
-        const Lanes y = b0 * x + b1 * px1 + b2 * px2 - a1 * py1 - a2 * py2;
+        // The terms of the last step go in last, so that the recursion waits on one multiply and two adds.
+        const Lanes y = (b1 * px1 + b2 * px2 - a2 * py2) + (b0 * x - a1 * py1);
         if constexpr (decltype(masked)::value) {
             const LaneInts at = n - section;
             const LaneInts on = (at >= 0) & (at < count);

@@ -148,19 +148,33 @@ LANE_WIDE_CLONES void DriveStage::process(const float* in, float* out, int count
         std::memcpy(second + i, &v, sizeof(v));
     }
 
-    // Decimator: one output for every four, each a dot product in eight lanes summed in a fixed order.
+    // Decimator: one output for every four, each a dot product in eight lanes; eight outputs at a time, whose
+    // lane sums fold together in three rounds of shuffles, each sum in a fixed order.
     Lanes8 taps[kDownTaps / 8];
     std::memcpy(taps, downReversed.data(), sizeof(taps));
-    for (int n = 0; n < count; ++n) {
-        const float* x = secondOut.data() + kFactor * n + kFactor - 1;
-        Lanes8 sum{};
-        for (int k = 0; k < kDownTaps / 8; ++k) {
-            Lanes8 v;
-            std::memcpy(&v, x + 8 * k, sizeof(v));
-            sum += taps[k] * v;
+    for (int n = 0; n < count; n += 8) {
+        Lanes8 sums[8];
+        for (int j = 0; j < 8; ++j) {
+            const float* x = secondOut.data() + kFactor * (n + j) + kFactor - 1;
+            Lanes8 sum{};
+            for (int k = 0; k < kDownTaps / 8; ++k) {
+                Lanes8 v;
+                std::memcpy(&v, x + 8 * k, sizeof(v));
+                sum += taps[k] * v;
+            }
+            sums[j] = sum;
         }
-        const Lanes4 half = Lanes4{sum[0], sum[1], sum[2], sum[3]} + Lanes4{sum[4], sum[5], sum[6], sum[7]};
-        out[n] = (half[0] + half[2]) + (half[1] + half[3]);
+        Lanes8 pairs[4];
+        for (int j = 0; j < 4; ++j)
+            pairs[j] = __builtin_shufflevector(sums[2 * j], sums[2 * j + 1], 0, 1, 2, 3, 8, 9, 10, 11) +
+                       __builtin_shufflevector(sums[2 * j], sums[2 * j + 1], 4, 5, 6, 7, 12, 13, 14, 15);
+        Lanes8 quads[2];
+        for (int j = 0; j < 2; ++j)
+            quads[j] = __builtin_shufflevector(pairs[2 * j], pairs[2 * j + 1], 0, 1, 8, 9, 4, 5, 12, 13) +
+                       __builtin_shufflevector(pairs[2 * j], pairs[2 * j + 1], 2, 3, 10, 11, 6, 7, 14, 15);
+        const Lanes8 folded = __builtin_shufflevector(quads[0], quads[1], 0, 4, 2, 6, 8, 12, 10, 14) +
+                              __builtin_shufflevector(quads[0], quads[1], 1, 5, 3, 7, 9, 13, 11, 15);
+        std::memcpy(out + n, &folded, static_cast<std::size_t>(std::min(8, count - n)) * sizeof(float));
     }
 
     std::memmove(input.data(), input.data() + count, kUpHistory * sizeof(float));
