@@ -62,6 +62,16 @@ inline void saturate(Lanes8& x) noexcept {
     x = x * above / below;
 }
 
+// Adds to each lane the sample Gap places before it, from the vector `was` before this one, and keeps this
+// one in `was` for the next.
+template <int Gap>
+inline void addEarlier(Lanes8& v, Lanes8& was) noexcept {
+    const Lanes8 now = v;
+    v += __builtin_shufflevector(was, now, 8 - Gap, 9 - Gap, 10 - Gap, 11 - Gap, 12 - Gap, 13 - Gap, 14 - Gap,
+                                 15 - Gap);
+    was = now;
+}
+
 } // namespace
 
 void DriveStage::design(float sampleRate, float cabinetHz) noexcept {
@@ -115,27 +125,23 @@ LANE_WIDE_CLONES void DriveStage::process(const float* in, float* out, int count
     }
 
     // Treble loss between the stages: a triangle of taps 1..16..1, built as two sums of sixteen, each sum as
-    // four doublings of pairs, so that no tap needs a multiply.
-    static_assert(kSmoothTaps == 31);
-    constexpr int kSpan = kSmoothHistory + kFactor * kMaxBlock;
-    alignas(32) float ping[kSpan];
-    alignas(32) float pong[kSpan];
-    const float* from = firstOut.data();
-    const int span = kSmoothHistory + laneCount;
-    float* buffers[2] = {ping, pong};
-    int start = 0;
-    for (int stage = 0; stage < 8; ++stage) {
-        const int gap = 1 << (stage % 4);
-        float* __restrict to = buffers[stage % 2];
-        const float* __restrict in = from;
-        start += gap;
-        for (int j = start; j < span; ++j)
-            to[j] = in[j] + in[j - gap];
-        from = to;
-    }
+    // four doublings of pairs, so that no tap needs a multiply. Each doubling keeps the vector it saw before
+    // and takes the earlier samples from it by a shuffle, not through memory; they all start on zeros at the
+    // history, which holds the triangle's whole reach, so the block's own samples come out exact.
+    static_assert(kSmoothTaps == 31 && kSmoothHistory >= kSmoothTaps - 1 && kSmoothHistory % 8 == 0);
     alignas(32) float smooth[kFactor * kMaxBlock];
-    for (int i = 0; i < laneCount; ++i)
-        smooth[i] = from[kSmoothHistory + i] * (1.0f / 256.0f);
+    Lanes8 before[8] = {};
+    for (int i = -kSmoothHistory; i < laneCount; i += 8) {
+        Lanes8 v;
+        std::memcpy(&v, first + i, sizeof(v));
+        for (int box = 0; box < 2; ++box) {
+            addEarlier<1>(v, before[4 * box]);
+            addEarlier<2>(v, before[4 * box + 1]);
+            addEarlier<4>(v, before[4 * box + 2]);
+            addEarlier<8>(v, before[4 * box + 3]);
+        }
+        if (i >= 0) std::memcpy(smooth + i, &v, sizeof(v));
+    }
 
     // Second stage.
     float* second = secondOut.data() + kDownHistory;
@@ -143,7 +149,7 @@ LANE_WIDE_CLONES void DriveStage::process(const float* in, float* out, int count
     for (int i = 0; i < laneCount; i += 8) {
         Lanes8 v;
         std::memcpy(&v, smooth + i, sizeof(v));
-        v *= secondGain + secondStep * (ramp + static_cast<float>(i));
+        v *= (1.0f / 256.0f) * (secondGain + secondStep * (ramp + static_cast<float>(i)));
         saturate(v);
         std::memcpy(second + i, &v, sizeof(v));
     }
