@@ -88,27 +88,6 @@ private:
     template <bool Glide>
     static void runCombs(AFDirectFilter& fa, AFDirectFilter& fb, float* lineA, float* lineB, float* left,
                          float* right, bool pair, int count) noexcept;
-    using Pair = float __attribute__((vector_size(8)));
-    // A band run's two cores, a channel in each lane.
-    struct BandState {
-        Pair l1, l2, h1, h2;
-    };
-    // One sample of a band run: the low-pass, then the high-pass on its output, with each lane's coefficients
-    // (by reference: an 8-byte vector by value would change the calling convention).
-    static void bandStep(const Pair& x, const Pair& a1l, const Pair& a2l, const Pair& a3l, const Pair& a1h,
-                         const Pair& a2h, const Pair& a3h, const Pair& kh, BandState& s, Pair& y) noexcept {
-        const Pair v3 = x - s.l2;
-        const Pair v1 = a1l * s.l1 + a2l * v3;
-        const Pair v2 = s.l2 + a2l * s.l1 + a3l * v3;
-        s.l1 = 2.0f * v1 - s.l1;
-        s.l2 = 2.0f * v2 - s.l2;
-        const Pair w3 = v2 - s.h2;
-        const Pair w1 = a1h * s.h1 + a2h * w3;
-        const Pair w2 = s.h2 + a2h * s.h1 + a3h * w3;
-        s.h1 = 2.0f * w1 - s.h1;
-        s.h2 = 2.0f * w2 - s.h2;
-        y = v2 - kh * w1 - w2;
-    }
     template <bool Glide>
     static void runPairBand(AFDirectFilter& fa, AFDirectFilter& fb, float* left, float* right,
                             int count) noexcept;
@@ -138,7 +117,8 @@ void AFDirectFilter::runBand(const float* left, const float* right, int offset, 
     // The two filters' coefficients side by side too: low-pass, then high-pass.
     Lanes g = {lo.g, hi.g}, k = {lo.k, hi.k};
     const Lanes gStep = {lo.gStep, hi.gStep}, kStep = {lo.kStep, hi.kStep};
-    BandState s{{lo.s1[0], lo.s1[1]}, {lo.s2[0], lo.s2[1]}, {hi.s1[0], hi.s1[1]}, {hi.s2[0], hi.s2[1]}};
+    Lanes l1 = {lo.s1[0], lo.s1[1]}, l2 = {lo.s2[0], lo.s2[1]};
+    Lanes h1 = {hi.s1[0], hi.s1[1]}, h2 = {hi.s2[0], hi.s2[1]};
     const Lanes one = {1.0f, 1.0f};
     Lanes a1 = one / (one + g * (g + k));
     for (int i = offset; i < offset + count; ++i) {
@@ -148,20 +128,31 @@ void AFDirectFilter::runBand(const float* left, const float* right, int offset, 
             a1 = one / (one + g * (g + k));
         }
         const Lanes a2 = g * a1, a3 = g * a2;
+        const float a1l = a1[0], a2l = a2[0], a3l = a3[0];
+        const float a1h = a1[1], a2h = a2[1], a3h = a3[1], kh = k[1];
         const Lanes x = {left[i], right[i]};
-        Lanes y;
-        bandStep(x, Lanes{} + a1[0], Lanes{} + a2[0], Lanes{} + a3[0], Lanes{} + a1[1], Lanes{} + a2[1],
-                 Lanes{} + a3[1], Lanes{} + k[1], s, y);
+        const Lanes v3 = x - l2;
+        const Lanes v1 = a1l * l1 + a2l * v3;
+        const Lanes v2 = l2 + a2l * l1 + a3l * v3;
+        l1 = 2.0f * v1 - l1;
+        l2 = 2.0f * v2 - l2;
+        // High-pass on the low-pass output.
+        const Lanes w3 = v2 - h2;
+        const Lanes w1 = a1h * h1 + a2h * w3;
+        const Lanes w2 = h2 + a2h * h1 + a3h * w3;
+        h1 = 2.0f * w1 - h1;
+        h2 = 2.0f * w2 - h2;
+        const Lanes y = v2 - kh * w1 - w2;
         next(i, y[0], y[1]);
     }
     lo.g = g[0];
     lo.k = k[0];
     hi.g = g[1];
     hi.k = k[1];
-    lo.s1 = {flushed(s.l1[0]), flushed(s.l1[1])};
-    lo.s2 = {flushed(s.l2[0]), flushed(s.l2[1])};
-    hi.s1 = {flushed(s.h1[0]), flushed(s.h1[1])};
-    hi.s2 = {flushed(s.h2[0]), flushed(s.h2[1])};
+    lo.s1 = {flushed(l1[0]), flushed(l1[1])};
+    lo.s2 = {flushed(l2[0]), flushed(l2[1])};
+    hi.s1 = {flushed(h1[0]), flushed(h1[1])};
+    hi.s2 = {flushed(h2[0]), flushed(h2[1])};
 }
 
 template <class Next>
