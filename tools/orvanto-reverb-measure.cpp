@@ -1,5 +1,5 @@
-// Measures a stereo reverb impulse response: T30 broadband and mid-band, when the echo density reaches 0.9,
-// the correlation of the late tails and the strongest narrow spectral peak of the tail.
+// Measures a stereo reverb impulse response: T30 broadband, mid-band and by octave, when the echo density
+// reaches 0.9, the correlation of the late tails and the strongest narrow spectral peak of the tail.
 //
 //   orvanto-reverb-measure IMPULSE.wav          a response recorded from an impulse at its first sample
 //   orvanto-reverb-measure --own S T R [I] [-s SECONDS] [--option N] [--rate HZ]
@@ -97,6 +97,10 @@ int main(int argc, char** argv) {
     }
     std::printf("T30 broadband %.3f s, mid band %.3f s\n", ImpulseMeasures::t30(left, right, rate),
                 ImpulseMeasures::t30(left, right, rate, 707.0));
+    std::printf("T30 by octave:");
+    for (double hz = 125.0; hz < 0.4 * rate; hz *= 2.0)
+        std::printf(" %.0f Hz %.3f s,", hz, ImpulseMeasures::t30(left, right, rate, hz));
+    std::printf("\n");
     std::printf("echo density 0.9 at %.1f ms (left), %.1f ms (right)\n",
                 ImpulseMeasures::echoDensityTime(left, rate) * 1000.0,
                 ImpulseMeasures::echoDensityTime(right, rate) * 1000.0);

@@ -1,10 +1,12 @@
 #include "effects/delay/AFMetalAmpT.h"
 
+#include "effects/filter/LaneFilter.h"
 #include "effects/framework/AFSystemInfo.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <type_traits>
 
 namespace {
 
@@ -23,9 +25,11 @@ constexpr double kLowHz = 160.0;
 constexpr double kMidHz = 750.0;
 constexpr double kMidQ = 0.8;
 constexpr double kHighHz = 3000.0;
-// Output level, and the limiter's release per sample at 48 kHz for "HardLimit" and "EvilLimit"; "EvilLimit"
-// drives it 12 dB harder.
-constexpr float kOutputGain = 0.3f;
+// The make-up gain brings a nominal input back to its own RMS level at any drive: a Laplace-distributed
+// signal, whose many quiet samples and rare peaks are what music looks like to a clipper, at this level.
+constexpr double kNominalRms = 0.05;
+// The limiter's release per sample at 48 kHz for "HardLimit" and "EvilLimit"; "EvilLimit" drives it 12 dB
+// harder.
 constexpr float kEvilGain = 4.0f;
 constexpr double kHardReleaseMs = 60.0;
 constexpr double kEvilReleaseMs = 6.0;
@@ -91,16 +95,33 @@ const AFEffectDescriptor AFMetalAmpT::descriptor{.typeId = 23,
 
 AFMetalAmpT::AFMetalAmpT(uint32_t type, AFSystemInfo* system, uint32_t flag)
     : AFEffect(descriptor, type, system, flag) {
+    // The nominal input through both stages at each whole dB of drive, as quantiles of its distribution: the
+    // make-up is its RMS over the output's (without the output's mean, which the cabinet's resonance
+    // removes).
+    constexpr int kPoints = 256;
+    const double scale = kNominalRms / std::sqrt(2.0);
+    const double rest = std::tanh(static_cast<double>(kBias));
+    for (int db = 0; db < kMakeUpPoints; ++db) {
+        const double first = std::pow(10.0, db * (1.0 - kSecondShare) / 20.0);
+        const double second = std::pow(10.0, db * kSecondShare / 20.0);
+        double sum = 0.0;
+        double squares = 0.0;
+        for (int i = 0; i < kPoints; ++i) {
+            const double p = (i + 0.5) / kPoints;
+            const double x = p < 0.5 ? scale * std::log(2.0 * p) : -scale * std::log(2.0 - 2.0 * p);
+            const double y = std::tanh(second * (std::tanh(first * x + kBias) - rest));
+            sum += y;
+            squares += y * y;
+        }
+        const double mean = sum / kPoints;
+        const double rms = std::sqrt(std::max(squares / kPoints - mean * mean, 1e-30));
+        makeUp[static_cast<std::size_t>(db)] = static_cast<float>(kNominalRms / rms);
+    }
     derive(true);
 }
 
 float AFMetalAmpT::driveDb(float value) noexcept {
     return unitRange(value) * kDriveRangeDb;
-}
-
-void AFMetalAmpT::Section::flush() noexcept {
-    for (float* v : {&x1, &x2, &y1, &y2})
-        *v = std::fabs(*v) < 1e-20f ? 0.0f : *v;
 }
 
 void AFMetalAmpT::setParameter(int index, float value) {
@@ -113,8 +134,8 @@ void AFMetalAmpT::derive(bool jump) noexcept {
     if (rate != appliedRate) {
         appliedRate = rate;
         jump = true;
-        for (Channel& channel : channels)
-            channel.drive.design(rate, kCabinetHz);
+        for (DriveStage& stage : drives)
+            stage.design(rate, kCabinetHz);
         tightCoefficient = static_cast<float>(std::exp(-2.0 * 3.141592653589793 * kTightHz / rate));
     }
     const std::array<float, 4> key{unitRange(parameterValues[1]), unitRange(parameterValues[2]),
@@ -122,33 +143,35 @@ void AFMetalAmpT::derive(bool jump) noexcept {
     if (key != designedFor) {
         designedFor = key;
         const auto db = [](float v) { return static_cast<double>((v - 0.5f) * 2.0f * kToneRangeDb); };
-        design[0] = shelf(false, kLowHz, db(key[0]), rate);
-        design[1] = peak(kMidHz, kMidQ, db(key[1]), rate);
-        design[2] = shelf(true, kHighHz, db(key[2]), rate);
-        design[3] = highPass(kResonanceHz, kResonanceQ, rate);
-        for (Channel& channel : channels) {
-            for (int k = 0; k < kSections; ++k) {
-                Section& section = channel.sections[static_cast<std::size_t>(k)];
-                const auto& c = design[static_cast<std::size_t>(k)];
-                section.b0 = c[0];
-                section.b1 = c[1];
-                section.b2 = c[2];
-                section.a1 = c[3];
-                section.a2 = c[4];
-            }
+        const std::array<std::array<float, 5>, kSections> design{
+            shelf(false, kLowHz, db(key[0]), rate), peak(kMidHz, kMidQ, db(key[1]), rate),
+            shelf(true, kHighHz, db(key[2]), rate), highPass(kResonanceHz, kResonanceQ, rate)};
+        for (int lane = 0; lane < 8; ++lane) {
+            const auto& c = design[static_cast<std::size_t>(lane % kSections)];
+            b0[lane] = c[0];
+            b1[lane] = c[1];
+            b2[lane] = c[2];
+            a1[lane] = c[3];
+            a2[lane] = c[4];
         }
     }
     const float drive = driveDb(parameterValues[0]);
     const float firstTarget = std::pow(10.0f, drive * (1.0f - kSecondShare) / 20.0f);
     const float secondTarget = std::pow(10.0f, drive * kSecondShare / 20.0f);
+    const float point = std::min(drive, static_cast<float>(kMakeUpPoints - 1) - 0.001f);
+    const auto below = static_cast<std::size_t>(point);
+    const float levelTarget =
+        makeUp[below] + (makeUp[below + 1] - makeUp[below]) * (point - static_cast<float>(below));
     const float perSample = 1.0f / static_cast<float>(std::max(systemInfo->controlInterval, 1));
     if (jump) {
         firstGain = firstTarget;
         secondGain = secondTarget;
-        firstStep = secondStep = 0.0f;
+        level = levelTarget;
+        firstStep = secondStep = levelStep = 0.0f;
     } else {
         firstStep = (firstTarget - firstGain) * perSample;
         secondStep = (secondTarget - secondGain) * perSample;
+        levelStep = (levelTarget - level) * perSample;
     }
 }
 
@@ -157,12 +180,10 @@ void AFMetalAmpT::controlTick() noexcept {
 }
 
 void AFMetalAmpT::reset() {
-    for (Channel& channel : channels) {
-        channel.drive.reset();
-        for (Section& section : channel.sections)
-            section.x1 = section.x2 = section.y1 = section.y2 = 0.0f;
-        channel.tightIn = channel.tightOut = 0.0f;
-    }
+    for (DriveStage& stage : drives)
+        stage.reset();
+    x1 = x2 = y1 = y2 = Lanes{};
+    tightIn = tightOut = {};
     envelope = 0.0f;
     derive(true);
 }
@@ -172,44 +193,71 @@ int32_t AFMetalAmpT::activate() {
     return 1;
 }
 
-void AFMetalAmpT::drive(Channel& channel, float* data, int count) noexcept {
-    float driven[DriveStage::kMaxBlock];
+void AFMetalAmpT::tighten(const float* left, const float* right, float* outLeft, float* outRight,
+                          int count) noexcept {
+    using Pair = float __attribute__((vector_size(8)));
     float gain = firstGain;
-    float in = channel.tightIn;
-    float out = channel.tightOut;
+    Pair in = {tightIn[0], tightIn[1]};
+    Pair out = {tightOut[0], tightOut[1]};
     for (int i = 0; i < count; ++i) {
         gain += firstStep;
-        out = tightCoefficient * (out + data[i] - in);
-        in = data[i];
-        driven[i] = out * gain;
+        const Pair x = {left[i], right[i]};
+        out = tightCoefficient * (out + x - in);
+        in = x;
+        const Pair y = out * gain;
+        outLeft[i] = y[0];
+        outRight[i] = y[1];
     }
-    channel.tightIn = in;
-    channel.tightOut = std::fabs(out) < 1e-20f ? 0.0f : out;
-    const float overStep = secondStep / DriveStage::kFactor;
-    channel.drive.process(driven, data, count, secondGain + overStep, overStep, kBias);
+    tightIn = {in[0], in[1]};
+    tightOut = {std::fabs(out[0]) < 1e-20f ? 0.0f : out[0], std::fabs(out[1]) < 1e-20f ? 0.0f : out[1]};
 }
 
-void AFMetalAmpT::shape(Channel& channel, float* data, int count) noexcept {
-    auto [low, mid, high, body] = channel.sections;
-    for (int i = 0; i < count; ++i)
-        data[i] = kOutputGain * body.run(high.run(mid.run(low.run(data[i]))));
-    channel.sections = {low, mid, high, body};
-    for (Section& section : channel.sections)
-        section.flush();
-}
-
-void AFMetalAmpT::shapePair(float* left, float* right, int count) noexcept {
-    auto [lowL, midL, highL, bodyL] = channels[0].sections;
-    auto [lowR, midR, highR, bodyR] = channels[1].sections;
-    for (int i = 0; i < count; ++i) {
-        left[i] = kOutputGain * bodyL.run(highL.run(midL.run(lowL.run(left[i]))));
-        right[i] = kOutputGain * bodyR.run(highR.run(midR.run(lowR.run(right[i]))));
-    }
-    channels[0].sections = {lowL, midL, highL, bodyL};
-    channels[1].sections = {lowR, midR, highR, bodyR};
-    for (Channel& channel : channels)
-        for (Section& section : channel.sections)
-            section.flush();
+LANE_WIDE_CLONES void AFMetalAmpT::shape(float* left, float* right, int count) noexcept {
+    using LaneInts = int32_t __attribute__((vector_size(32)));
+    const LaneInts section = {0, 1, 2, 3, 0, 1, 2, 3};
+    Lanes px1 = x1, px2 = x2, py1 = y1, py2 = y2;
+    float gain = level;
+    // Step n feeds sample n to the first section and each other section what the one before it gave at step
+    // n - 1; the last section gives sample n - 3. Only the first and last three steps have idle lanes, whose
+    // state stands still.
+    const auto step = [&](int n, auto masked) {
+        const Lanes fresh = {n < count ? left[n] : 0.0f, 0.0f, 0.0f, 0.0f, n < count ? right[n] : 0.0f};
+        const Lanes x = __builtin_shufflevector(py1, fresh, 8, 0, 1, 2, 12, 4, 5, 6);
+        // The terms of the last step go in last, so that the recursion waits on one multiply and two adds.
+        const Lanes y = (b1 * px1 + b2 * px2 - a2 * py2) + (b0 * x - a1 * py1);
+        if constexpr (decltype(masked)::value) {
+            const LaneInts at = n - section;
+            const LaneInts on = (at >= 0) & (at < count);
+            px2 = on ? px1 : px2;
+            px1 = on ? x : px1;
+            py2 = on ? py1 : py2;
+            py1 = on ? y : py1;
+        } else {
+            px2 = px1;
+            px1 = x;
+            py2 = py1;
+            py1 = y;
+        }
+        if (n >= kSections - 1) {
+            gain += levelStep;
+            left[n - kSections + 1] = y[3] * gain;
+            right[n - kSections + 1] = y[7] * gain;
+        }
+    };
+    const int lead = std::min(kSections - 1, count);
+    for (int n = 0; n < lead; ++n)
+        step(n, std::true_type{});
+    for (int n = kSections - 1; n < count; ++n)
+        step(n, std::false_type{});
+    for (int n = count; n < count + kSections - 1; ++n)
+        step(n, std::true_type{});
+    level = gain;
+    for (Lanes* v : {&px1, &px2, &py1, &py2})
+        *v = *v < 1e-20f && *v > -1e-20f ? Lanes{} : *v;
+    x1 = px1;
+    x2 = px2;
+    y1 = py1;
+    y2 = py2;
 }
 
 void AFMetalAmpT::limit(float* left, float* right, int count) noexcept {
@@ -244,17 +292,21 @@ void AFMetalAmpT::process(float* left, float* right, int count) noexcept {
         const int n = std::min(DriveStage::kMaxBlock, count - done);
         float* l = left + done;
         float* r = right + done;
+        float raisedLeft[DriveStage::kMaxBlock];
+        float raisedRight[DriveStage::kMaxBlock];
+        const float overStep = secondStep / DriveStage::kFactor;
         if (options[0] == 0) {
             for (int i = 0; i < n; ++i)
                 l[i] = 0.5f * (l[i] + r[i]);
-            drive(channels[0], l, n);
-            shape(channels[0], l, n);
+            tighten(l, l, raisedLeft, raisedRight, n);
+            drives[0].process(raisedLeft, l, n, secondGain + overStep, overStep, kBias);
             std::copy(l, l + n, r);
         } else {
-            drive(channels[0], l, n);
-            drive(channels[1], r, n);
-            shapePair(l, r, n);
+            tighten(l, r, raisedLeft, raisedRight, n);
+            drives[0].process(raisedLeft, l, n, secondGain + overStep, overStep, kBias);
+            drives[1].process(raisedRight, r, n, secondGain + overStep, overStep, kBias);
         }
+        shape(l, r, n);
         firstGain += firstStep * static_cast<float>(n);
         secondGain += secondStep * static_cast<float>(n);
         limit(l, r, n);

@@ -4,10 +4,12 @@
 #include "effects/framework/AFEffect.h"
 
 #include <array>
+#include <cstdint>
 
 // Guitar Amp: a tightening high-pass, an oversampled two-stage valve-like drive (DriveStage) whose decimator
 // is the cabinet's top, a three-band tone stack (low shelf, mid peak, high shelf), the cabinet's low
-// resonance, and an output limiter. "Mono" sums the input and runs one amp; "Stereo" runs two.
+// resonance, a make-up gain that keeps a nominal input as loud at any drive, and an output limiter. "Mono"
+// sums the input and runs one amp; "Stereo" runs two.
 class AFMetalAmpT : public AFEffect {
 public:
     // Each tone band's reach either way, in dB.
@@ -42,45 +44,35 @@ public:
     static float driveDb(float value) noexcept;
 
 private:
-    // One second-order section, direct form I, which takes coefficient changes without a burst.
-    struct Section {
-        float b0 = 1.0f, b1 = 0.0f, b2 = 0.0f, a1 = 0.0f, a2 = 0.0f;
-        float x1 = 0.0f, x2 = 0.0f, y1 = 0.0f, y2 = 0.0f;
-        float run(float x) noexcept {
-            const float y = b0 * x + b1 * x1 + b2 * x2 - a1 * y1 - a2 * y2;
-            x2 = x1;
-            x1 = x;
-            y2 = y1;
-            y1 = y;
-            return y;
-        }
-        // Silence never decays into denormals.
-        void flush() noexcept;
-    };
+    using Lanes = float __attribute__((vector_size(32)));
     static constexpr int kSections = 4; // low shelf, mid peak, high shelf, cabinet resonance
-
-    struct Channel {
-        DriveStage drive;
-        std::array<Section, kSections> sections;
-        float tightIn = 0.0f; // high-pass state: last input and output
-        float tightOut = 0.0f;
-    };
+    // The make-up gain's table: one point per dB of drive.
+    static constexpr int kMakeUpPoints = 46;
 
     void derive(bool jump) noexcept;
-    void drive(Channel& channel, float* data, int count) noexcept;
-    // Tone stack and cabinet resonance over one channel, or over two at once so their recursions overlap.
-    void shape(Channel& channel, float* data, int count) noexcept;
-    void shapePair(float* left, float* right, int count) noexcept;
+    // Tightening high-pass and the first stage's gain on both channels at once.
+    void tighten(const float* left, const float* right, float* outLeft, float* outRight, int count) noexcept;
+    // Tone stack, cabinet resonance and make-up gain on both channels, in place.
+    void shape(float* left, float* right, int count) noexcept;
     void limit(float* left, float* right, int count) noexcept;
 
+    // The four sections run as a pipeline in vector lanes: lane k of each half is section k, a sample behind
+    // lane k - 1, so the four recursions overlap; left in the low half, right in the high one. Direct form I
+    // (the input history with the output's), which takes coefficient changes without a burst.
+    alignas(32) Lanes b0{}, b1{}, b2{}, a1{}, a2{};
+    alignas(32) Lanes x1{}, x2{}, y1{}, y2{};
     std::array<int32_t, 4> options{};
-    std::array<Channel, 2> channels;
-    std::array<std::array<float, 5>, kSections> design{};
+    std::array<DriveStage, 2> drives;
     std::array<float, 4> designedFor{-1.0f, -1.0f, -1.0f, -1.0f}; // low, mid, high, rate
+    std::array<float, kMakeUpPoints> makeUp{};
+    std::array<float, 2> tightIn{}; // high-pass state: last input and output per channel
+    std::array<float, 2> tightOut{};
     float firstGain = 1.0f;
     float firstStep = 0.0f;
     float secondGain = 1.0f;
     float secondStep = 0.0f;
+    float level = 1.0f; // make-up gain, ramped per sample
+    float levelStep = 0.0f;
     float tightCoefficient = 0.99f;
     float appliedRate = 0.0f;
     float envelope = 0.0f; // the limiter's peak follower

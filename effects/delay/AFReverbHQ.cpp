@@ -43,10 +43,16 @@ static_assert(kDiffuserSize > 11.3f * AFSystemInfo::kMaxSampleRate / 1000.0f + 2
 static_assert(kLineSize > 63.9f * (kSmallestScale + kScaleRange) * AFSystemInfo::kMaxSampleRate / 1000.0f +
                               kWobbleMs * AFSystemInfo::kMaxSampleRate / 1000.0f + 4.0f);
 
-// The decay at the top of the band is this share of the shown time at "Reflectivity" 0, all of it at 1; the
-// shown time holds exactly at the reference frequency.
+// The decay at the top of the band is this share of the low band's at "Reflectivity" 0, all of it at 1; the
+// low band's time holds exactly at the reference frequency.
 constexpr float kDarkestRatio = 0.1f;
 constexpr double kReferenceHz = 700.0;
+// The shown time is the full band's. The treble always dies sooner than the low band (the damping, and the
+// reads between samples of the drifting lines), and a white impulse's energy is mostly treble, so the low
+// band rings this much longer than shown; the full band and the mid band then both land within a few percent.
+constexpr float kLowBandStretch = 1.075f;
+// No diffuser rings longer than this share of the shown time, or the shortest tails would be its own.
+constexpr float kDiffuserShare = 0.2f;
 // Send, the share of the diffused input heard at once, and the level of the network's rows.
 constexpr float kSendTrim = 1.0f;
 constexpr float kEarlyLevel = 0.5f;
@@ -202,7 +208,8 @@ void AFReverbHQ::derive(bool jump) noexcept {
 
     if (jump || gainKey != std::array<float, 3>{size, time, reflectivity}) {
         gainKey = {size, time, reflectivity};
-        const float seconds = reverbTimeSeconds(time);
+        const float shown = reverbTimeSeconds(time);
+        const float seconds = shown * kLowBandStretch;
         const float highSeconds = seconds * (kDarkestRatio + (1.0f - kDarkestRatio) * reflectivity);
         // 60 dB over the decay time: log2 of the gain per sample of delay.
         constexpr float kLog2Of60dB = -9.965784f;
@@ -221,6 +228,17 @@ void AFReverbHQ::derive(bool jump) noexcept {
                 edgeTap[static_cast<std::size_t>(8 * h + k)] = 0.25f * edge[k];
                 centreTap[static_cast<std::size_t>(8 * h + k)] = 0.25f * centre[k];
             }
+        }
+        // An allpass of gain g over d samples falls by g each pass: 60 dB in d log(0.001) / log(g) samples.
+        const float perSampleDiffuser = kLog2Of60dB / (kDiffuserShare * shown * rate);
+        for (auto& side : diffusers) {
+            Lanes cap;
+            for (int k = 0; k < kDiffusers; ++k)
+                cap[k] = perSampleDiffuser * static_cast<float>(side[static_cast<std::size_t>(k)].delay);
+            exp2Lanes(cap);
+            for (int k = 0; k < kDiffusers; ++k)
+                side[static_cast<std::size_t>(k)].gain =
+                    std::min(kDiffuserGain[static_cast<std::size_t>(k)], cap[k]);
         }
     }
 

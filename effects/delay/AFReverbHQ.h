@@ -10,10 +10,10 @@
 
 // Reverb: a sixteen-line feedback delay network behind an eight-stage allpass diffuser per channel. The lines
 // are mixed by a scaled Hadamard matrix (lossless, every line feeds every other), half the lines drift slowly
-// so that no mode rings, and a three-tap low-pass in every line sets its loss for its length, so the mid-band
-// decay time is the one shown and the treble dies sooner as "Reflectivity" falls. Left and right leave
-// through two orthogonal rows of the mix, so the tails are decorrelated. Every line is longer than a block,
-// so a block runs line by line with no recursion inside it. Wet only; the slot adds the dry path.
+// so that no mode rings, and a three-tap low-pass in every line sets its loss for its length, so the
+// full-band decay time is the one shown and the treble dies sooner as "Reflectivity" falls. Left and right
+// leave through two orthogonal rows of the mix, so the tails are decorrelated. Every line is longer than a
+// block, so a block runs line by line with no recursion inside it. Wet only; the slot adds the dry path.
 class AFReverbHQ : public AFEffect, public AFAligned {
 public:
     static constexpr int kLines = 16;

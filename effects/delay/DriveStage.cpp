@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdint>
 #include <cstring>
 
 namespace {
@@ -47,31 +46,29 @@ std::array<double, Taps> lowPass(double corner) {
 
 using Lanes4 = float __attribute__((vector_size(16)));
 using Lanes8 = float __attribute__((vector_size(32)));
-using LaneInts8 = int32_t __attribute__((vector_size(32)));
 
-// tanh on eight lanes, in place, through 2^x to within a few parts in 10^7. Being smooth everywhere, unlike a
-// clamped polynomial, its harmonics fall off fast enough that little is left to fold back at four times the
-// rate. By reference: a 32-byte vector by value would change the calling convention with AVX.
+// tanh on eight lanes, in place, as the [7/6] Padé approximant of its continued fraction, within 1e-4 of it
+// and exactly 1 where the approximant reaches 1 (x = 4.972), so the curve stays monotonic and smooth but for
+// a slope step of 2e-4 there. Being smooth, unlike a clamped polynomial, its harmonics fall off fast enough
+// that little is left to fold back at four times the rate. By reference: a 32-byte vector by value would
+// change the calling convention with AVX.
 inline void saturate(Lanes8& x) noexcept {
-    x = x < -9.0f ? Lanes8{} - 9.0f : (x > 9.0f ? Lanes8{} + 9.0f : x);
-    const Lanes8 power = x * 2.8853901f; // 2x log2(e)
-    const LaneInts8 truncated = __builtin_convertvector(power, LaneInts8);
-    // Truncation rounds a negative value up; a true comparison is -1, which brings it down to the floor.
-    const LaneInts8 whole = truncated + (__builtin_convertvector(truncated, Lanes8) > power);
-    const Lanes8 y = (power - __builtin_convertvector(whole, Lanes8)) * 0.6931472f;
-    Lanes8 p = Lanes8{} + 1.0f / 5040.0f;
-    p = p * y + 1.0f / 720.0f;
-    p = p * y + 1.0f / 120.0f;
-    p = p * y + 1.0f / 24.0f;
-    p = p * y + 1.0f / 6.0f;
-    p = p * y + 0.5f;
-    p = p * y + 1.0f;
-    p = p * y + 1.0f;
-    const LaneInts8 bits = (whole + 127) << 23;
-    Lanes8 scale;
-    std::memcpy(&scale, &bits, sizeof(scale));
-    const Lanes8 e = p * scale;
-    x = (e - 1.0f) / (e + 1.0f);
+    constexpr float kEdge = 4.972f;
+    x = x < -kEdge ? Lanes8{} - kEdge : (x > kEdge ? Lanes8{} + kEdge : x);
+    const Lanes8 s = x * x;
+    const Lanes8 above = ((s + 378.0f) * s + 17325.0f) * s + 135135.0f;
+    const Lanes8 below = ((s * 28.0f + 3150.0f) * s + 62370.0f) * s + 135135.0f;
+    x = x * above / below;
+}
+
+// Adds to each lane the sample Gap places before it, from the vector `was` before this one, and keeps this
+// one in `was` for the next.
+template <int Gap>
+inline void addEarlier(Lanes8& v, Lanes8& was) noexcept {
+    const Lanes8 now = v;
+    v += __builtin_shufflevector(was, now, 8 - Gap, 9 - Gap, 10 - Gap, 11 - Gap, 12 - Gap, 13 - Gap, 14 - Gap,
+                                 15 - Gap);
+    was = now;
 }
 
 } // namespace
@@ -113,7 +110,9 @@ LANE_WIDE_CLONES void DriveStage::process(const float* in, float* out, int count
     // First stage, eight samples at a time; the lanes past the block work on zeros and are never read.
     const int laneCount = (overCount + 7) / 8 * 8;
     std::fill(raised + overCount, raised + laneCount, 0.0f);
-    const auto rest = static_cast<float>(std::tanh(static_cast<double>(bias)));
+    // The stage's output at rest, so that silence stays silent.
+    Lanes8 rest = Lanes8{} + bias;
+    saturate(rest);
     float* first = firstOut.data() + kSmoothHistory;
     for (int i = 0; i < laneCount; i += 8) {
         Lanes8 v;
@@ -125,27 +124,23 @@ LANE_WIDE_CLONES void DriveStage::process(const float* in, float* out, int count
     }
 
     // Treble loss between the stages: a triangle of taps 1..16..1, built as two sums of sixteen, each sum as
-    // four doublings of pairs, so that no tap needs a multiply.
-    static_assert(kSmoothTaps == 31);
-    constexpr int kSpan = kSmoothHistory + kFactor * kMaxBlock;
-    alignas(32) float ping[kSpan];
-    alignas(32) float pong[kSpan];
-    const float* from = firstOut.data();
-    const int span = kSmoothHistory + laneCount;
-    float* buffers[2] = {ping, pong};
-    int start = 0;
-    for (int stage = 0; stage < 8; ++stage) {
-        const int gap = 1 << (stage % 4);
-        float* __restrict to = buffers[stage % 2];
-        const float* __restrict in = from;
-        start += gap;
-        for (int j = start; j < span; ++j)
-            to[j] = in[j] + in[j - gap];
-        from = to;
-    }
+    // four doublings of pairs, so that no tap needs a multiply. Each doubling keeps the vector it saw before
+    // and takes the earlier samples from it by a shuffle, not through memory; they all start on zeros at the
+    // history, which holds the triangle's whole reach, so the block's own samples come out exact.
+    static_assert(kSmoothTaps == 31 && kSmoothHistory >= kSmoothTaps - 1 && kSmoothHistory % 8 == 0);
     alignas(32) float smooth[kFactor * kMaxBlock];
-    for (int i = 0; i < laneCount; ++i)
-        smooth[i] = from[kSmoothHistory + i] * (1.0f / 256.0f);
+    Lanes8 before[8] = {};
+    for (int i = -kSmoothHistory; i < laneCount; i += 8) {
+        Lanes8 v;
+        std::memcpy(&v, first + i, sizeof(v));
+        for (int box = 0; box < 2; ++box) {
+            addEarlier<1>(v, before[4 * box]);
+            addEarlier<2>(v, before[4 * box + 1]);
+            addEarlier<4>(v, before[4 * box + 2]);
+            addEarlier<8>(v, before[4 * box + 3]);
+        }
+        if (i >= 0) std::memcpy(smooth + i, &v, sizeof(v));
+    }
 
     // Second stage.
     float* second = secondOut.data() + kDownHistory;
@@ -153,24 +148,38 @@ LANE_WIDE_CLONES void DriveStage::process(const float* in, float* out, int count
     for (int i = 0; i < laneCount; i += 8) {
         Lanes8 v;
         std::memcpy(&v, smooth + i, sizeof(v));
-        v *= secondGain + secondStep * (ramp + static_cast<float>(i));
+        v *= (1.0f / 256.0f) * (secondGain + secondStep * (ramp + static_cast<float>(i)));
         saturate(v);
         std::memcpy(second + i, &v, sizeof(v));
     }
 
-    // Decimator: one output for every four, each a dot product in eight lanes summed in a fixed order.
+    // Decimator: one output for every four, each a dot product in eight lanes; eight outputs at a time, whose
+    // lane sums fold together in three rounds of shuffles, each sum in a fixed order.
     Lanes8 taps[kDownTaps / 8];
     std::memcpy(taps, downReversed.data(), sizeof(taps));
-    for (int n = 0; n < count; ++n) {
-        const float* x = secondOut.data() + kFactor * n + kFactor - 1;
-        Lanes8 sum{};
-        for (int k = 0; k < kDownTaps / 8; ++k) {
-            Lanes8 v;
-            std::memcpy(&v, x + 8 * k, sizeof(v));
-            sum += taps[k] * v;
+    for (int n = 0; n < count; n += 8) {
+        Lanes8 sums[8];
+        for (int j = 0; j < 8; ++j) {
+            const float* x = secondOut.data() + kFactor * (n + j) + kFactor - 1;
+            Lanes8 sum{};
+            for (int k = 0; k < kDownTaps / 8; ++k) {
+                Lanes8 v;
+                std::memcpy(&v, x + 8 * k, sizeof(v));
+                sum += taps[k] * v;
+            }
+            sums[j] = sum;
         }
-        const Lanes4 half = Lanes4{sum[0], sum[1], sum[2], sum[3]} + Lanes4{sum[4], sum[5], sum[6], sum[7]};
-        out[n] = (half[0] + half[2]) + (half[1] + half[3]);
+        Lanes8 pairs[4];
+        for (int j = 0; j < 4; ++j)
+            pairs[j] = __builtin_shufflevector(sums[2 * j], sums[2 * j + 1], 0, 1, 2, 3, 8, 9, 10, 11) +
+                       __builtin_shufflevector(sums[2 * j], sums[2 * j + 1], 4, 5, 6, 7, 12, 13, 14, 15);
+        Lanes8 quads[2];
+        for (int j = 0; j < 2; ++j)
+            quads[j] = __builtin_shufflevector(pairs[2 * j], pairs[2 * j + 1], 0, 1, 8, 9, 4, 5, 12, 13) +
+                       __builtin_shufflevector(pairs[2 * j], pairs[2 * j + 1], 2, 3, 10, 11, 6, 7, 14, 15);
+        const Lanes8 folded = __builtin_shufflevector(quads[0], quads[1], 0, 4, 2, 6, 8, 12, 10, 14) +
+                              __builtin_shufflevector(quads[0], quads[1], 1, 5, 3, 7, 9, 13, 11, 15);
+        std::memcpy(out + n, &folded, static_cast<std::size_t>(std::min(8, count - n)) * sizeof(float));
     }
 
     std::memmove(input.data(), input.data() + count, kUpHistory * sizeof(float));

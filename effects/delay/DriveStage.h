@@ -27,7 +27,7 @@ public:
 
 private:
     static constexpr int kUpHistory = kUpTaps / kFactor - 1;
-    static constexpr int kSmoothHistory = kSmoothTaps - 1;
+    static constexpr int kSmoothHistory = 32; // the smoothing's reach, to whole vectors
     static constexpr int kDownHistory = kDownTaps - 1;
 
     alignas(32) std::array<float, kUpTaps> upPhases{}; // tap k of phase p at 4k + p, scaled by the factor

@@ -213,10 +213,10 @@ void AFFilterPattern::process(float* left, float* right, int count) noexcept {
         const int n = std::min(count - done, untilNext);
         float* l = left + done;
         float* r = right + done;
-        if (crossed) {
+        if (crossed && smart) {
+            AFDirectFilter::processPairBand(leftFilter, l, rightFilter, r, n);
+        } else if (crossed) {
             AFDirectFilter::processPair(AFDirectFilter::Lowpass, leftFilter, l, rightFilter, r, n);
-            if (smart)
-                AFDirectFilter::processPair(AFDirectFilter::Highpass, leftFilter, l, rightFilter, r, n);
         } else if (smart) {
             leftFilter.processStereoBand(l, r, n);
         } else {

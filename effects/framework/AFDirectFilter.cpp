@@ -305,3 +305,93 @@ void AFDirectFilter::processStereoBand(float* left, float* right, int count) noe
         right[i] = yr;
     });
 }
+
+// Left and right side by side in vector lanes as in runBand, each filter with its own coefficients: the four
+// filters' in one vector, left low-pass, right low-pass, left high-pass, right high-pass.
+template <bool Glide>
+void AFDirectFilter::runPairBand(AFDirectFilter& fa, AFDirectFilter& fb, float* left, float* right,
+                                 int count) noexcept {
+    using Quad = float __attribute__((vector_size(16)));
+    using Lanes = float __attribute__((vector_size(8)));
+    Core& loA = fa.cores[Lowpass];
+    Core& loB = fb.cores[Lowpass];
+    Core& hiA = fa.cores[Highpass];
+    Core& hiB = fb.cores[Highpass];
+    Quad g = {loA.g, loB.g, hiA.g, hiB.g}, k = {loA.k, loB.k, hiA.k, hiB.k};
+    const Quad gStep = {loA.gStep, loB.gStep, hiA.gStep, hiB.gStep};
+    const Quad kStep = {loA.kStep, loB.kStep, hiA.kStep, hiB.kStep};
+    Lanes l1 = {loA.s1[0], loB.s1[0]}, l2 = {loA.s2[0], loB.s2[0]};
+    Lanes h1 = {hiA.s1[0], hiB.s1[0]}, h2 = {hiA.s2[0], hiB.s2[0]};
+    const Quad one = {1.0f, 1.0f, 1.0f, 1.0f};
+    Quad a1 = one / (one + g * (g + k));
+    for (int i = 0; i < count; ++i) {
+        if constexpr (Glide) {
+            g += gStep;
+            k += kStep;
+            a1 = one / (one + g * (g + k));
+        }
+        const Quad a2 = g * a1, a3 = g * a2;
+        const Lanes a1l = __builtin_shufflevector(a1, a1, 0, 1), a1h = __builtin_shufflevector(a1, a1, 2, 3);
+        const Lanes a2l = __builtin_shufflevector(a2, a2, 0, 1), a2h = __builtin_shufflevector(a2, a2, 2, 3);
+        const Lanes a3l = __builtin_shufflevector(a3, a3, 0, 1), a3h = __builtin_shufflevector(a3, a3, 2, 3);
+        const Lanes kh = __builtin_shufflevector(k, k, 2, 3);
+        const Lanes x = {left[i], right[i]};
+        const Lanes v3 = x - l2;
+        const Lanes v1 = a1l * l1 + a2l * v3;
+        const Lanes v2 = l2 + a2l * l1 + a3l * v3;
+        l1 = 2.0f * v1 - l1;
+        l2 = 2.0f * v2 - l2;
+        // High-pass on the low-pass output.
+        const Lanes w3 = v2 - h2;
+        const Lanes w1 = a1h * h1 + a2h * w3;
+        const Lanes w2 = h2 + a2h * h1 + a3h * w3;
+        h1 = 2.0f * w1 - h1;
+        h2 = 2.0f * w2 - h2;
+        const Lanes y = v2 - kh * w1 - w2;
+        left[i] = y[0];
+        right[i] = y[1];
+    }
+    loA.g = g[0];
+    loB.g = g[1];
+    hiA.g = g[2];
+    hiB.g = g[3];
+    loA.k = k[0];
+    loB.k = k[1];
+    hiA.k = k[2];
+    hiB.k = k[3];
+    loA.s1[0] = flushed(l1[0]);
+    loB.s1[0] = flushed(l1[1]);
+    loA.s2[0] = flushed(l2[0]);
+    loB.s2[0] = flushed(l2[1]);
+    hiA.s1[0] = flushed(h1[0]);
+    hiB.s1[0] = flushed(h1[1]);
+    hiA.s2[0] = flushed(h2[0]);
+    hiB.s2[0] = flushed(h2[1]);
+}
+
+void AFDirectFilter::processPairBand(AFDirectFilter& leftFilter, float* left, AFDirectFilter& rightFilter,
+                                     float* right, int count) noexcept {
+    const std::array<Core*, 4> cores{&leftFilter.cores[Lowpass], &rightFilter.cores[Lowpass],
+                                     &leftFilter.cores[Highpass], &rightFilter.cores[Highpass]};
+    int done = 0;
+    while (done < count) {
+        int segment = count - done;
+        bool glide = false;
+        for (const Core* core : cores) {
+            if (core->glideLeft <= 0) continue;
+            segment = std::min(segment, core->glideLeft);
+            glide = true;
+        }
+        if (glide)
+            runPairBand<true>(leftFilter, rightFilter, left + done, right + done, segment);
+        else
+            runPairBand<false>(leftFilter, rightFilter, left + done, right + done, segment);
+        finishGlide(*cores[0], segment);
+        finishGlide(*cores[2], segment);
+        if (&leftFilter != &rightFilter) {
+            finishGlide(*cores[1], segment);
+            finishGlide(*cores[3], segment);
+        }
+        done += segment;
+    }
+}

@@ -40,6 +40,10 @@ public:
     // recursions overlap.
     static void processPair(int mode, AFDirectFilter& leftFilter, float* left, AFDirectFilter& rightFilter,
                             float* right, int count) noexcept;
+    // Audio thread: the same as processPair(Lowpass) and then processPair(Highpass), in one pass so that the
+    // four recursions overlap.
+    static void processPairBand(AFDirectFilter& leftFilter, float* left, AFDirectFilter& rightFilter,
+                                float* right, int count) noexcept;
 
     // Any thread: cutoff in Hz for a normalised value, before the Nyquist guard.
     static float cutoffHz(float cutoff) noexcept;
@@ -84,6 +88,9 @@ private:
     template <bool Glide>
     static void runCombs(AFDirectFilter& fa, AFDirectFilter& fb, float* lineA, float* lineB, float* left,
                          float* right, bool pair, int count) noexcept;
+    template <bool Glide>
+    static void runPairBand(AFDirectFilter& fa, AFDirectFilter& fb, float* left, float* right,
+                            int count) noexcept;
     template <bool Glide, class Next>
     void runBand(const float* left, const float* right, int offset, int count, Next& next) noexcept;
     static void finishGlide(Core& core, int samples) noexcept;

@@ -1,5 +1,6 @@
 #include "effects/filter/AFFilterPattern.h"
 #include "effects/framework/AFBpmListenerList.h"
+#include "effects/framework/AFDirectFilter.h"
 #include "effects/framework/AFSystemInfo.h"
 
 #include <gtest/gtest.h>
@@ -139,3 +140,47 @@ TEST_F(AFFilterPatternFixture, Displays) {
 }
 
 } // namespace
+
+// The mirrored "Smart" run takes each side's low-pass and high-pass in one pass: the same samples, bit for
+// bit, as the two passes one after the other, through glides that end inside a call.
+TEST_F(AFFilterPatternFixture, PairBandMatchesTheTwoPassesItJoins) {
+    setTiming(48000.0f, 120.0);
+    AFDirectFilter joinedLeft(&system), joinedRight(&system), left(&system), right(&system);
+    for (AFDirectFilter* f : {&joinedLeft, &left}) {
+        f->reset(AFDirectFilter::Lowpass, 0.3f, 0.7f);
+        f->reset(AFDirectFilter::Highpass, 0.0f, 0.0f);
+    }
+    for (AFDirectFilter* f : {&joinedRight, &right}) {
+        f->reset(AFDirectFilter::Lowpass, 1.0f, 0.0f);
+        f->reset(AFDirectFilter::Highpass, 0.6f, 0.7f);
+    }
+    uint32_t seed = 3;
+    for (int block = 0; block < 12; ++block) {
+        const float c = 0.1f * static_cast<float>(block % 7);
+        for (AFDirectFilter* f : {&joinedLeft, &left}) {
+            f->set(AFDirectFilter::Lowpass, c, 0.7f);
+            f->set(AFDirectFilter::Highpass, 0.5f * c, 0.3f);
+        }
+        for (AFDirectFilter* f : {&joinedRight, &right}) {
+            f->set(AFDirectFilter::Lowpass, 1.0f - c, 0.2f);
+            f->set(AFDirectFilter::Highpass, c, 0.7f);
+        }
+        std::vector<float> l(96), r(96);
+        for (std::size_t i = 0; i < l.size(); ++i) {
+            seed = seed * 1664525u + 1013904223u;
+            l[i] = static_cast<float>(seed >> 9) / 8388608.0f - 1.0f;
+            r[i] = -0.5f * l[i];
+        }
+        std::vector<float> jl = l, jr = r;
+        for (int at : {0, 40}) {
+            const int n = at == 0 ? 40 : 56;
+            AFDirectFilter::processPairBand(joinedLeft, jl.data() + at, joinedRight, jr.data() + at, n);
+            AFDirectFilter::processPair(AFDirectFilter::Lowpass, left, l.data() + at, right, r.data() + at,
+                                        n);
+            AFDirectFilter::processPair(AFDirectFilter::Highpass, left, l.data() + at, right, r.data() + at,
+                                        n);
+        }
+        ASSERT_EQ(jl, l) << "block " << block;
+        ASSERT_EQ(jr, r) << "block " << block;
+    }
+}

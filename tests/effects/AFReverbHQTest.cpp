@@ -39,16 +39,17 @@ Impulse respond(float size, float time, float reflectivity, double seconds) {
 
 } // namespace
 
-// Over the whole range of "Reverb Time" and of "Size", the mid-band decay (500 Hz to 1 kHz) extrapolated from
-// T30 lies within 10 % of the time shown; the response is dense within 100 ms, its late tails are
-// decorrelated and no mode stands 10 dB above its third octave.
+// Over the whole range of "Reverb Time" and of "Size", the full-band decay extrapolated from T30 lies within
+// 10 % of the time shown and the mid band (500 Hz to 1 kHz) within 15 %; the response is dense within 100 ms,
+// its late tails are decorrelated and no mode stands 10 dB above its third octave.
 TEST(AFReverbHQ, DecaysAsShownDenseDecorrelatedAndWithoutRingingModes) {
     for (float size : {0.0f, 0.5f, 1.0f}) {
-        for (float time : {0.0f, 0.4f, 0.8f}) {
+        for (float time : {0.0f, 0.5f, 1.0f}) {
             const double shown = AFReverbHQ::reverbTimeSeconds(time);
             const Impulse r = respond(size, time, 0.5f, shown * 1.2 + 0.5);
             const std::string where = "size " + std::to_string(size) + " time " + std::to_string(shown);
-            EXPECT_NEAR(ImpulseMeasures::t30(r.left, r.right, kRate, 707.0), shown, 0.1 * shown) << where;
+            EXPECT_NEAR(ImpulseMeasures::t30(r.left, r.right, kRate), shown, 0.1 * shown) << where;
+            EXPECT_NEAR(ImpulseMeasures::t30(r.left, r.right, kRate, 707.0), shown, 0.15 * shown) << where;
             for (const auto* side : {&r.left, &r.right}) {
                 const double dense = ImpulseMeasures::echoDensityTime(*side, kRate);
                 EXPECT_GE(dense, 0.0) << where;
