@@ -42,6 +42,12 @@ void PitchShifter::reset() noexcept {
     delay = {start, start};
 }
 
+void PitchShifter::start() noexcept {
+    phase = 0.0;
+    const double middle = middleDelay();
+    delay = {middle + (wanted - 1.0) * grainLength * 0.5, middle};
+}
+
 double PitchShifter::bestLag(int lags, int length) noexcept {
     // Normalised by the candidate's energy, kept as a running sum, so a louder stretch does not win by
     // loudness alone.

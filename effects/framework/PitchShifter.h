@@ -87,6 +87,9 @@ public:
     }
     // Audio thread: both taps on the centre, first tap at the start of its grain.
     void reset() noexcept;
+    // Audio thread: the taps where a steady run at the ratio would have them, the first at the start of its
+    // grain and the second at its middle, so that neither drifts past the floor before its next grain.
+    void start() noexcept;
 
     // Audio thread: count output samples, the first for reference position now, the next one further each.
     template <class Source>
@@ -117,6 +120,8 @@ private:
         Lanes weight;
     };
     static Tap locate(double position, float gain) noexcept;
+    // Keep the whole grain, search included, at or above the floor.
+    double middleDelay() const noexcept { return std::max(centre, least + reach(wanted) + 2.0); }
     template <int Channels, class Source, class Search>
     void run(const Source* sources, const Search& search, double now, float* const* out, int count) noexcept;
     // The windows of samples from..to, the first at phase start + one step.
@@ -292,8 +297,7 @@ void PitchShifter::restart(int tap, const Source& source, double now) noexcept {
         delay[static_cast<std::size_t>(tap)] = std::max(centre, least);
         return;
     }
-    // Keep the whole grain, search included, at or above the floor.
-    const double middle = std::max(centre, least + reach(wanted) + 2.0);
+    const double middle = middleDelay();
     const double nominal = middle + bend * grainLength * 0.5;
     const double other = std::max(delay[static_cast<std::size_t>(1 - tap)], least);
     delay[static_cast<std::size_t>(tap)] = alignment(source, now, nominal, other);
