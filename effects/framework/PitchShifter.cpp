@@ -94,21 +94,3 @@ double PitchShifter::dot(const float* a, const float* b, int length) noexcept {
         sum += lane;
     return sum;
 }
-
-void PitchShifter::fillWindows(double start, int from, int to) noexcept {
-    // sin²(pi x) as cos²(pi (x - 1/2)), the cosine by its series to the eighth power: within 3e-6 over the
-    // grain, four samples at a time.
-    const auto step = static_cast<float>(phaseStep);
-    const Lanes ramp = Lanes{1.0f, 2.0f, 3.0f, 4.0f} * step;
-    constexpr float kPi = 3.14159265f;
-    for (int j = from; j < to; j += 4) {
-        const Lanes x = static_cast<float>(start + phaseStep * (j - from) - 0.5) + ramp;
-        const Lanes z = (x * kPi) * (x * kPi);
-        const Lanes c =
-            1.0f + z * (-0.5f + z * (1.0f / 24.0f + z * (-1.0f / 720.0f + z * (1.0f / 40320.0f))));
-        const Lanes g = c * c;
-        const Lanes h = 1.0f - g;
-        __builtin_memcpy(gains.data() + j, &g, sizeof g);
-        __builtin_memcpy(complements.data() + j, &h, sizeof h);
-    }
-}
