@@ -22,6 +22,7 @@ PitchShifter::PitchShifter() {
     coarseCandidates.assign(static_cast<std::size_t>(span), 0.0f);
     coarseReference.assign(reference.size(), 0.0f);
     scores.assign(static_cast<std::size_t>(span), 0.0);
+    sumScratch.assign(static_cast<std::size_t>(span), 0.0f);
     configure(48000.0f, kGrainMs * 48.0);
 }
 

@@ -26,6 +26,12 @@ public:
         const float* data;
         uint32_t mask;
         float at(int64_t index) const noexcept { return data[static_cast<uint64_t>(index) & mask]; }
+        void copy(int64_t first, int n, float* to) const noexcept {
+            const auto i = static_cast<uint64_t>(first) & mask;
+            const auto straight = std::min<uint64_t>(static_cast<uint64_t>(n), mask + 1 - i);
+            std::copy_n(data + i, straight, to);
+            std::copy_n(data, static_cast<uint64_t>(n) - straight, to + straight);
+        }
         // The samples from first on, when the next n lie in one piece of the ring.
         const float* run(int64_t first, int n) const noexcept {
             const auto i = static_cast<uint64_t>(first) & mask;
@@ -51,6 +57,14 @@ public:
             if (index < 0 || index >= end) return 0.0f;
             const float v = data[index];
             return index < kEdgeFade ? v * static_cast<float>(index) * (1.0f / kEdgeFade) : v;
+        }
+        void copy(int64_t first, int n, float* to) const noexcept {
+            if (const float* p = run(first, n); p != nullptr) {
+                std::copy_n(p, n, to);
+                return;
+            }
+            for (int i = 0; i < n; ++i)
+                to[i] = at(first + i);
         }
         const float* run(int64_t first, int n) const noexcept {
             return first >= kEdgeFade && first + n <= end ? data + first : nullptr;
@@ -110,7 +124,13 @@ public:
     struct Sum {
         const Source& a;
         const Source& b;
-        float at(int64_t index) const noexcept { return a.at(index) + b.at(index); }
+        float* scratch;
+        void copy(int64_t first, int n, float* to) const noexcept {
+            a.copy(first, n, to);
+            b.copy(first, n, scratch);
+            for (int i = 0; i < n; ++i)
+                to[i] += scratch[i];
+        }
     };
 
 private:
@@ -128,7 +148,8 @@ private:
     // Four reads of one tap, at offsets rel (a ramp of the ratio) from the whole sample base, weighted by g
     // and added to sum.
     template <int Channels, class Source>
-    static void addFour(const Source* sources, int64_t base, Lanes rel, Lanes g, Lanes* sum) noexcept;
+    [[gnu::always_inline]] static inline void addFour(const Source* sources, int64_t base, Lanes rel, Lanes g,
+                                               Lanes* sum) noexcept;
     template <class Source>
     void restart(int tap, const Source& source, double now) noexcept;
     template <class Source>
@@ -142,6 +163,7 @@ private:
     std::vector<float> coarseCandidates;
     std::vector<float> coarseReference;
     std::vector<double> scores;
+    std::vector<float> sumScratch;
     std::array<double, 2> delay{};
     double phase = 0.0;
     double phaseStep = 1.0 / 1920.0;
@@ -165,7 +187,7 @@ void PitchShifter::processStereo(const Source& left, const Source& right, double
                                  float* outRight, int count) noexcept {
     const Source sources[] = {left, right};
     float* outs[] = {outLeft, outRight};
-    run<2>(sources, Sum<Source>{left, right}, now, outs, count);
+    run<2>(sources, Sum<Source>{left, right, sumScratch.data()}, now, outs, count);
 }
 
 template <int Channels, class Source, class Search>
@@ -307,15 +329,13 @@ double PitchShifter::alignment(const Source& source, double now, double nominal,
     const auto otherStart = static_cast<int64_t>(otherAt) - match + 1;
     const auto firstCandidate = static_cast<int64_t>(nominalAt) - search - match + 1;
     const int span = 2 * search + match;
+    source.copy(otherStart, match, reference.data());
     double energy = 0.0;
-    for (int i = 0; i < match; ++i) {
-        reference[static_cast<std::size_t>(i)] = source.at(otherStart + i);
+    for (int i = 0; i < match; ++i)
         energy += static_cast<double>(reference[static_cast<std::size_t>(i)]) *
                   reference[static_cast<std::size_t>(i)];
-    }
     if (energy < 1e-12) return nominal;
-    for (int i = 0; i < span; ++i)
-        candidates[static_cast<std::size_t>(i)] = source.at(firstCandidate + i);
+    source.copy(firstCandidate, span, candidates.data());
     // Candidate lag k starts at firstCandidate + k; lag 'search' is the nominal start.
     const int q = decimation;
     const int coarseMatch = match / q;
@@ -333,25 +353,23 @@ double PitchShifter::alignment(const Source& source, double now, double nominal,
         coarseCandidates[static_cast<std::size_t>(i)] = s;
     }
     const int coarse = static_cast<int>(bestLag(coarseSpan - coarseMatch + 1, coarseMatch)) * q;
-    // Fine search on full-rate copies around the coarse best.
-    double best = -1e300;
-    int bestK = search;
-    std::array<double, 3> around{};
-    auto score = [&](int k) {
-        const float* cand = candidates.data() + k;
-        const double c = dot(reference.data(), cand, match);
-        const double e = dot(cand, cand, match);
-        return e > 1e-12 ? c / std::sqrt(e) : 0.0;
-    };
+    // Fine search on full-rate copies around the coarse best, the candidate's energy kept as a running sum;
+    // the neighbours of the best stay scored for the parabola.
     const int lo = std::max(1, coarse - q), hi = std::min(2 * search - 1, coarse + q);
-    for (int k = lo; k <= hi; ++k) {
-        const double s = score(k);
-        if (s > best) {
-            best = s;
-            bestK = k;
-        }
+    const float* cand = candidates.data();
+    double e = dot(cand + lo - 1, cand + lo - 1, match);
+    for (int k = lo - 1; k <= hi + 1; ++k) {
+        const float* c = cand + k;
+        scores[static_cast<std::size_t>(k)] =
+            e > 1e-12 ? dot(reference.data(), c, match) / std::sqrt(e) : 0.0;
+        e = std::max(0.0, e + static_cast<double>(c[match]) * c[match] - static_cast<double>(c[0]) * c[0]);
     }
-    around = {score(bestK - 1), best, score(bestK + 1)};
+    int bestK = lo;
+    for (int k = lo + 1; k <= hi; ++k)
+        if (scores[static_cast<std::size_t>(k)] > scores[static_cast<std::size_t>(bestK)]) bestK = k;
+    const std::array<double, 3> around{scores[static_cast<std::size_t>(bestK - 1)],
+                                       scores[static_cast<std::size_t>(bestK)],
+                                       scores[static_cast<std::size_t>(bestK + 1)]};
     const double curve = around[0] - 2.0 * around[1] + around[2];
     double fraction = 0.0;
     if (curve < 0.0) fraction = std::clamp(0.5 * (around[0] - around[2]) / curve, -0.5, 0.5);
