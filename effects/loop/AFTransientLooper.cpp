@@ -251,6 +251,11 @@ void AFTransientLooper::transpose(float* left, float* right, int count) noexcept
     const PitchShifter::RingSource ringL{pitchRingL.get(), static_cast<uint32_t>(kMask)};
     const PitchShifter::RingSource ringR{pitchRingR.get(), static_cast<uint32_t>(kMask)};
     shifter.processStereo(ringL, ringR, now, shiftedL.data(), shiftedR.data(), count);
+    if (pitched && pitchMix >= 1.0f) {
+        std::copy_n(shiftedL.data(), count, left);
+        std::copy_n(shiftedR.data(), count, right);
+        return;
+    }
     float m = pitchMix;
     const float mixStep = pitched ? 1.0f / 64.0f : -1.0f / 64.0f;
     for (int i = 0; i < count; ++i) {
@@ -277,28 +282,52 @@ void AFTransientLooper::runLooper(float* left, float* right, int from, int count
     alignas(32) std::array<float, 64> liveL;
     alignas(32) std::array<float, 64> liveR;
     alignas(32) std::array<float, 64> liveGain;
-    for (int j = from; j < count; ++j) {
-        const auto k = static_cast<std::size_t>(j);
-        liveL[k] = left[j];
-        liveR[k] = right[j];
-        left[j] = 0.0f;
-        right[j] = 0.0f;
+    std::copy(left + from, left + count, liveL.data() + from);
+    std::copy(right + from, right + count, liveR.data() + from);
+    const float* tapeL = recordL.get();
+    const float* tapeR = recordR.get();
+    for (int j = from; j < count;) {
         if (since < start) {
-            liveGain[k] = 1.0f;
-            ++since;
+            // Waiting for the grid: the input passes, the loop is silent.
+            const int n = static_cast<int>(std::min<int64_t>(count - j, start - since));
+            std::fill_n(liveGain.data() + j, n, 1.0f);
+            std::fill_n(left + j, n, 0.0f);
+            std::fill_n(right + j, n, 0.0f);
+            since += n;
+            j += n;
             continue;
         }
+        // A stretch up to and including the sample after which the loop or the run ends.
+        const double toLoop = std::max(1.0, std::ceil(length - clock));
+        const double toRun = std::max(1.0, std::ceil(end - run));
+        const int n = static_cast<int>(std::min({static_cast<double>(count - j), toLoop, toRun}));
         const auto into = static_cast<double>(since - start);
-        liveGain[k] = static_cast<float>(into < kFade ? 1.0 - into * kInverseFade : 0.0);
-        const auto edge = static_cast<float>(std::min(std::min(run, end - run) * kInverseFade, 1.0));
-        float yL = 0.0f;
-        float yR = 0.0f;
-        read(run * speed, yL, yR);
-        left[j] = yL * edge;
-        right[j] = yR * edge;
-        ++since;
-        run += 1.0;
-        clock += 1.0;
+        // Inside what is recorded, the reads need no check.
+        const bool inside = (run + n) * speed + 1.0 < static_cast<double>(written);
+        for (int i = 0; i < n; ++i) {
+            const auto k = static_cast<std::size_t>(j + i);
+            const double at = run + i;
+            const double fromStart = into + i;
+            liveGain[k] = static_cast<float>(fromStart < kFade ? 1.0 - fromStart * kInverseFade : 0.0);
+            const auto edge = static_cast<float>(std::min(std::min(at, end - at) * kInverseFade, 1.0));
+            float yL = 0.0f;
+            float yR = 0.0f;
+            if (inside) {
+                const double position = at * speed;
+                const auto whole = static_cast<uint32_t>(position);
+                const auto t = static_cast<float>(position - whole);
+                yL = tapeL[whole] + t * (tapeL[whole + 1] - tapeL[whole]);
+                yR = tapeR[whole] + t * (tapeR[whole + 1] - tapeR[whole]);
+            } else {
+                read(at * speed, yL, yR);
+            }
+            left[j + i] = yL * edge;
+            right[j + i] = yR * edge;
+        }
+        since += n;
+        run += n;
+        clock += n;
+        j += n;
         if (clock >= length) {
             // A loop ends: a new length is taken here, and the next run starts from the top.
             clock -= length;
