@@ -139,7 +139,7 @@ private:
     template <int Channels, class Source, class Search>
     void run(const Source* sources, const Search& search, double now, float* const* out, int count) noexcept;
     // The window of four samples, the first at phase x + one step.
-    Lanes window(float x) const noexcept;
+    static Lanes window(float x, float step) noexcept;
     // Both taps over samples from..to in one pass, the first tap reading from position first under the window
     // from phase start, the second from position second under its complement.
     template <int Channels, class Source>
@@ -149,7 +149,7 @@ private:
     // and added to sum.
     template <int Channels, class Source>
     [[gnu::always_inline]] static inline void addFour(const Source* sources, int64_t base, Lanes rel, Lanes g,
-                                               Lanes* sum) noexcept;
+                                                      Lanes* sum) noexcept;
     template <class Source>
     void restart(int tap, const Source& source, double now) noexcept;
     template <class Source>
@@ -225,10 +225,9 @@ void PitchShifter::run(const Source* sources, const Search& search, double now, 
     phase = p;
 }
 
-inline PitchShifter::Lanes PitchShifter::window(float x) const noexcept {
+inline PitchShifter::Lanes PitchShifter::window(float x, float step) noexcept {
     // sin²(pi x) as cos²(pi (x - 1/2)), the cosine by its series to the eighth power: within 3e-6 over the
     // grain.
-    const auto step = static_cast<float>(phaseStep);
     constexpr float kPi = 3.14159265f;
     const Lanes at = (x - 0.5f) + Lanes{1.0f, 2.0f, 3.0f, 4.0f} * step;
     const Lanes z = (at * kPi) * (at * kPi);
@@ -240,12 +239,6 @@ template <int Channels, class Source>
 void PitchShifter::addFour(const Source* sources, int64_t base, Lanes rel, Lanes g, Lanes* sum) noexcept {
     const Ints whole = __builtin_convertvector(rel, Ints);
     const Lanes t = rel - __builtin_convertvector(whole, Lanes);
-    // Four-point Hermite weights of the samples at whole - 1 .. whole + 2, times the window.
-    const Lanes t2 = t * t, t3 = t2 * t;
-    const Lanes w0 = (-0.5f * t3 + t2 - 0.5f * t) * g;
-    const Lanes w1 = (1.5f * t3 - 2.5f * t2 + 1.0f) * g;
-    const Lanes w2 = (-1.5f * t3 + 2.0f * t2 + 0.5f * t) * g;
-    const Lanes w3 = (0.5f * t3 - 0.5f * t2) * g;
     const int32_t k0 = whole[0] - 1, k1 = whole[1] - 1, k2 = whole[2] - 1, k3 = whole[3] - 1;
     for (int ch = 0; ch < Channels; ++ch) {
         const Source& src = sources[ch];
@@ -271,14 +264,22 @@ void PitchShifter::addFour(const Source* sources, int64_t base, Lanes rel, Lanes
         const Lanes c1 = __builtin_shufflevector(t0, t1, 2, 3, 6, 7);
         const Lanes c2 = __builtin_shufflevector(u2, u3, 0, 1, 4, 5);
         const Lanes c3 = __builtin_shufflevector(u2, u3, 2, 3, 6, 7);
-        sum[ch] += w0 * c0 + w1 * c1 + w2 * c2 + w3 * c3;
+        // Four-point Hermite through the samples at whole - 1 .. whole + 2, by Horner's rule, times the
+        // window.
+        const Lanes a = 0.5f * (c3 - c0) + 1.5f * (c1 - c2);
+        const Lanes b = c0 - 2.5f * c1 + 2.0f * c2 - 0.5f * c3;
+        const Lanes c = 0.5f * (c2 - c0);
+        sum[ch] += (((a * t + b) * t + c) * t + c1) * g;
     }
 }
 
 template <int Channels, class Source>
 void PitchShifter::runTaps(const Source* sources, double first, double second, double start,
                            float* const* out, int from, int to) noexcept {
+    // Locals, which the stores to the output cannot be taken to change.
     const double r = wanted;
+    const double step = phaseStep;
+    const auto stepF = static_cast<float>(step);
     const Lanes ramp = Lanes{0.0f, 1.0f, 2.0f, 3.0f} * static_cast<float>(r);
     // Positions relative to a whole sample, so that floats hold them exactly enough.
     const auto split = [](double at, int64_t& base) {
@@ -288,7 +289,7 @@ void PitchShifter::runTaps(const Source* sources, double first, double second, d
     };
     for (int j = from; j < to; j += 4) {
         const double ahead = r * (j - from);
-        const Lanes g = window(static_cast<float>(start + phaseStep * (j - from)));
+        const Lanes g = window(static_cast<float>(start + step * (j - from)), stepF);
         std::array<Lanes, Channels> sum{};
         int64_t baseA = 0, baseB = 0;
         const Lanes relA = split(first + ahead, baseA) + ramp;
