@@ -26,6 +26,7 @@ public:
         const float* data;
         uint32_t mask;
         float at(int64_t index) const noexcept { return data[static_cast<uint64_t>(index) & mask]; }
+        // The n samples from first on, into to.
         void copy(int64_t first, int n, float* to) const noexcept {
             const auto i = static_cast<uint64_t>(first) & mask;
             const auto straight = std::min<uint64_t>(static_cast<uint64_t>(n), mask + 1 - i);
@@ -58,6 +59,7 @@ public:
             const float v = data[index];
             return index < kEdgeFade ? v * static_cast<float>(index) * (1.0f / kEdgeFade) : v;
         }
+        // The n samples from first on, into to.
         void copy(int64_t first, int n, float* to) const noexcept {
             if (const float* p = run(first, n); p != nullptr) {
                 std::copy_n(p, n, to);
@@ -124,6 +126,7 @@ public:
     struct Sum {
         const Source& a;
         const Source& b;
+        // Room for the second channel's stretch.
         float* scratch;
         void copy(int64_t first, int n, float* to) const noexcept {
             a.copy(first, n, to);
