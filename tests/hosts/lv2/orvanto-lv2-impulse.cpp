@@ -51,7 +51,8 @@ LV2_Worker_Status scheduleWork(LV2_Worker_Schedule_Handle, uint32_t size, const 
 
 int main(int argc, char** argv) {
     if (argc < 4) {
-        std::fprintf(stderr, "usage: orvanto-lv2-impulse URI OUT.wav SECONDS [SYMBOL=VALUE ...]\n");
+        std::fprintf(stderr,
+                     "usage: orvanto-lv2-impulse URI OUT.wav SECONDS [SYMBOL=VALUE ...] [--input=IN.wav]\n");
         return 2;
     }
     const double rate = 48000.0;
