@@ -304,7 +304,13 @@ void AFTransientLooper::runLooper(float* left, float* right, int from, int count
         const auto into = static_cast<double>(since - start);
         // Inside what is recorded, the reads need no check.
         const bool inside = (run + n) * speed + 1.0 < static_cast<double>(written);
-        for (int i = 0; i < n; ++i) {
+        // Samples lo..hi lie past the fade-in of the loop and the fade-out of the input, and short of the
+        // run's closing fade: there only the tape sounds.
+        const int lo = static_cast<int>(std::clamp(std::ceil(kFade - std::min(run, into)), 0.0, 1.0 * n));
+        const int hi =
+            inside ? static_cast<int>(std::clamp(std::floor(end - kFade - run) + 1.0, 1.0 * lo, 1.0 * n))
+                   : lo;
+        const auto sample = [&](int i) {
             const auto k = static_cast<std::size_t>(j + i);
             const double at = run + i;
             const double fromStart = into + i;
@@ -312,18 +318,22 @@ void AFTransientLooper::runLooper(float* left, float* right, int from, int count
             const auto edge = static_cast<float>(std::min(std::min(at, end - at) * kInverseFade, 1.0));
             float yL = 0.0f;
             float yR = 0.0f;
-            if (inside) {
-                const double position = at * speed;
-                const auto whole = static_cast<uint32_t>(position);
-                const auto t = static_cast<float>(position - whole);
-                yL = tapeL[whole] + t * (tapeL[whole + 1] - tapeL[whole]);
-                yR = tapeR[whole] + t * (tapeR[whole + 1] - tapeR[whole]);
-            } else {
-                read(at * speed, yL, yR);
-            }
+            read(at * speed, yL, yR);
             left[j + i] = yL * edge;
             right[j + i] = yR * edge;
+        };
+        for (int i = 0; i < lo; ++i)
+            sample(i);
+        std::fill(liveGain.data() + j + lo, liveGain.data() + j + hi, 0.0f);
+        for (int i = lo; i < hi; ++i) {
+            const double position = (run + i) * speed;
+            const auto whole = static_cast<uint32_t>(position);
+            const auto t = static_cast<float>(position - whole);
+            left[j + i] = tapeL[whole] + t * (tapeL[whole + 1] - tapeL[whole]);
+            right[j + i] = tapeR[whole] + t * (tapeR[whole + 1] - tapeR[whole]);
         }
+        for (int i = hi; i < n; ++i)
+            sample(i);
         since += n;
         run += n;
         clock += n;
