@@ -91,3 +91,10 @@ BENCHMARK_CAPTURE(EffectInSlotBusy, ReactorReverb, "Reactor",
                   Setting{{{1, 0.3f}, {2, 0.3f}, {3, 0.8f}}, {{0, 1}, {2, 1}}});
 BENCHMARK_CAPTURE(EffectInSlotBusy, ReactorLooper, "Reactor",
                   Setting{{{1, 0.5f}, {2, 0.7f}, {3, 0.8f}}, {{0, 1}, {2, 2}}});
+// The same three modes with "Pitch" at the centre: no transposition on top of the playback.
+BENCHMARK_CAPTURE(EffectInSlotBusy, ReactorFreezeCentre, "Reactor",
+                  Setting{{{1, 0.3f}, {2, 0.7f}, {3, 0.5f}}, {{0, 1}, {2, 0}}});
+BENCHMARK_CAPTURE(EffectInSlotBusy, ReactorReverbCentre, "Reactor",
+                  Setting{{{1, 0.3f}, {2, 0.3f}, {3, 0.5f}}, {{0, 1}, {2, 1}}});
+BENCHMARK_CAPTURE(EffectInSlotBusy, ReactorLooperCentre, "Reactor",
+                  Setting{{{1, 0.5f}, {2, 0.7f}, {3, 0.5f}}, {{0, 1}, {2, 2}}});

@@ -229,24 +229,43 @@ void AFPitchDelayT::process(float* left, float* right, int count) noexcept {
     }
     const double beatStep = 1.0 / std::max(1.0f, systemInfo->samplesPerBeat);
     // The way in, per sample: the rhythm's gate (1 while it stays open) and the feedback ramp.
-    std::array<float, 64> in{};
-    std::array<float, 64> feedback{};
+    alignas(16) std::array<float, 64> in;
+    alignas(16) std::array<float, 64> feedback;
     const bool open = options[2] <= 0 && gate >= 1.0f;
-    for (int i = 0; i < count; ++i) {
-        if (!open) {
+    if (open) {
+        std::fill_n(in.data(), count, 1.0f);
+        beatClock += beatStep * count;
+    } else {
+        for (int i = 0; i < count; ++i) {
             gate += std::clamp(gateTarget() - gate, -kGateStep, kGateStep);
             beatClock += beatStep;
+            in[static_cast<std::size_t>(i)] = gate;
         }
-        in[static_cast<std::size_t>(i)] = gate;
-        feedback[static_cast<std::size_t>(i)] = static_cast<float>(feedbackRamp.advance());
     }
-    if (open) beatClock += beatStep * count;
-    const uint32_t first = writePosition;
-    for (int i = 0; i < count; ++i) {
-        const auto at = static_cast<std::size_t>(i);
-        const uint32_t w = (first + static_cast<uint32_t>(i)) & (kLineSize - 1);
-        leftLine[w] = std::clamp(left[i] * in[at] + wetLeft[at] * feedback[at], -1.0f, 1.0f);
-        rightLine[w] = std::clamp(right[i] * in[at] + wetRight[at] * feedback[at], -1.0f, 1.0f);
+    if (feedbackRamp.getIncrement() == 0.0) {
+        std::fill_n(feedback.data(), count, static_cast<float>(feedbackRamp.getCurrent()));
+    } else {
+        for (int i = 0; i < count; ++i)
+            feedback[static_cast<std::size_t>(i)] = static_cast<float>(feedbackRamp.advance());
+    }
+    // In at most two pieces, where the ring wraps, so that each is one straight run.
+    for (int from = 0; from < count;) {
+        const uint32_t start = (writePosition + static_cast<uint32_t>(from)) & (kLineSize - 1);
+        const int n =
+            static_cast<int>(std::min<uint32_t>(static_cast<uint32_t>(count - from), kLineSize - start));
+        float* lineL = leftLine.get() + start;
+        float* lineR = rightLine.get() + start;
+        const float* gateIn = in.data() + from;
+        const float* back = feedback.data() + from;
+        const float* wetL = wetLeft.data() + from;
+        const float* wetR = wetRight.data() + from;
+        const float* dryL = left + from;
+        const float* dryR = right + from;
+        for (int i = 0; i < n; ++i) {
+            lineL[i] = std::clamp(dryL[i] * gateIn[i] + wetL[i] * back[i], -1.0f, 1.0f);
+            lineR[i] = std::clamp(dryR[i] * gateIn[i] + wetR[i] * back[i], -1.0f, 1.0f);
+        }
+        from += n;
     }
     std::copy_n(wetLeft.data(), count, left);
     std::copy_n(wetRight.data(), count, right);

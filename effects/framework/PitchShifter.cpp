@@ -22,6 +22,7 @@ PitchShifter::PitchShifter() {
     coarseCandidates.assign(static_cast<std::size_t>(span), 0.0f);
     coarseReference.assign(reference.size(), 0.0f);
     scores.assign(static_cast<std::size_t>(span), 0.0);
+    sumScratch.assign(static_cast<std::size_t>(span), 0.0f);
     configure(48000.0f, kGrainMs * 48.0);
 }
 
@@ -40,6 +41,12 @@ void PitchShifter::reset() noexcept {
     phase = 0.0;
     const double start = std::max(centre, least);
     delay = {start, start};
+}
+
+void PitchShifter::start() noexcept {
+    phase = 0.0;
+    const double middle = middleDelay();
+    delay = {middle + (wanted - 1.0) * grainLength * 0.5, middle};
 }
 
 double PitchShifter::bestLag(int lags, int length) noexcept {
@@ -87,22 +94,4 @@ double PitchShifter::dot(const float* a, const float* b, int length) noexcept {
     for (const float lane : lanes)
         sum += lane;
     return sum;
-}
-
-void PitchShifter::fillWindows(double start, int from, int to) noexcept {
-    // sin²(pi x) as cos²(pi (x - 1/2)), the cosine by its series to the eighth power: within 3e-6 over the
-    // grain, four samples at a time.
-    const auto step = static_cast<float>(phaseStep);
-    const Lanes ramp = Lanes{1.0f, 2.0f, 3.0f, 4.0f} * step;
-    constexpr float kPi = 3.14159265f;
-    for (int j = from; j < to; j += 4) {
-        const Lanes x = static_cast<float>(start + phaseStep * (j - from) - 0.5) + ramp;
-        const Lanes z = (x * kPi) * (x * kPi);
-        const Lanes c =
-            1.0f + z * (-0.5f + z * (1.0f / 24.0f + z * (-1.0f / 720.0f + z * (1.0f / 40320.0f))));
-        const Lanes g = c * c;
-        const Lanes h = 1.0f - g;
-        __builtin_memcpy(gains.data() + j, &g, sizeof g);
-        __builtin_memcpy(complements.data() + j, &h, sizeof h);
-    }
 }

@@ -26,6 +26,13 @@ public:
         const float* data;
         uint32_t mask;
         float at(int64_t index) const noexcept { return data[static_cast<uint64_t>(index) & mask]; }
+        // The n samples from first on, into to.
+        void copy(int64_t first, int n, float* to) const noexcept {
+            const auto i = static_cast<uint64_t>(first) & mask;
+            const auto straight = std::min<uint64_t>(static_cast<uint64_t>(n), mask + 1 - i);
+            std::copy_n(data + i, straight, to);
+            std::copy_n(data, static_cast<uint64_t>(n) - straight, to + straight);
+        }
         // The samples from first on, when the next n lie in one piece of the ring.
         const float* run(int64_t first, int n) const noexcept {
             const auto i = static_cast<uint64_t>(first) & mask;
@@ -51,6 +58,15 @@ public:
             if (index < 0 || index >= end) return 0.0f;
             const float v = data[index];
             return index < kEdgeFade ? v * static_cast<float>(index) * (1.0f / kEdgeFade) : v;
+        }
+        // The n samples from first on, into to.
+        void copy(int64_t first, int n, float* to) const noexcept {
+            if (const float* p = run(first, n); p != nullptr) {
+                std::copy_n(p, n, to);
+                return;
+            }
+            for (int i = 0; i < n; ++i)
+                to[i] = at(first + i);
         }
         const float* run(int64_t first, int n) const noexcept {
             return first >= kEdgeFade && first + n <= end ? data + first : nullptr;
@@ -87,6 +103,9 @@ public:
     }
     // Audio thread: both taps on the centre, first tap at the start of its grain.
     void reset() noexcept;
+    // Audio thread: the taps where a steady run at the ratio would have them, the first at the start of its
+    // grain and the second at its middle, so that neither drifts past the floor before its next grain.
+    void start() noexcept;
 
     // Audio thread: count output samples, the first for reference position now, the next one further each.
     template <class Source>
@@ -107,23 +126,33 @@ public:
     struct Sum {
         const Source& a;
         const Source& b;
-        float at(int64_t index) const noexcept { return a.at(index) + b.at(index); }
+        // Room for the second channel's stretch.
+        float* scratch;
+        void copy(int64_t first, int n, float* to) const noexcept {
+            a.copy(first, n, to);
+            b.copy(first, n, scratch);
+            for (int i = 0; i < n; ++i)
+                to[i] += scratch[i];
+        }
     };
 
 private:
-    // Where a read lands: the sample before it and the Hermite weights of the four around it.
-    struct Tap {
-        int64_t first;
-        Lanes weight;
-    };
-    static Tap locate(double position, float gain) noexcept;
+    // Keep the whole grain, search included, at or above the floor.
+    double middleDelay() const noexcept { return std::max(centre, least + reach(wanted) + 2.0); }
     template <int Channels, class Source, class Search>
     void run(const Source* sources, const Search& search, double now, float* const* out, int count) noexcept;
-    // The windows of samples from..to, the first at phase start + one step.
-    void fillWindows(double start, int from, int to) noexcept;
-    template <int Channels, bool Add, class Source>
-    void runTap(const Source* sources, double position, const float* gain, float* const* out, int from,
-                int to) noexcept;
+    // The window of four samples, the first at phase x + one step.
+    static Lanes window(float x, float step) noexcept;
+    // Both taps over samples from..to in one pass, the first tap reading from position first under the window
+    // from phase start, the second from position second under its complement.
+    template <int Channels, class Source>
+    void runTaps(const Source* sources, double first, double second, double start, float* const* out,
+                 int from, int to) noexcept;
+    // Four reads of one tap, at offsets rel (a ramp of the ratio) from the whole sample base, weighted by g
+    // and added to sum.
+    template <int Channels, class Source>
+    [[gnu::always_inline]] static inline void addFour(const Source* sources, int64_t base, Lanes rel, Lanes g,
+                                                      Lanes* sum) noexcept;
     template <class Source>
     void restart(int tap, const Source& source, double now) noexcept;
     template <class Source>
@@ -132,14 +161,12 @@ private:
     // Sum of products in eight independent lanes, so the compiler can keep them in vector registers.
     static double dot(const float* a, const float* b, int length) noexcept;
 
-    // Room for a last group of four past the longest run.
-    std::array<float, kMaxRun + 4> gains{};
-    std::array<float, kMaxRun + 4> complements{};
     std::vector<float> candidates;
     std::vector<float> reference;
     std::vector<float> coarseCandidates;
     std::vector<float> coarseReference;
     std::vector<double> scores;
+    std::vector<float> sumScratch;
     std::array<double, 2> delay{};
     double phase = 0.0;
     double phaseStep = 1.0 / 1920.0;
@@ -152,19 +179,6 @@ private:
     int decimation = 4;
 };
 
-inline PitchShifter::Tap PitchShifter::locate(double position, float gain) noexcept {
-    auto i = static_cast<int64_t>(position);
-    if (static_cast<double>(i) > position) --i;
-    const auto t = static_cast<float>(position - static_cast<double>(i));
-    // Four-point Hermite weights of the samples at i - 1 .. i + 2, times the tap's window: flat enough to
-    // keep interpolation noise far below the crossfade's.
-    const Lanes a = {-0.5f, 1.5f, -1.5f, 0.5f};
-    const Lanes b = {1.0f, -2.5f, 2.0f, -0.5f};
-    const Lanes c = {-0.5f, 0.0f, 0.5f, 0.0f};
-    const Lanes d = {0.0f, 1.0f, 0.0f, 0.0f};
-    return {i - 1, (((a * t + b) * t + c) * t + d) * gain};
-}
-
 template <class Source>
 void PitchShifter::process(const Source& source, double now, float* out, int count) noexcept {
     float* outs[] = {out};
@@ -176,7 +190,7 @@ void PitchShifter::processStereo(const Source& left, const Source& right, double
                                  float* outRight, int count) noexcept {
     const Source sources[] = {left, right};
     float* outs[] = {outLeft, outRight};
-    run<2>(sources, Sum<Source>{left, right}, now, outs, count);
+    run<2>(sources, Sum<Source>{left, right, sumScratch.data()}, now, outs, count);
 }
 
 template <int Channels, class Source, class Search>
@@ -202,11 +216,10 @@ void PitchShifter::run(const Source* sources, const Search& search, double now, 
         while (p + phaseStep * (n + 1) < next)
             ++n;
         const int j = std::min(count, i + std::max(n, 1));
-        fillWindows(p, i, j);
-        p += phaseStep * (j - i);
         const double start = now + i;
-        runTap<Channels, false>(sources, start - std::max(delay[0], least), gains.data(), out, i, j);
-        runTap<Channels, true>(sources, start - std::max(delay[1], least), complements.data(), out, i, j);
+        runTaps<Channels>(sources, start - std::max(delay[0], least), start - std::max(delay[1], least), p,
+                          out, i, j);
+        p += phaseStep * (j - i);
         const double drift = (1.0 - wanted) * (j - i);
         delay[0] += drift;
         delay[1] += drift;
@@ -215,72 +228,85 @@ void PitchShifter::run(const Source* sources, const Search& search, double now, 
     phase = p;
 }
 
-template <int Channels, bool Add, class Source>
-void PitchShifter::runTap(const Source* sources, double position, const float* gain, float* const* out,
-                          int from, int to) noexcept {
-    const double r = wanted;
-    const auto rf = static_cast<float>(r);
-    const Lanes ramp = Lanes{0.0f, 1.0f, 2.0f, 3.0f} * rf;
-    const Lanes a = {-0.5f, -0.5f, -0.5f, -0.5f}, b = {1.0f, 1.0f, 1.0f, 1.0f},
-                c = {-0.5f, -0.5f, -0.5f, -0.5f};
-    int j = from;
-    // Four samples at a time: positions relative to a whole sample so floats hold them exactly enough, the
-    // Hermite weights of all four computed side by side, the four rows of samples turned into columns.
-    for (; j + 4 <= to; j += 4) {
-        const double at = position + r * (j - from);
-        auto base = static_cast<int64_t>(at);
-        if (static_cast<double>(base) > at) --base;
-        const Lanes rel = static_cast<float>(at - static_cast<double>(base)) + ramp;
-        const Ints whole = __builtin_convertvector(rel, Ints);
-        const Lanes t = rel - __builtin_convertvector(whole, Lanes);
-        Lanes g;
-        __builtin_memcpy(&g, gain + j, sizeof g);
-        const Lanes t2 = t * t, t3 = t2 * t;
-        const Lanes w0 = (a * t3 + t2 + c * t) * g;
-        const Lanes w1 = (1.5f * t3 - 2.5f * t2 + b) * g;
-        const Lanes w2 = (-1.5f * t3 + 2.0f * t2 - c * t) * g;
-        const Lanes w3 = (0.5f * t3 - 0.5f * t2) * g;
-        const int32_t k0 = whole[0] - 1, k1 = whole[1] - 1, k2 = whole[2] - 1, k3 = whole[3] - 1;
-        for (int ch = 0; ch < Channels; ++ch) {
-            const Source& src = sources[ch];
-            Lanes x0, x1, x2, x3;
-            // One check for the whole group: four rows of four reach at most k3 + 4 samples on.
-            if (const float* p = src.run(base, k3 + 4); p != nullptr && k0 >= 0) {
-                __builtin_memcpy(&x0, p + k0, sizeof x0);
-                __builtin_memcpy(&x1, p + k1, sizeof x1);
-                __builtin_memcpy(&x2, p + k2, sizeof x2);
-                __builtin_memcpy(&x3, p + k3, sizeof x3);
-            } else {
-                x0 = src.four(base + k0);
-                x1 = src.four(base + k1);
-                x2 = src.four(base + k2);
-                x3 = src.four(base + k3);
-            }
-            // Rows to columns by shuffles, so nothing goes through memory.
-            const Lanes t0 = __builtin_shufflevector(x0, x1, 0, 4, 1, 5);
-            const Lanes t1 = __builtin_shufflevector(x2, x3, 0, 4, 1, 5);
-            const Lanes t2 = __builtin_shufflevector(x0, x1, 2, 6, 3, 7);
-            const Lanes t3 = __builtin_shufflevector(x2, x3, 2, 6, 3, 7);
-            const Lanes c0 = __builtin_shufflevector(t0, t1, 0, 1, 4, 5);
-            const Lanes c1 = __builtin_shufflevector(t0, t1, 2, 3, 6, 7);
-            const Lanes c2 = __builtin_shufflevector(t2, t3, 0, 1, 4, 5);
-            const Lanes c3 = __builtin_shufflevector(t2, t3, 2, 3, 6, 7);
-            Lanes v = w0 * c0 + w1 * c1 + w2 * c2 + w3 * c3;
-            float* o = out[ch] + j;
-            if constexpr (Add) {
-                Lanes before;
-                __builtin_memcpy(&before, o, sizeof before);
-                v += before;
-            }
-            __builtin_memcpy(o, &v, sizeof v);
+inline PitchShifter::Lanes PitchShifter::window(float x, float step) noexcept {
+    // sin²(pi x) as cos²(pi (x - 1/2)), the cosine by its series to the eighth power: within 3e-6 over the
+    // grain.
+    constexpr float kPi = 3.14159265f;
+    const Lanes at = (x - 0.5f) + Lanes{1.0f, 2.0f, 3.0f, 4.0f} * step;
+    const Lanes z = (at * kPi) * (at * kPi);
+    const Lanes c = 1.0f + z * (-0.5f + z * (1.0f / 24.0f + z * (-1.0f / 720.0f + z * (1.0f / 40320.0f))));
+    return c * c;
+}
+
+template <int Channels, class Source>
+void PitchShifter::addFour(const Source* sources, int64_t base, Lanes rel, Lanes g, Lanes* sum) noexcept {
+    const Ints whole = __builtin_convertvector(rel, Ints);
+    const Lanes t = rel - __builtin_convertvector(whole, Lanes);
+    const int32_t k0 = whole[0] - 1, k1 = whole[1] - 1, k2 = whole[2] - 1, k3 = whole[3] - 1;
+    for (int ch = 0; ch < Channels; ++ch) {
+        const Source& src = sources[ch];
+        Lanes x0, x1, x2, x3;
+        // One check for the whole group: four rows of four reach at most k3 + 4 samples on.
+        if (const float* p = src.run(base, k3 + 4); p != nullptr && k0 >= 0) {
+            __builtin_memcpy(&x0, p + k0, sizeof x0);
+            __builtin_memcpy(&x1, p + k1, sizeof x1);
+            __builtin_memcpy(&x2, p + k2, sizeof x2);
+            __builtin_memcpy(&x3, p + k3, sizeof x3);
+        } else {
+            x0 = src.four(base + k0);
+            x1 = src.four(base + k1);
+            x2 = src.four(base + k2);
+            x3 = src.four(base + k3);
         }
+        // Rows to columns by shuffles, so nothing goes through memory.
+        const Lanes t0 = __builtin_shufflevector(x0, x1, 0, 4, 1, 5);
+        const Lanes t1 = __builtin_shufflevector(x2, x3, 0, 4, 1, 5);
+        const Lanes u2 = __builtin_shufflevector(x0, x1, 2, 6, 3, 7);
+        const Lanes u3 = __builtin_shufflevector(x2, x3, 2, 6, 3, 7);
+        const Lanes c0 = __builtin_shufflevector(t0, t1, 0, 1, 4, 5);
+        const Lanes c1 = __builtin_shufflevector(t0, t1, 2, 3, 6, 7);
+        const Lanes c2 = __builtin_shufflevector(u2, u3, 0, 1, 4, 5);
+        const Lanes c3 = __builtin_shufflevector(u2, u3, 2, 3, 6, 7);
+        // Four-point Hermite through the samples at whole - 1 .. whole + 2, by Horner's rule, times the
+        // window.
+        const Lanes a = 0.5f * (c3 - c0) + 1.5f * (c1 - c2);
+        const Lanes b = c0 - 2.5f * c1 + 2.0f * c2 - 0.5f * c3;
+        const Lanes c = 0.5f * (c2 - c0);
+        sum[ch] += (((a * t + b) * t + c) * t + c1) * g;
     }
-    for (; j < to; ++j) {
-        const Tap tap = locate(position + r * (j - from), gain[j]);
+}
+
+template <int Channels, class Source>
+void PitchShifter::runTaps(const Source* sources, double first, double second, double start,
+                           float* const* out, int from, int to) noexcept {
+    // Locals, which the stores to the output cannot be taken to change.
+    const double r = wanted;
+    const double step = phaseStep;
+    const auto stepF = static_cast<float>(step);
+    const Lanes ramp = Lanes{0.0f, 1.0f, 2.0f, 3.0f} * static_cast<float>(r);
+    // Positions relative to a whole sample, so that floats hold them exactly enough.
+    const auto split = [](double at, int64_t& base) {
+        base = static_cast<int64_t>(at);
+        if (static_cast<double>(base) > at) --base;
+        return static_cast<float>(at - static_cast<double>(base));
+    };
+    for (int j = from; j < to; j += 4) {
+        const double ahead = r * (j - from);
+        const Lanes g = window(static_cast<float>(start + step * (j - from)), stepF);
+        std::array<Lanes, Channels> sum{};
+        int64_t baseA = 0, baseB = 0;
+        const Lanes relA = split(first + ahead, baseA) + ramp;
+        const Lanes relB = split(second + ahead, baseB) + ramp;
+        addFour<Channels>(sources, baseA, relA, g, sum.data());
+        addFour<Channels>(sources, baseB, relB, 1.0f - g, sum.data());
+        const int n = std::min(4, to - j);
         for (int ch = 0; ch < Channels; ++ch) {
-            const Lanes v = sources[ch].four(tap.first) * tap.weight;
-            const float y = (v[0] + v[1]) + (v[2] + v[3]);
-            out[ch][j] = Add ? out[ch][j] + y : y;
+            if (n == 4) {
+                __builtin_memcpy(out[ch] + j, &sum[static_cast<std::size_t>(ch)], sizeof(Lanes));
+            } else {
+                for (int k = 0; k < n; ++k)
+                    out[ch][j + k] = sum[static_cast<std::size_t>(ch)][k];
+            }
         }
     }
 }
@@ -292,8 +318,7 @@ void PitchShifter::restart(int tap, const Source& source, double now) noexcept {
         delay[static_cast<std::size_t>(tap)] = std::max(centre, least);
         return;
     }
-    // Keep the whole grain, search included, at or above the floor.
-    const double middle = std::max(centre, least + reach(wanted) + 2.0);
+    const double middle = middleDelay();
     const double nominal = middle + bend * grainLength * 0.5;
     const double other = std::max(delay[static_cast<std::size_t>(1 - tap)], least);
     delay[static_cast<std::size_t>(tap)] = alignment(source, now, nominal, other);
@@ -308,15 +333,13 @@ double PitchShifter::alignment(const Source& source, double now, double nominal,
     const auto otherStart = static_cast<int64_t>(otherAt) - match + 1;
     const auto firstCandidate = static_cast<int64_t>(nominalAt) - search - match + 1;
     const int span = 2 * search + match;
+    source.copy(otherStart, match, reference.data());
     double energy = 0.0;
-    for (int i = 0; i < match; ++i) {
-        reference[static_cast<std::size_t>(i)] = source.at(otherStart + i);
+    for (int i = 0; i < match; ++i)
         energy += static_cast<double>(reference[static_cast<std::size_t>(i)]) *
                   reference[static_cast<std::size_t>(i)];
-    }
     if (energy < 1e-12) return nominal;
-    for (int i = 0; i < span; ++i)
-        candidates[static_cast<std::size_t>(i)] = source.at(firstCandidate + i);
+    source.copy(firstCandidate, span, candidates.data());
     // Candidate lag k starts at firstCandidate + k; lag 'search' is the nominal start.
     const int q = decimation;
     const int coarseMatch = match / q;
@@ -334,25 +357,23 @@ double PitchShifter::alignment(const Source& source, double now, double nominal,
         coarseCandidates[static_cast<std::size_t>(i)] = s;
     }
     const int coarse = static_cast<int>(bestLag(coarseSpan - coarseMatch + 1, coarseMatch)) * q;
-    // Fine search on full-rate copies around the coarse best.
-    double best = -1e300;
-    int bestK = search;
-    std::array<double, 3> around{};
-    auto score = [&](int k) {
-        const float* cand = candidates.data() + k;
-        const double c = dot(reference.data(), cand, match);
-        const double e = dot(cand, cand, match);
-        return e > 1e-12 ? c / std::sqrt(e) : 0.0;
-    };
+    // Fine search on full-rate copies around the coarse best, the candidate's energy kept as a running sum;
+    // the neighbours of the best stay scored for the parabola.
     const int lo = std::max(1, coarse - q), hi = std::min(2 * search - 1, coarse + q);
-    for (int k = lo; k <= hi; ++k) {
-        const double s = score(k);
-        if (s > best) {
-            best = s;
-            bestK = k;
-        }
+    const float* cand = candidates.data();
+    double e = dot(cand + lo - 1, cand + lo - 1, match);
+    for (int k = lo - 1; k <= hi + 1; ++k) {
+        const float* c = cand + k;
+        scores[static_cast<std::size_t>(k)] =
+            e > 1e-12 ? dot(reference.data(), c, match) / std::sqrt(e) : 0.0;
+        e = std::max(0.0, e + static_cast<double>(c[match]) * c[match] - static_cast<double>(c[0]) * c[0]);
     }
-    around = {score(bestK - 1), best, score(bestK + 1)};
+    int bestK = lo;
+    for (int k = lo + 1; k <= hi; ++k)
+        if (scores[static_cast<std::size_t>(k)] > scores[static_cast<std::size_t>(bestK)]) bestK = k;
+    const std::array<double, 3> around{scores[static_cast<std::size_t>(bestK - 1)],
+                                       scores[static_cast<std::size_t>(bestK)],
+                                       scores[static_cast<std::size_t>(bestK + 1)]};
     const double curve = around[0] - 2.0 * around[1] + around[2];
     double fraction = 0.0;
     if (curve < 0.0) fraction = std::clamp(0.5 * (around[0] - around[2]) / curve, -0.5, 0.5);

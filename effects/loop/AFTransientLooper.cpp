@@ -29,6 +29,8 @@ constexpr int32_t kReverb = 1;
 constexpr double kFade = 44.0;
 constexpr double kInverseFade = 1.0 / 44.0;
 constexpr float kFadeF = 44.0f;
+// The pitch path writes its block before it reads: the Hermite points of a read two samples back are written.
+constexpr double kPitchLeast = 3.0;
 // The reverb's delay lines, in samples at 48 kHz; each ring holds the longest at the highest rate.
 constexpr std::array<int32_t, 8> kLineLengths = {1123, 1291, 1447, 1601, 1777, 1933, 2111, 2293};
 static_assert(kLineLengths.back() * (AFSystemInfo::kMaxSampleRate / 48000.0f) < 16384);
@@ -64,70 +66,6 @@ uint32_t maxRecord() {
 
 const uint32_t AFTransientLooper::kMaxRecord = maxRecord();
 
-AFTransientLooper::PitchShifter::PitchShifter()
-    : ringL(std::make_unique<float[]>(kRing)), ringR(std::make_unique<float[]>(kRing)) {}
-
-void AFTransientLooper::PitchShifter::clear() noexcept {
-    std::memset(ringL.get(), 0, sizeof(float) * kRing);
-    std::memset(ringR.get(), 0, sizeof(float) * kRing);
-    write = 0;
-    delay = 0.0f;
-}
-
-void AFTransientLooper::PitchShifter::setRate(float sampleRate) noexcept {
-    window = std::min(std::round(sampleRate * 0.03f), static_cast<float>(kRing / 2));
-}
-
-void AFTransientLooper::PitchShifter::processBlock(float* left, float* right, int count, float& mix,
-                                                   bool on) noexcept {
-    constexpr int kMask = kRing - 1;
-    float* ringLeft = ringL.get();
-    float* ringRight = ringR.get();
-    int at = write;
-    float d = delay;
-    const float w = window;
-    const float half = window * 0.5f;
-    const float inverse = 1.0f / window;
-    const float drift = step;
-    float m = mix;
-    const float mixStep = on ? 1.0f / 64.0f : -1.0f / 64.0f;
-    for (int i = 0; i < count; ++i) {
-        const float inL = left[i];
-        const float inR = right[i];
-        ringLeft[at] = inL;
-        ringRight[at] = inR;
-        // Two taps half a window apart; the one about to wrap is silent under its triangle.
-        float second = d + half;
-        if (second >= w) second -= w;
-        const float gainFirst = 1.0f - std::fabs(2.0f * d * inverse - 1.0f);
-        const auto wholeA = static_cast<int>(d);
-        const auto wholeB = static_cast<int>(second);
-        const float fracA = d - static_cast<float>(wholeA);
-        const float fracB = second - static_cast<float>(wholeB);
-        const int a0 = (at - wholeA) & kMask;
-        const int a1 = (a0 - 1) & kMask;
-        const int b0 = (at - wholeB) & kMask;
-        const int b1 = (b0 - 1) & kMask;
-        const float firstL = ringLeft[a0] + fracA * (ringLeft[a1] - ringLeft[a0]);
-        const float firstR = ringRight[a0] + fracA * (ringRight[a1] - ringRight[a0]);
-        const float secondL = ringLeft[b0] + fracB * (ringLeft[b1] - ringLeft[b0]);
-        const float secondR = ringRight[b0] + fracB * (ringRight[b1] - ringRight[b0]);
-        const float shiftedL = secondL + gainFirst * (firstL - secondL);
-        const float shiftedR = secondR + gainFirst * (firstR - secondR);
-        // Switching the shifter in or out crossfades over a control interval.
-        m = std::clamp(m + mixStep, 0.0f, 1.0f);
-        left[i] = inL + m * (shiftedL - inL);
-        right[i] = inR + m * (shiftedR - inR);
-        at = (at + 1) & kMask;
-        d += drift;
-        if (d >= w) d -= w;
-        if (d < 0.0f) d += w;
-    }
-    write = at;
-    delay = d;
-    mix = m;
-}
-
 const AFEffectDescriptor AFTransientLooper::descriptor{.typeId = 3,
                                                        .displayName = "Reactor",
                                                        .className = "AFTransientLooper",
@@ -139,7 +77,8 @@ const AFEffectDescriptor AFTransientLooper::descriptor{.typeId = 3,
 AFTransientLooper::AFTransientLooper(uint32_t type, AFSystemInfo* system, uint32_t flag)
     : AFEffect(descriptor, type, system, flag), recordL(std::make_unique<float[]>(kMaxRecord)),
       recordR(std::make_unique<float[]>(kMaxRecord)),
-      lines(std::make_unique<float[]>(static_cast<std::size_t>(kLines) * kLineStride)) {
+      lines(std::make_unique<float[]>(static_cast<std::size_t>(kLines) * kLineStride)),
+      pitchRingL(std::make_unique<float[]>(kPitchRing)), pitchRingR(std::make_unique<float[]>(kPitchRing)) {
     for (std::size_t i = 0; i < hann.size(); ++i)
         hann[i] = 0.5f - 0.5f * std::cos(6.2831853f * static_cast<float>(i) / 1024.0f);
     tempoChanged(0);
@@ -188,8 +127,9 @@ void AFTransientLooper::controlTick() noexcept {
     const int semitones = semitonesFor(parameterValues[3]);
     pitched = semitones != 0;
     pitchRatio = systemInfo->semitoneRatio(semitones);
+    shifter.configure(rate, PitchShifter::kGrainMs * systemInfo->samplesPerMillisecond);
+    shifter.setCentre(0.0, kPitchLeast);
     shifter.setRatio(pitchRatio);
-    shifter.setRate(rate);
     if (options[2] == kReverb) {
         const float seconds = static_cast<float>(tailSecondsFor(parameterValues[2]));
         const float scale = rate / 48000.0f;
@@ -233,9 +173,12 @@ int32_t AFTransientLooper::activate() noexcept {
     lineWrite = 0;
     tailSeconds = 0.0f;
     lineLength = {};
-    shifter.clear();
+    std::memset(pitchRingL.get(), 0, sizeof(float) * kPitchRing);
+    std::memset(pitchRingR.get(), 0, sizeof(float) * kPitchRing);
+    pitchWrite = 0;
     controlTick();
     pitchMix = pitched ? 1.0f : 0.0f;
+    shifter.start();
     return 1;
 }
 
@@ -290,6 +233,40 @@ inline void AFTransientLooper::read(double position, float& l, float& r) const n
     r = ar - t * ar;
 }
 
+void AFTransientLooper::transpose(float* left, float* right, int count) noexcept {
+    constexpr int64_t kMask = kPitchRing - 1;
+    const auto at = static_cast<std::size_t>(pitchWrite & kMask);
+    const auto first = std::min<std::size_t>(static_cast<std::size_t>(count), kPitchRing - at);
+    std::memcpy(pitchRingL.get() + at, left, sizeof(float) * first);
+    std::memcpy(pitchRingR.get() + at, right, sizeof(float) * first);
+    std::memcpy(pitchRingL.get(), left + first, sizeof(float) * (static_cast<std::size_t>(count) - first));
+    std::memcpy(pitchRingR.get(), right + first, sizeof(float) * (static_cast<std::size_t>(count) - first));
+    const auto now = static_cast<double>(pitchWrite);
+    pitchWrite += count;
+    if (!pitched && pitchMix <= 0.0f) return;
+    // Switched on, the taps start afresh on what the ring holds, faded in over a control interval.
+    if (pitchMix <= 0.0f) shifter.start();
+    alignas(16) std::array<float, PitchShifter::kMaxRun> shiftedL;
+    alignas(16) std::array<float, PitchShifter::kMaxRun> shiftedR;
+    const PitchShifter::RingSource ringL{pitchRingL.get(), static_cast<uint32_t>(kMask)};
+    const PitchShifter::RingSource ringR{pitchRingR.get(), static_cast<uint32_t>(kMask)};
+    shifter.processStereo(ringL, ringR, now, shiftedL.data(), shiftedR.data(), count);
+    if (pitched && pitchMix >= 1.0f) {
+        std::copy_n(shiftedL.data(), count, left);
+        std::copy_n(shiftedR.data(), count, right);
+        return;
+    }
+    float m = pitchMix;
+    const float mixStep = pitched ? 1.0f / 64.0f : -1.0f / 64.0f;
+    for (int i = 0; i < count; ++i) {
+        const auto k = static_cast<std::size_t>(i);
+        m = std::clamp(m + mixStep, 0.0f, 1.0f);
+        left[i] += m * (shiftedL[k] - left[i]);
+        right[i] += m * (shiftedR[k] - right[i]);
+    }
+    pitchMix = m;
+}
+
 void AFTransientLooper::runLooper(float* left, float* right, int from, int count) noexcept {
     recordBlock(left + from, right + from, count - from);
     // The running state in locals: the stores to the output cannot then be taken to touch it.
@@ -305,28 +282,62 @@ void AFTransientLooper::runLooper(float* left, float* right, int from, int count
     alignas(32) std::array<float, 64> liveL;
     alignas(32) std::array<float, 64> liveR;
     alignas(32) std::array<float, 64> liveGain;
-    for (int j = from; j < count; ++j) {
-        const auto k = static_cast<std::size_t>(j);
-        liveL[k] = left[j];
-        liveR[k] = right[j];
-        left[j] = 0.0f;
-        right[j] = 0.0f;
+    std::copy(left + from, left + count, liveL.data() + from);
+    std::copy(right + from, right + count, liveR.data() + from);
+    const float* tapeL = recordL.get();
+    const float* tapeR = recordR.get();
+    for (int j = from; j < count;) {
         if (since < start) {
-            liveGain[k] = 1.0f;
-            ++since;
+            // Waiting for the grid: the input passes, the loop is silent.
+            const int n = static_cast<int>(std::min<int64_t>(count - j, start - since));
+            std::fill_n(liveGain.data() + j, n, 1.0f);
+            std::fill_n(left + j, n, 0.0f);
+            std::fill_n(right + j, n, 0.0f);
+            since += n;
+            j += n;
             continue;
         }
+        // A stretch up to and including the sample after which the loop or the run ends.
+        const double toLoop = std::max(1.0, std::ceil(length - clock));
+        const double toRun = std::max(1.0, std::ceil(end - run));
+        const int n = static_cast<int>(std::min({static_cast<double>(count - j), toLoop, toRun}));
         const auto into = static_cast<double>(since - start);
-        liveGain[k] = static_cast<float>(into < kFade ? 1.0 - into * kInverseFade : 0.0);
-        const auto edge = static_cast<float>(std::min(std::min(run, end - run) * kInverseFade, 1.0));
-        float yL = 0.0f;
-        float yR = 0.0f;
-        read(run * speed, yL, yR);
-        left[j] = yL * edge;
-        right[j] = yR * edge;
-        ++since;
-        run += 1.0;
-        clock += 1.0;
+        // Inside what is recorded, the reads need no check.
+        const bool inside = (run + n) * speed + 1.0 < static_cast<double>(written);
+        // Samples lo..hi lie past the fade-in of the loop and the fade-out of the input, and short of the
+        // run's closing fade: there only the tape sounds.
+        const int lo = static_cast<int>(std::clamp(std::ceil(kFade - std::min(run, into)), 0.0, 1.0 * n));
+        const int hi =
+            inside ? static_cast<int>(std::clamp(std::floor(end - kFade - run) + 1.0, 1.0 * lo, 1.0 * n))
+                   : lo;
+        const auto sample = [&](int i) {
+            const auto k = static_cast<std::size_t>(j + i);
+            const double at = run + i;
+            const double fromStart = into + i;
+            liveGain[k] = static_cast<float>(fromStart < kFade ? 1.0 - fromStart * kInverseFade : 0.0);
+            const auto edge = static_cast<float>(std::min(std::min(at, end - at) * kInverseFade, 1.0));
+            float yL = 0.0f;
+            float yR = 0.0f;
+            read(at * speed, yL, yR);
+            left[j + i] = yL * edge;
+            right[j + i] = yR * edge;
+        };
+        for (int i = 0; i < lo; ++i)
+            sample(i);
+        std::fill(liveGain.data() + j + lo, liveGain.data() + j + hi, 0.0f);
+        for (int i = lo; i < hi; ++i) {
+            const double position = (run + i) * speed;
+            const auto whole = static_cast<uint32_t>(position);
+            const auto t = static_cast<float>(position - whole);
+            left[j + i] = tapeL[whole] + t * (tapeL[whole + 1] - tapeL[whole]);
+            right[j + i] = tapeR[whole] + t * (tapeR[whole + 1] - tapeR[whole]);
+        }
+        for (int i = hi; i < n; ++i)
+            sample(i);
+        since += n;
+        run += n;
+        clock += n;
+        j += n;
         if (clock >= length) {
             // A loop ends: a new length is taken here, and the next run starts from the top.
             clock -= length;
@@ -349,8 +360,7 @@ void AFTransientLooper::runLooper(float* left, float* right, int from, int count
     runSpeed = speed;
     loopLength = length;
     loopCount = loops;
-    if (pitched || pitchMix > 0.0f)
-        shifter.processBlock(left + from, right + from, count - from, pitchMix, pitched);
+    transpose(left + from, right + from, count - from);
     for (int j = from; j < count; ++j) {
         const auto k = static_cast<std::size_t>(j);
         left[j] += liveL[k] * liveGain[k];
@@ -424,7 +434,7 @@ void AFTransientLooper::runFreeze(float* left, float* right, int from, int count
 void AFTransientLooper::runReverb(float* left, float* right, int from, int count) noexcept {
     const double holdSamples = hold;
     // After the burst has faded and left the pitch shifter, only the tail sounds.
-    const double quiet = holdSamples + kFade + PitchShifter::kRing;
+    const double quiet = holdSamples + kFade + kPitchRing;
     const int n = count - from;
     alignas(32) std::array<float, 64> sendL;
     alignas(32) std::array<float, 64> sendR;
@@ -438,8 +448,7 @@ void AFTransientLooper::runReverb(float* left, float* right, int from, int count
         left[from + j] = sendL[k];
         right[from + j] = sendR[k];
     }
-    if (bursting && (pitched || pitchMix > 0.0f))
-        shifter.processBlock(sendL.data(), sendR.data(), n, pitchMix, pitched);
+    if (bursting) transpose(sendL.data(), sendR.data(), n);
     sinceHit += n;
 
     // The tail on local state: eight lines with Householder feedback, each line getting itself minus a

@@ -2,6 +2,7 @@
 
 #include "effects/framework/AFBPMChangeInterface.h"
 #include "effects/framework/AFEffect.h"
+#include "effects/framework/PitchShifter.h"
 
 #include <array>
 #include <cstdint>
@@ -45,31 +46,6 @@ public:
     // Record length for two beats at the slowest tempo and the highest rate.
     static const uint32_t kMaxRecord;
 
-    // Transposes by reading a short ring with two taps whose delays drift at the pitch ratio, each faded by a
-    // triangle so that the two always sum to one. Audio thread after construction.
-    class PitchShifter {
-    public:
-        // Longer than any window, so a sound has left the shifter this many samples after it went in.
-        static constexpr int kRing = 16384;
-        // Any thread with the audio held off.
-        PitchShifter();
-        void clear() noexcept;
-        // Window of about 30 ms at the rate.
-        void setRate(float sampleRate) noexcept;
-        void setRatio(float ratio) noexcept { step = 1.0f - ratio; }
-        // In place; `mix` moves a 64th per sample towards 1 while `on`, towards 0 otherwise, and blends the
-        // shifted sound over the input by it.
-        void processBlock(float* left, float* right, int count, float& mix, bool on) noexcept;
-
-    private:
-        std::unique_ptr<float[]> ringL;
-        std::unique_ptr<float[]> ringR;
-        int write = 0;
-        float window = 1440.0f;
-        float delay = 0.0f;
-        float step = 0.0f;
-    };
-
 private:
     enum class State { Listening, Holding };
     static constexpr int kLines = 8;
@@ -77,6 +53,9 @@ private:
     // Rings spaced off the power of two, so that the lines do not share cache sets.
     static constexpr std::size_t kLineStride = kLineSize + 144;
     static constexpr int kGrains = 2;
+    // The pitch path's rings: longer than the shifter reads back at the highest rate, so a sound has left it
+    // this many samples after it went in.
+    static constexpr int kPitchRing = 16384;
     struct Grain {
         uint32_t start = 0;
         float age = 0.0f;
@@ -94,6 +73,8 @@ private:
     void runFreeze(float* left, float* right, int from, int count) noexcept;
     void runReverb(float* left, float* right, int from, int count) noexcept;
     void spawnGrain() noexcept;
+    // In place: the block into the pitch rings and, while pitched or fading out, the shifted sound over it.
+    void transpose(float* left, float* right, int count) noexcept;
     uint32_t random() noexcept;
 
     std::array<int32_t, 4> options{};
@@ -141,4 +122,8 @@ private:
     int32_t lineWrite = 0;
     float tailSeconds = 0.0f;
     int32_t lineMask = kLineSize - 1;
+
+    std::unique_ptr<float[]> pitchRingL;
+    std::unique_ptr<float[]> pitchRingR;
+    int64_t pitchWrite = 0;
 };

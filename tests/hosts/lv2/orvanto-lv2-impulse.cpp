@@ -1,10 +1,10 @@
 // Records the stereo impulse response of any installed LV2 plug-in at 48 kHz, for orvanto-reverb-measure to
 // compare other reverbs with ours:
 //
-//   orvanto-lv2-impulse URI OUT.wav SECONDS [SYMBOL=VALUE ...]
+//   orvanto-lv2-impulse URI OUT.wav SECONDS [SYMBOL=VALUE ...] [--input=IN.wav]
 //
-// A unit impulse on every audio input at the first sample, control inputs at their defaults unless set, atom
-// inputs empty, and a worker that runs its jobs at once.
+// A unit impulse on every audio input at the first sample (or, with --input, the file's channels in turn),
+// control inputs at their defaults unless set, atom inputs empty, and a worker that runs its jobs at once.
 #include <lilv/lilv.h>
 #include <lv2/atom/atom.h>
 #include <lv2/buf-size/buf-size.h>
@@ -51,14 +51,27 @@ LV2_Worker_Status scheduleWork(LV2_Worker_Schedule_Handle, uint32_t size, const 
 
 int main(int argc, char** argv) {
     if (argc < 4) {
-        std::fprintf(stderr, "usage: orvanto-lv2-impulse URI OUT.wav SECONDS [SYMBOL=VALUE ...]\n");
+        std::fprintf(stderr,
+                     "usage: orvanto-lv2-impulse URI OUT.wav SECONDS [SYMBOL=VALUE ...] [--input=IN.wav]\n");
         return 2;
     }
     const double rate = 48000.0;
     const int total = static_cast<int>(std::atof(argv[3]) * rate);
     std::map<std::string, float> settings;
+    std::vector<float> source;
+    int sourceChannels = 1;
     for (int i = 4; i < argc; ++i) {
         std::string a = argv[i];
+        if (a.rfind("--input=", 0) == 0) {
+            SF_INFO in{};
+            SNDFILE* f = sf_open(a.c_str() + 8, SFM_READ, &in);
+            if (f == nullptr) return 5;
+            sourceChannels = in.channels;
+            source.resize(static_cast<size_t>(in.frames * in.channels));
+            sf_readf_float(f, source.data(), in.frames);
+            sf_close(f);
+            continue;
+        }
         const auto eq = a.find('=');
         settings[a.substr(0, eq)] = std::strtof(a.c_str() + eq + 1, nullptr);
     }
@@ -144,9 +157,14 @@ int main(int argc, char** argv) {
         const int n = std::min(kBlock, total - done);
         for (auto& a : audioIn)
             std::fill(a.begin(), a.end(), 0.0f);
-        if (done == 0)
+        if (source.empty() && done == 0)
             for (auto& a : audioIn)
                 a[0] = 1.0f;
+        for (size_t c = 0; c < audioIn.size() && !source.empty(); ++c)
+            for (int i = 0; i < n; ++i) {
+                const size_t at = static_cast<size_t>(done + i) * sourceChannels + c % sourceChannels;
+                audioIn[c][i] = at < source.size() ? source[at] : 0.0f;
+            }
         for (auto [k, in] : atomPorts) {
             auto* seq = reinterpret_cast<LV2_Atom_Sequence*>(atoms[k].data());
             seq->atom.type = in ? mapUri(nullptr, LV2_ATOM__Sequence) : 0;
