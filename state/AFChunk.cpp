@@ -47,17 +47,21 @@ void AFChunk::setContentVersion(int32_t value) {
 }
 
 uint32_t AFChunk::nextWord() {
-    if (position < 0 || static_cast<std::size_t>(position) >= words.size()) {
+    if (position < 0 || static_cast<std::size_t>(position) >= extent()) {
         overrun = true;
         ++position;
         return 0;
     }
-    return words[static_cast<std::size_t>(position++)];
+    const auto at = static_cast<std::size_t>(position++);
+    return at < words.size() ? words[at] : 0u;
 }
 
 void AFChunk::putWord(uint32_t value) {
-    if (!counting && position >= 0 && static_cast<std::size_t>(position) < words.size())
-        words[static_cast<std::size_t>(position)] = value;
+    if (!counting && position >= 0 && static_cast<std::size_t>(position) < extent()) {
+        const auto at = static_cast<std::size_t>(position);
+        if (at >= words.size()) words.resize(at + 1, 0u);
+        words[at] = value;
+    }
     ++position;
 }
 
@@ -109,27 +113,27 @@ void AFChunk::writeString(const char* text) {
 std::string AFChunk::readString() {
     const int32_t length = readInt();
     if (length <= 0) return {};
-    // A hostile length never reads beyond the words that are there.
-    const std::size_t available = position >= 0 && static_cast<std::size_t>(position) < words.size()
-                                      ? (words.size() - position) * 4
-                                      : 0;
+    // A hostile length never reads beyond the words that are there, and the text ends at its first zero byte:
+    // a claimed length of millions over a zero-padded image costs no more than the text itself.
+    const std::size_t available =
+        position >= 0 && static_cast<std::size_t>(position) < extent() ? (extent() - position) * 4 : 0;
     const std::size_t wanted = static_cast<std::size_t>(length);
-    std::string text;
-    text.reserve(std::min(wanted, available));
     const std::size_t textWords = (wanted + 3) / 4;
-    for (std::size_t w = 0; w < textWords; ++w) {
-        if (w * 4 >= available) {
-            overrun = true;
-            position += static_cast<int32_t>(textWords - w);
-            break;
-        }
+    const int32_t start = position;
+    std::string text;
+    bool ended = false;
+    for (std::size_t w = 0; w < textWords && w * 4 < available && !ended; ++w) {
         uint8_t bytes[4];
         storeLittle(bytes, nextWord());
-        for (std::size_t b = 0; b < 4 && w * 4 + b < wanted; ++b)
-            text.push_back(static_cast<char>(bytes[b]));
+        for (std::size_t b = 0; b < 4 && w * 4 + b < wanted && !ended; ++b) {
+            if (bytes[b] == 0)
+                ended = true;
+            else
+                text.push_back(static_cast<char>(bytes[b]));
+        }
     }
-    const auto end = text.find('\0');
-    if (end != std::string::npos) text.resize(end);
+    if ((textWords - 1) * 4 >= available) overrun = true;
+    position = start + static_cast<int32_t>(textWords);
     return text;
 }
 
@@ -193,9 +197,8 @@ void AFChunk::allocateCounted() {
 
 void AFChunk::copyFrom(const AFChunk& other) {
     if (&other == this) return;
-    words.assign(other.sizeInWords, 0u);
-    for (std::size_t i = 0; i < words.size(); ++i)
-        words[i] = other.word(i);
+    const std::size_t stored = std::min<std::size_t>(other.words.size(), other.sizeInWords);
+    words.assign(other.words.begin(), other.words.begin() + static_cast<std::ptrdiff_t>(stored));
     sizeInWords = other.sizeInWords;
     magic = other.magic, version = other.version, tempo = other.tempo, sampleRate = other.sampleRate;
     position = 0;
@@ -221,9 +224,9 @@ bool AFChunk::loadBytes(const void* data, std::size_t byteCount, bool silent) {
         sizeInWords = 0;
         return false;
     }
-    // The header's size decides how much is read; a shorter image leaves zeros behind it.
-    words.assign(sizeInWords, 0u);
+    // The header's size decides how much is read; a shorter image reads as zeros behind it.
     const std::size_t usable = std::min(byteCount / 4, static_cast<std::size_t>(sizeInWords));
+    words.assign(usable, 0u);
     for (std::size_t i = 0; i < usable; ++i)
         words[i] = loadLittle(bytes + 4 * i);
     position = kHeaderWords;
@@ -239,11 +242,18 @@ bool AFChunk::readFile(const std::string& path, bool silent) {
     uint32_t size = loadLittle(head);
     if (loadLittle(head + 16) != static_cast<uint32_t>(kMagic) || size > kMaxWords || size < kHeaderWords)
         size = kHeaderWords;
-    std::vector<uint8_t> bytes(static_cast<std::size_t>(size) * 4, 0);
-    std::memcpy(bytes.data(), head, std::min(bytes.size(), sizeof(head)));
-    if (bytes.size() > sizeof(head))
-        in.read(reinterpret_cast<char*>(bytes.data() + sizeof(head)),
-                static_cast<std::streamsize>(bytes.size() - sizeof(head)));
+    // Only what the file holds is read: a header claiming more than is there costs no memory for the rest.
+    const std::size_t limit = static_cast<std::size_t>(size) * 4;
+    std::vector<uint8_t> bytes(head, head + std::min(limit, sizeof(head)));
+    constexpr std::size_t kPiece = 64 * 1024;
+    while (in && bytes.size() < limit) {
+        const std::size_t have = bytes.size();
+        bytes.resize(std::min(limit, have + kPiece));
+        in.read(reinterpret_cast<char*>(bytes.data() + have),
+                static_cast<std::streamsize>(bytes.size() - have));
+        bytes.resize(have + static_cast<std::size_t>(in.gcount()));
+    }
+    bytes.resize(std::max(bytes.size(), sizeof(head)), 0);
     return loadBytes(bytes.data(), bytes.size(), silent);
 }
 

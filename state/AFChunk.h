@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -72,7 +73,7 @@ public:
     bool isCounting() const noexcept { return counting; }
     // True once any read went past the last word.
     bool isOverrun() const noexcept { return overrun; }
-    std::size_t wordCount() const noexcept { return words.size(); }
+    std::size_t wordCount() const noexcept { return extent(); }
     uint32_t word(std::size_t i) const noexcept { return i < words.size() ? words[i] : 0u; }
 
     // The process-wide content version: written into word 1; files of a later version are refused.
@@ -80,6 +81,9 @@ public:
     static void setContentVersion(int32_t value);
 
 protected:
+    // The words a reader may reach: a loaded image keeps only the words it brought, and the rest up to the
+    // header's size reads as zero without being stored.
+    std::size_t extent() const noexcept { return std::max<std::size_t>(words.size(), sizeInWords); }
     uint32_t nextWord();
     void putWord(uint32_t value);
 
