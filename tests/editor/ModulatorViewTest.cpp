@@ -4,6 +4,7 @@
 #include "editor/A2ModulatableKnob.h"
 #include "editor/AFEditorHost.h"
 #include "editor/AFFrame.h"
+#include "editor/AFMenuHelper.h"
 #include "editor/AFOptionMenu.h"
 #include "editor/AFUniClientEditor.h"
 #include "editor/EditView.h"
@@ -74,7 +75,7 @@ protected:
         frame->mouseDown(centre(menu));
         ASSERT_EQ(frame->getOpenMenu(), menu);
         const AFRect popup = menu->getPopupRect();
-        frame->mouseDown(at(popup.left + 20.0, popup.top + 2.0 + (entry + 0.5) * AFOptionMenu::kRowHeight));
+        frame->mouseDown(at(popup.left + 20.0, popup.top + 2.0 + (entry + 0.5) * AFMenuHelper::kRowHeight));
     }
     void drag(double fromX, double fromY, double toX, double toY) {
         frame->mouseDown(at(fromX, fromY));
