@@ -295,7 +295,10 @@ void AFAmper::processBlock(float* left, float* right, int count) noexcept {
         const float inL = left[n];
         const float inR = right[n];
         if (--countdown < 1) {
-            countdown = holdLength(rates[n] * scale, std::max(std::fabs(inL), std::fabs(inR)));
+            // A hold taken on silence lasts one sample, so the staircase starts with the music and not with
+            // however long the slot ran before it.
+            const bool silent = inL == 0.0f && inR == 0.0f;
+            countdown = silent ? 0 : holdLength(rates[n] * scale, std::max(std::fabs(inL), std::fabs(inR)));
             sourceL = inL;
             sourceR = inR;
             heldL = inL - (firstL + firstL - secondL);

@@ -124,8 +124,8 @@ TEST_F(AFAmperFixture, SampleRateReductionHoldsEveryNthSample) {
          {std::pair{44100.0f, 100}, std::pair{48000.0f, 109}, std::pair{96000.0f, 218}}) {
         system.setSampleRate(rate);
         auto driver = start(0.5f, 0.5f, 0.0f, 0.5f);
-        auto left = ramp(1000, 0.001f);
-        auto right = ramp(1000, -0.001f);
+        auto left = ramp(1000, 0.001f, 0.001f);
+        auto right = ramp(1000, -0.001f, -0.001f);
         const auto inL = left;
         driver.run(left, right);
         const auto p = static_cast<std::size_t>(period);
@@ -155,6 +155,23 @@ TEST_F(AFAmperFixture, AHoldInProgressRunsOutAfterTheRateDrops) {
     for (std::size_t n = 201; n < left.size(); ++n)
         ASSERT_NEAR(left[n] - left[n - 1], in[n] - in[n - 1], 1e-4f) << n;
     EXPECT_NEAR(left.back(), in.back(), 1e-5f);
+}
+
+TEST_F(AFAmperFixture, TheStaircaseStartsWithTheMusicHoweverLongTheSlotRanInSilence) {
+    // A host may run the plug-in for any time before the music starts: the output must not depend on it.
+    std::vector<std::vector<float>> outputs;
+    for (const std::size_t silence : {640u, 1000u}) {
+        fx = std::make_unique<AFAmper>(22, &system, 0);
+        fx->setOption(3, 1);
+        auto driver = start(0.5f, 0.5f, 0.0f, 0.55f);
+        std::vector<float> left(silence + 4000, 0.0f);
+        for (std::size_t n = silence; n < left.size(); ++n)
+            left[n] = 0.5f * std::sin(0.01f * static_cast<float>(n - silence));
+        auto right = left;
+        driver.run(left, right);
+        outputs.emplace_back(left.begin() + static_cast<std::ptrdiff_t>(silence), left.end());
+    }
+    EXPECT_EQ(outputs[0], outputs[1]);
 }
 
 TEST_F(AFAmperFixture, TheHoldFoldsNoPartialDownToAWanderingOffset) {
