@@ -375,31 +375,21 @@ TEST_F(TonalizerFixture, StaysBoundedAtDefaultFeedbackAndIsDeterministic) {
     }
 }
 
-TEST_F(TonalizerFixture, NoteDropAsTheSlotStopsIsNoClickAndDcIsNotAmplified) {
-    // A chord under the default feedback, then both notes fall two octaves in one tick, as they do when the
-    // Control falls to 0 and the slot fades out: no sample step may outgrow the ones the comb made before.
+TEST_F(TonalizerFixture, NoteDropAsTheSlotStopsIsNoClick) {
+    // A chord, then both notes fall two octaves in one tick, as when the Control falls to 0 and the slot
+    // fades out: no sample step may outgrow the ones the comb made before.
     const Params played{0.4f, 0.4f, 0.85f, 0.25f};
-    const Params dropped{0.0f, 0.0f, 0.85f, 0.25f};
     auto fx = make(played);
-    std::vector<float> l(48000 + 640), r(l.size());
-    for (std::size_t n = 0; n < l.size(); ++n) {
-        const auto t = static_cast<float>(n) / 48000.0f;
-        l[n] = r[n] = 0.08f * (std::sin(1382.3f * t) + std::sin(1741.6f * t) + std::sin(2071.1f * t));
-    }
+    std::vector<float> l(48640), r(l.size());
+    for (std::size_t n = 0; n < l.size(); ++n)
+        for (const float w : {0.0288f, 0.0363f, 0.0431f})
+            l[n] = r[n] += 0.08f * std::sin(w * static_cast<float>(n));
     run(*fx, played, l.data(), r.data(), 48000);
-    run(*fx, dropped, l.data() + 48000, r.data() + 48000, 640);
-    auto largestStep = [&](std::size_t from, std::size_t to) {
-        float step = 0.0f;
-        for (std::size_t n = from; n < to; ++n)
-            step = std::max({step, std::fabs(l[n] - l[n - 1]), std::fabs(r[n] - r[n - 1])});
-        return step;
-    };
-    EXPECT_LT(largestStep(48000, l.size()), 1.2f * largestStep(38400, 48000));
-
-    // DC is no note: the comb passes it at the output gain, 1.5 - 0.925, instead of resonating on it.
-    auto dc = make(played);
-    std::vector<float> cl(96000, 0.1f), cr(cl.size(), 0.1f);
-    run(*dc, played, cl.data(), cr.data(), cl.size());
-    EXPECT_NEAR(cl.back(), 0.1f * 0.575f, 2e-3f);
-    EXPECT_NEAR(cr.back(), 0.1f * 0.575f, 2e-3f);
+    run(*fx, {0.0f, 0.0f, 0.85f, 0.25f}, l.data() + 48000, r.data() + 48000, 640);
+    float before = 0.0f, after = 0.0f;
+    for (std::size_t n = 38400; n < l.size(); ++n) {
+        float& largest = n < 48000 ? before : after;
+        largest = std::max(largest, std::fabs(l[n] - l[n - 1]));
+    }
+    EXPECT_LT(after, 1.2f * before);
 }
