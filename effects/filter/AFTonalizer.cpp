@@ -39,8 +39,8 @@ constexpr int kLowestNote = 24;
 constexpr float kGlide = 0.1f;
 // Fastest delay change per sample that is still heard as a glide; beyond it the read crossfades.
 constexpr double kFastestSweep = 1.0;
-// Corner of the DC blocker in the feedback paths, far below the lowest note.
-constexpr float kBlockHz = 5.0f;
+// Corner of the DC blocker in the feedback paths, below the lowest comb note (4.09 Hz).
+constexpr float kBlockHz = 2.0f;
 
 float snapToGrid(float x, const Grid& grid) noexcept {
     const float octave = std::floor(x / 12.0f);
