@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
+#include <numbers>
 
 #if defined(__SSE__)
 #include <xmmintrin.h>
@@ -176,6 +177,7 @@ int32_t AFAmper::getOption(int index) {
 }
 
 void AFAmper::controlTick() noexcept {
+    driftCoefficient = 1.0f - std::exp(-2.0f * std::numbers::pi_v<float> * kDriftHz / systemInfo->sampleRate);
     volume.controlTick();
     pan.controlTick();
     crush.controlTick();
@@ -189,6 +191,9 @@ int32_t AFAmper::activate() {
     rate.jump();
     holdL = 0.0f;
     holdR = 0.0f;
+    rawL = 0.0f;
+    rawR = 0.0f;
+    drift = {};
     holdCount = 0;
     return 1;
 }
@@ -260,10 +265,13 @@ void AFAmper::processBlock(float* left, float* right, int count) noexcept {
     const float decay = holdMode == kHoldAbsurd ? kAbsurdDecay : 1.0f;
     // The factor holds at 44.1 kHz and follows the rate, so a setting sounds alike at any rate.
     const double scale = kHoldFactor * static_cast<double>(systemInfo->rateRatio);
-    if (holdCount <= 1 && longestRate * scale < 0.5) {
-        // Every sample would reload the hold: it passes the signal as it is.
+    const bool settled = drift == std::array<float, 4>{};
+    if (holdCount <= 1 && longestRate * scale < 0.5 && settled) {
+        // Every sample would reload the hold and no correction is left over: it passes the signal as it is.
         holdL = left[count - 1] * decay;
         holdR = right[count - 1] * decay;
+        rawL = left[count - 1];
+        rawR = right[count - 1];
         holdCount = 0;
         for (int n = 0; n < count; ++n) {
             left[n] *= gainL[n];
@@ -271,40 +279,48 @@ void AFAmper::processBlock(float* left, float* right, int count) noexcept {
         }
         return;
     }
+    // A fixed hold folds the input's partials near multiples of its rate down to a few hertz: a wandering
+    // offset. Each reload subtracts the part of the hold's error below kDriftHz, taken as 2 x first - second
+    // of two one-poles in series, which leaves a second-order high-pass of the error. The staircase stays
+    // flat.
+    const float a = driftCoefficient;
     // Locals, so that the stores to the channels cannot be taken to touch the held values.
     float heldL = holdL;
     float heldR = holdR;
+    float sourceL = rawL;
+    float sourceR = rawR;
+    auto [firstL, secondL, firstR, secondR] = drift;
     int32_t countdown = holdCount;
-    for (int n = 0; n < count;) {
+    for (int n = 0; n < count; ++n) {
+        const float inL = left[n];
+        const float inR = right[n];
         if (--countdown < 1) {
-            countdown = holdLength(rates[n] * scale, std::max(std::fabs(left[n]), std::fabs(right[n])));
-            heldL = left[n];
-            heldR = right[n];
+            // A hold taken on silence lasts one sample, so the staircase starts with the music and not with
+            // however long the slot ran before it.
+            const bool silent = inL == 0.0f && inR == 0.0f;
+            countdown = silent ? 0 : holdLength(rates[n] * scale, std::max(std::fabs(inL), std::fabs(inR)));
+            sourceL = inL;
+            sourceR = inR;
+            heldL = inL - (firstL + firstL - secondL);
+            heldR = inR - (firstR + firstR - secondR);
         }
+        firstL += a * ((sourceL - inL) - firstL);
+        firstR += a * ((sourceR - inR) - firstR);
+        secondL += a * (firstL - secondL);
+        secondR += a * (firstR - secondR);
         left[n] = gainL[n] * heldL;
         right[n] = gainR[n] * heldR;
         heldL *= decay;
         heldR *= decay;
-        ++n;
-        // The samples up to the next reload repeat the held values; without decay that loop vectorises.
-        const int end = n + std::min(count - n, std::max(countdown - 1, 0));
-        countdown -= end - n;
-        if (decay == 1.0f) {
-            for (; n < end; ++n) {
-                left[n] = gainL[n] * heldL;
-                right[n] = gainR[n] * heldR;
-            }
-        } else {
-            for (; n < end; ++n) {
-                left[n] = gainL[n] * heldL;
-                right[n] = gainR[n] * heldR;
-                heldL *= decay;
-                heldR *= decay;
-            }
-        }
     }
+    constexpr float kQuiet = 1e-9f;
+    const bool quiet = std::fabs(firstL) < kQuiet && std::fabs(secondL) < kQuiet &&
+                       std::fabs(firstR) < kQuiet && std::fabs(secondR) < kQuiet;
+    drift = quiet ? std::array<float, 4>{} : std::array<float, 4>{firstL, secondL, firstR, secondR};
     holdL = heldL;
     holdR = heldR;
+    rawL = sourceL;
+    rawR = sourceR;
     holdCount = countdown;
 }
 

@@ -3,6 +3,7 @@
 #include "effects/framework/AFEffect.h"
 #include "effects/framework/ParamRamp.h"
 
+#include <array>
 #include <cstdint>
 
 // Levelizer: a bit crusher and a sample-rate reducer in front of a gain and pan stage.
@@ -36,6 +37,8 @@ public:
     static constexpr double kDynamicFloor = 0.25;
     // Per-sample decay of the held values with "Absurd".
     static constexpr float kAbsurdDecay = 0.95f;
+    // Below this the hold's error is taken out of the held values.
+    static constexpr float kDriftHz = 20.0f;
 
 private:
     void processBlock(float* left, float* right, int count) noexcept;
@@ -48,6 +51,12 @@ private:
     ParamRamp rate;
     float holdL = 0.0f;
     float holdR = 0.0f;
+    // The input samples the hold took, before the correction.
+    float rawL = 0.0f;
+    float rawR = 0.0f;
+    // Two one-poles per channel over the hold's error: left first, left second, right first, right second.
+    std::array<float, 4> drift{};
+    float driftCoefficient = 0.0f;
     int32_t holdCount = 0;
     int32_t crushMode = 0;
     int32_t holdMode = 0;

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <numbers>
 #include <span>
 
 namespace {
@@ -36,6 +37,10 @@ constexpr Grid kGrids[] = {
 // The lowest note a comb reaches: knob at 0, no transposition. Fixes the longest delay.
 constexpr int kLowestNote = 24;
 constexpr float kGlide = 0.1f;
+// Fastest delay change per sample that is still heard as a glide; beyond it the read crossfades.
+constexpr double kFastestSweep = 1.0;
+// Corner of the DC blocker in the feedback paths, below the lowest comb note (4.09 Hz).
+constexpr float kBlockHz = 2.0f;
 
 float snapToGrid(float x, const Grid& grid) noexcept {
     const float octave = std::floor(x / 12.0f);
@@ -167,6 +172,10 @@ void AFTonalizer::reset() {
     writeIndex = 0;
     holdGate = 0.0f;
     sweepPhase = 0.5f;
+    fadeBlend = {1.0f, 1.0f};
+    blockIn = {};
+    blockOut = {};
+    blockPole = 1.0f - 2.0f * std::numbers::pi_v<float> * kBlockHz / lineRate;
     feedback.jump();
     const int t = transposition();
     delayL.setTarget(delayFor(noteFor(parameterValues[0], scaleL, t)));
@@ -186,21 +195,39 @@ void AFTonalizer::controlTick() noexcept {
     feedback.controlTick();
 
     const int t = transposition();
-    auto retune = [&](ParamRamp& delay, float v, int32_t scale) noexcept {
+    auto retune = [&](ParamRamp& delay, float v, int32_t scale, int side) noexcept {
         const double translated = delayFor(noteFor(v, scale, t));
         const double current = delay.getCurrent();
         delay.setTarget(scale > 0 ? current + (translated - current) * kGlide : translated);
         delay.controlTick();
+        crossfadeLargeMove(delay, side);
     };
-    retune(delayL, parameterValues[0], scaleL);
-    retune(delayR, parameterValues[1], scaleR);
+    retune(delayL, parameterValues[0], scaleL, 0);
+    retune(delayR, parameterValues[1], scaleR, 1);
+    fadeStep = 1.0f / static_cast<float>(systemInfo->controlInterval);
 
     const float rate = -1.0f / ((systemInfo->sampleRate / 44100.0f) * 64.0f);
     holdRate = holdMode != kRootnote && parameterValues[3] > 0.5f ? -rate : rate;
     sweepStep = 1.0f / systemInfo->samplesPerBeat;
 }
 
+void AFTonalizer::crossfadeLargeMove(ParamRamp& delay, int side) noexcept {
+    if (std::fabs(delay.getIncrement()) <= kFastestSweep) return;
+    const auto s = static_cast<std::size_t>(side);
+    fadeFrom[s] = delay.getCurrent();
+    fadeBlend[s] = 0.0f;
+    delay.jump();
+}
+
 void AFTonalizer::process(float* left, float* right, int count) noexcept {
+    if (fadeBlend[0] < 1.0f || fadeBlend[1] < 1.0f)
+        run<true>(left, right, count);
+    else
+        run<false>(left, right, count);
+}
+
+template <bool Crossfade>
+void AFTonalizer::run(float* left, float* right, int count) noexcept {
     float* const bufL = lineL.data();
     float* const bufR = lineR.data();
     const int length = lineLength;
@@ -210,6 +237,7 @@ void AFTonalizer::process(float* left, float* right, int count) noexcept {
     const bool sweep = holdMode == kSweep;
     const float rate = holdRate;
     const float step = sweepStep;
+    const float pole = blockPole;
 
     // Local copies: the line stores could alias members and would force every state through memory.
     ParamRamp fbRamp = feedback;
@@ -218,6 +246,13 @@ void AFTonalizer::process(float* left, float* right, int count) noexcept {
     float gate = holdGate;
     float phase = sweepPhase;
     int w = writeIndex;
+    float inL = blockIn[0];
+    float inR = blockIn[1];
+    float outL = blockOut[0];
+    float outR = blockOut[1];
+    float blendL = fadeBlend[0];
+    float blendR = fadeBlend[1];
+    const float blendStep = fadeStep;
 
     auto read = [&](const float* buf, double delay) noexcept {
         double p = static_cast<double>(w) - delay;
@@ -229,6 +264,13 @@ void AFTonalizer::process(float* left, float* right, int count) noexcept {
         return buf[i] + (buf[j] - buf[i]) * frac;
     };
     auto clampDelay = [maxDelay](double d) noexcept { return d > 1.0 ? (d < maxDelay ? d : maxDelay) : 1.0; };
+    auto blended = [&](const float* buf, double delay, double from, float& blend) noexcept {
+        const float now = read(buf, delay);
+        if (blend >= 1.0f) return now;
+        blend = std::min(blend + blendStep, 1.0f);
+        const float before = read(buf, clampDelay(from));
+        return before + (now - before) * blend;
+    };
 
     for (int n = 0; n < count; ++n) {
         const auto level = static_cast<float>(fbRamp.advance());
@@ -251,10 +293,21 @@ void AFTonalizer::process(float* left, float* right, int count) noexcept {
             gain *= (s - 1.0f) * gate + 1.0f;
         }
 
-        const float rL = read(bufL, dL);
-        const float rR = read(bufR, dR);
-        const float yL = rL * fb + left[n];
-        const float yR = rR * fb + right[n];
+        float rL;
+        float rR;
+        if constexpr (Crossfade) {
+            rL = blended(bufL, dL, fadeFrom[0], blendL);
+            rR = blended(bufR, dR, fadeFrom[1], blendR);
+        } else {
+            rL = read(bufL, dL);
+            rR = read(bufR, dR);
+        }
+        outL = rL - inL + pole * outL;
+        outR = rR - inR + pole * outR;
+        inL = rL;
+        inR = rR;
+        const float yL = outL * fb + left[n];
+        const float yR = outR * fb + right[n];
         bufL[w] = (rL - yL) * gate + yL;
         bufR[w] = (rR - yR) * gate + yR;
         left[n] = rL * gain;
@@ -268,6 +321,9 @@ void AFTonalizer::process(float* left, float* right, int count) noexcept {
     holdGate = gate;
     sweepPhase = phase;
     writeIndex = w;
+    blockIn = {inL, inR};
+    blockOut = {outL, outR};
+    fadeBlend = {blendL, blendR};
 }
 
 void AFTonalizer::formatParameter(int index, float value, char* text) {

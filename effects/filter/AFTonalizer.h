@@ -44,6 +44,10 @@ private:
     double delayFor(float note) const noexcept;
     int transposition() const noexcept;
     void updateLineLength() noexcept;
+    // Starts a crossfade to the ramp's new target when the ramp would sweep the read too fast.
+    void crossfadeLargeMove(ParamRamp& delay, int side) noexcept;
+    template <bool Crossfade>
+    void run(float* left, float* right, int count) noexcept;
 
     std::vector<float> lineL;
     std::vector<float> lineR;
@@ -53,6 +57,16 @@ private:
     ParamRamp delayL;
     ParamRamp delayR;
     ParamRamp feedback;
+    // A delay move faster than the line plays would sweep its content past as a burst of noise; instead the
+    // read crossfades from the old delay to the new one over one tick. Left and right.
+    std::array<double, 2> fadeFrom{};
+    std::array<float, 2> fadeBlend{1.0f, 1.0f};
+    float fadeStep = 0.0f;
+    // DC blocker in each comb's feedback path: the combs would otherwise resonate at 0 Hz as at every
+    // harmonic.
+    std::array<float, 2> blockIn{};
+    std::array<float, 2> blockOut{};
+    float blockPole = 0.0f;
     float holdGate = 0.0f;
     float holdRate = 0.0f;
     float sweepPhase = 0.5f;

@@ -107,9 +107,12 @@ TEST_F(TonalizerFixture, CombPeriodFollowsTheNoteOfEachSide) {
         r[0] = 1.0f;
         run(*fx, params, l.data(), r.data(), count);
         const double fb = (0.3 + 1.0) * 0.5;
+        // Each pass through the loop's DC blocker adds a small negative tail behind the echo, which leans its
+        // centroid early by under a twentieth of a sample; the first echo has not passed it.
         for (int k = 1; k <= 3; ++k) {
-            EXPECT_NEAR(centroid(l, k * dL), k * dL, 2e-3 * k) << c.left << " echo " << k;
-            EXPECT_NEAR(centroid(r, k * dR), k * dR, 2e-3 * k) << c.right << " echo " << k;
+            const double tolerance = 2e-3 * k + 0.05 * (k - 1);
+            EXPECT_NEAR(centroid(l, k * dL), k * dL, tolerance) << c.left << " echo " << k;
+            EXPECT_NEAR(centroid(r, k * dR), k * dR, tolerance) << c.right << " echo " << k;
         }
         // First echo: the impulse itself scaled by the output gain 1.5 - feedback.
         double energy = 0.0;
@@ -269,8 +272,8 @@ TEST_F(TonalizerFixture, SweepPulsesTheFrozenSoundOncePerBeat) {
     auto fx = make(fill, {0, 0, 0, 1});
     std::vector<float> l(24000, 0.4f), r(24000, 0.4f);
     run(*fx, fill, l.data(), r.data(), l.size());
-    // fb 0.5: the comb holds 0.4 / (1 - 0.5) and the gain 1.5 - 0.5 shows it as 0.8.
-    EXPECT_NEAR(l.back(), 0.8f, 1e-4f);
+    // The comb does not resonate on DC: it holds 0.4, and the gain 1.5 - 0.5 shows it as 0.4.
+    EXPECT_NEAR(l.back(), 0.4f, 1e-4f);
     const double spb = system.samplesPerBeat;
     std::vector<float> hl(48000, 0.4f), hr(48000, 0.4f);
     run(*fx, hold, hl.data(), hr.data(), hl.size());
@@ -278,7 +281,7 @@ TEST_F(TonalizerFixture, SweepPulsesTheFrozenSoundOncePerBeat) {
         const double k = static_cast<double>(n + 1);
         const double gate = std::min(1.0, k / (64.0 * 48000.0 / 44100.0));
         const double s = 0.5 + 0.5 * std::sin(2.0 * M_PI * (0.5 + k / spb - 0.25));
-        ASSERT_NEAR(hl[n], 0.8 * ((s - 1.0) * gate + 1.0), 2e-3) << n;
+        ASSERT_NEAR(hl[n], 0.4 * ((s - 1.0) * gate + 1.0), 2e-3) << n;
         ASSERT_EQ(hl[n], hr[n]);
     }
     // Releasing the hold shuts the gate and rewinds the sweep: holding again starts the same pulse afresh.
@@ -370,4 +373,23 @@ TEST_F(TonalizerFixture, StaysBoundedAtDefaultFeedbackAndIsDeterministic) {
         run(*a, params, lc.data(), rc.data(), 20000);
         EXPECT_EQ(0, std::memcmp(la.data(), lc.data(), 20000 * sizeof(float))) << "activate starts afresh";
     }
+}
+
+TEST_F(TonalizerFixture, NoteDropAsTheSlotStopsIsNoClick) {
+    // A chord, then both notes fall two octaves in one tick, as when the Control falls to 0 and the slot
+    // fades out: no sample step may outgrow the ones the comb made before.
+    const Params played{0.4f, 0.4f, 0.85f, 0.25f};
+    auto fx = make(played);
+    std::vector<float> l(48640), r(l.size());
+    for (std::size_t n = 0; n < l.size(); ++n)
+        for (const float w : {0.0288f, 0.0363f, 0.0431f})
+            l[n] = r[n] += 0.08f * std::sin(w * static_cast<float>(n));
+    run(*fx, played, l.data(), r.data(), 48000);
+    run(*fx, {0.0f, 0.0f, 0.85f, 0.25f}, l.data() + 48000, r.data() + 48000, 640);
+    float before = 0.0f, after = 0.0f;
+    for (std::size_t n = 38400; n < l.size(); ++n) {
+        float& largest = n < 48000 ? before : after;
+        largest = std::max(largest, std::fabs(l[n] - l[n - 1]));
+    }
+    EXPECT_LT(after, 1.2f * before);
 }
