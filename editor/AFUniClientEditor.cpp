@@ -8,12 +8,17 @@
 #include "editor/AFFrame.h"
 #include "editor/AFKickButton.h"
 #include "editor/AFLayout.h"
+#include "editor/AFMappingEditor.h"
 #include "editor/AFPresetMenu.h"
 #include "editor/AFRequestServer.h"
 #include "editor/AFTextPainter.h"
+#include "editor/AboutView.h"
 #include "editor/DWFader.h"
 #include "editor/DictatorFader.h"
+#include "editor/DictatorView.h"
 #include "editor/EditView.h"
+#include "editor/MonsterView.h"
+#include "editor/SettingsView.h"
 #include "editor/ValDisp.h"
 #include "effects/framework/EffectFactory.h"
 #include "engine/AFCommandAttribute.h"
@@ -76,6 +81,7 @@ void AFUniClientEditor::close() {
     messageDisplay = nullptr;
     undoButton = redoButton = nullptr;
     positionDisplay = nullptr;
+    monsterView = nullptr;
     frame.reset();
 }
 
@@ -117,24 +123,41 @@ void AFUniClientEditor::build() {
         ->addView(std::make_unique<A2ValueDisplay>(AFRect::ofSize(700.0, 4.0, 160.0, 16.0), 11.0, L::kAccent,
                                                    AFTextPainter::kLeft, true))
         ->setText("DICTATOR");
-    frame->addView(std::make_unique<DictatorFader>(
-        AFRect::ofSize(700.0, 24.0, L::kFaderWidth, L::kFaderHeight), this, AFUniClient::kDictator,
-        bitmaps.get(B::kDictatorTrack), bitmaps.get(B::kDictatorHandle),
-        valuePointer(AFUniClient::kDictator)));
+    frame
+        ->addView(std::make_unique<DictatorFader>(
+            AFRect::ofSize(700.0, 24.0, L::kFaderWidth, L::kFaderHeight), this, AFUniClient::kDictator,
+            bitmaps.get(B::kDictatorTrack), bitmaps.get(B::kDictatorHandle),
+            valuePointer(AFUniClient::kDictator)))
+        ->setMenu(learnMenu);
     positionDisplay = frame->addView(std::make_unique<ValDisp>(AFRect::ofSize(830.0, 4.0, 30.0, 16.0), 11.0,
                                                                L::kAccent, AFTextPainter::kRight, true));
     frame
         ->addView(std::make_unique<A2ValueDisplay>(AFRect::ofSize(900.0, 4.0, 160.0, 16.0), 11.0, 0x7FD4FF,
                                                    AFTextPainter::kLeft, true))
         ->setText("MASTER DRY/WET");
-    frame->addView(std::make_unique<DWFader>(
-        AFRect::ofSize(900.0, 24.0, L::kFaderWidth, L::kFaderHeight), this, AFUniClient::kDryWet,
-        bitmaps.get(B::kDryWetTrack), bitmaps.get(B::kDryWetHandle), valuePointer(AFUniClient::kDryWet)));
+    frame
+        ->addView(std::make_unique<DWFader>(
+            AFRect::ofSize(900.0, 24.0, L::kFaderWidth, L::kFaderHeight), this, AFUniClient::kDryWet,
+            bitmaps.get(B::kDryWetTrack), bitmaps.get(B::kDryWetHandle), valuePointer(AFUniClient::kDryWet)))
+        ->setMenu(learnMenu);
 
+    auto monster = std::make_unique<MonsterView>();
+    auto strips = std::make_unique<AFViewContainer>(MonsterView::pageRect());
     for (int slot = 0; slot < AFUniClient::kSlots; ++slot)
-        editViews[static_cast<std::size_t>(slot)] = frame->addView(std::make_unique<EditView>(*this, slot));
+        editViews[static_cast<std::size_t>(slot)] = strips->addView(std::make_unique<EditView>(*this, slot));
+    monster->addPage("main", std::move(strips));
+    monster->addPage("modulators", std::make_unique<AFViewContainer>(MonsterView::pageRect()));
+    monster->addPage("dictator", std::make_unique<DictatorView>(*this, MonsterView::pageRect()));
+    monster->addPage("midi", std::make_unique<AFMappingEditor>(*this, MonsterView::pageRect()));
+    monster->addPage("settings", std::make_unique<SettingsView>(client, MonsterView::pageRect()));
+    monster->addPage("about", std::make_unique<AboutView>(MonsterView::pageRect()));
+    monsterView = frame->addView(std::move(monster));
     // The shared menus go last so that they pop up above the strips.
     frame->invalidRect(frame->getViewSize());
+}
+
+bool AFUniClientEditor::showPage(const std::string& name) {
+    return monsterView != nullptr && monsterView->showPage(name);
 }
 
 void AFUniClientEditor::idle(double nowMs) {
@@ -291,6 +314,7 @@ void AFUniClientEditor::valueChanged(AFControl* control) {
     const auto menuValue = [control] { return static_cast<int>(control->getValue()); };
     if (tag == kTagLearn) {
         auto* menu = static_cast<AFOptionMenu*>(control);
+        AFMappingEditor::rememberBindings(client);
         if (menuValue() == 0)
             client.setLearnTarget(menu->getCallerTag());
         else

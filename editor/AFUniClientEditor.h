@@ -22,6 +22,7 @@ class AFKickButton;
 class AFOptionMenu;
 class AFPresetMenu;
 class EditView;
+class MonsterView;
 class ValDisp;
 
 // The plug-in's editor: one fixed-size frame with the eight slot strips, the global preset menu, undo and
@@ -85,6 +86,7 @@ public:
     // For the views.
     AFUniClient& getClient() const noexcept { return client; }
     const AFBitmapStore& getBitmaps() const noexcept { return bitmaps; }
+    AFEditorHost& getHost() const noexcept { return host; }
     AFOptionMenu* getLearnMenu() const noexcept { return learnMenu; }
     AFOptionMenu* getCurveMenu() const noexcept { return curveMenu; }
     float* valuePointer(int index);
@@ -93,6 +95,9 @@ public:
     EditView* getEditView(int slot) const { return editViews[static_cast<std::size_t>(slot)]; }
     AFPresetMenu* getGlobalPresetMenu() const noexcept { return globalPresetMenu; }
     std::string manualPath() const;
+    // Shows the page of that name below the top bar ("main" holds the slot strips); false for no such page.
+    bool showPage(const std::string& name);
+    MonsterView* getMonsterView() const noexcept { return monsterView; }
 
 private:
     void build();
@@ -118,6 +123,7 @@ private:
     AFKickButton* undoButton = nullptr;
     AFKickButton* redoButton = nullptr;
     ValDisp* positionDisplay = nullptr;
+    MonsterView* monsterView = nullptr;
     std::mutex messageMutex;
     std::string pendingMessage;
     bool messageWaiting = false;

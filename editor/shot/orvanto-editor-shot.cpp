@@ -1,5 +1,5 @@
 // Draws the editor for a given state into a PNG, with no display: orvanto-editor-shot [--state FILE]
-// [--preset FILE[@SLOT]] [--scale S] -o FILE.png
+// [--preset FILE[@SLOT]] [--scale S] [--page PAGE] -o FILE.png
 #include "editor/AFEditorHost.h"
 #include "editor/AFEditorSnapshot.h"
 #include "editor/AFUniClientEditor.h"
@@ -29,7 +29,9 @@ intptr_t answer(AFPluginBase*, int32_t opcode, int32_t, intptr_t, void* ptr, flo
 int usage() {
     std::fprintf(
         stderr,
-        "usage: orvanto-editor-shot [--state FILE] [--preset FILE[@SLOT]]... [--scale S] -o FILE.png\n");
+        "usage: orvanto-editor-shot [--state FILE] [--preset FILE[@SLOT]]... [--scale S] [--page PAGE] -o "
+        "FILE.png\n"
+        "pages: main, modulators, dictator, midi, settings, about\n");
     return 2;
 }
 
@@ -60,6 +62,7 @@ int main(int argc, char** argv) {
     std::vector<std::string> presets;
     std::string output;
     double scale = 1.0;
+    std::string page = "main";
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
         if (i + 1 >= argc) return usage();
@@ -69,6 +72,8 @@ int main(int argc, char** argv) {
             presets.emplace_back(argv[++i]);
         else if (arg == "--scale")
             scale = std::atof(argv[++i]);
+        else if (arg == "--page")
+            page = argv[++i];
         else if (arg == "-o")
             output = argv[++i];
         else
@@ -105,6 +110,10 @@ int main(int argc, char** argv) {
         AFEditorHost host;
         AFUniClientEditor editor(client, host);
         editor.open();
+        if (!editor.showPage(page)) {
+            std::fprintf(stderr, "orvanto-editor-shot: no page %s\n", page.c_str());
+            return usage();
+        }
         editor.idle(0.0);
         written = AFEditorSnapshot::write(editor, scale, output);
     }
