@@ -31,11 +31,18 @@ bool sameBindings(const std::vector<AFMappingEditor::Binding>& a,
 
 // The map as MIDI map files hold it, with the aftertouch list after it, for the undo snapshots.
 void writeBindings(const AFMidiBindings& bindings, AFChunk& chunk) {
-    bindings.writeMapBody(chunk);
-    const auto& aftertouch = bindings.aftertouch();
-    chunk.writeInt(aftertouch.size());
-    for (int i = 0; i < aftertouch.size(); ++i)
-        chunk.writeInt(aftertouch[i]);
+    const auto body = [&bindings, &chunk] {
+        bindings.writeMapBody(chunk);
+        const auto& aftertouch = bindings.aftertouch();
+        chunk.writeInt(aftertouch.size());
+        for (int i = 0; i < aftertouch.size(); ++i)
+            chunk.writeInt(aftertouch[i]);
+    };
+    // Counted first, then written into a chunk of that size.
+    chunk.rewindToWrite();
+    body();
+    chunk.allocateCounted();
+    body();
 }
 
 bool readBindings(AFMidiBindings& bindings, AFChunk& chunk) {

@@ -123,23 +123,21 @@ void AFUniClientEditor::build() {
         ->addView(std::make_unique<A2ValueDisplay>(AFRect::ofSize(700.0, 4.0, 160.0, 16.0), 11.0, L::kAccent,
                                                    AFTextPainter::kLeft, true))
         ->setText("DICTATOR");
-    frame
-        ->addView(std::make_unique<DictatorFader>(
-            AFRect::ofSize(700.0, 24.0, L::kFaderWidth, L::kFaderHeight), this, AFUniClient::kDictator,
-            bitmaps.get(B::kDictatorTrack), bitmaps.get(B::kDictatorHandle),
-            valuePointer(AFUniClient::kDictator)))
-        ->setMenu(learnMenu);
+    frame->addView(std::make_unique<DictatorFader>(
+        AFRect::ofSize(700.0, 24.0, L::kFaderWidth, L::kFaderHeight), this, AFUniClient::kDictator,
+        bitmaps.get(B::kDictatorTrack), bitmaps.get(B::kDictatorHandle),
+        valuePointer(AFUniClient::kDictator)));
     positionDisplay = frame->addView(std::make_unique<ValDisp>(AFRect::ofSize(830.0, 4.0, 30.0, 16.0), 11.0,
                                                                L::kAccent, AFTextPainter::kRight, true));
     frame
         ->addView(std::make_unique<A2ValueDisplay>(AFRect::ofSize(900.0, 4.0, 160.0, 16.0), 11.0, 0x7FD4FF,
                                                    AFTextPainter::kLeft, true))
         ->setText("MASTER DRY/WET");
-    frame
-        ->addView(std::make_unique<DWFader>(
-            AFRect::ofSize(900.0, 24.0, L::kFaderWidth, L::kFaderHeight), this, AFUniClient::kDryWet,
-            bitmaps.get(B::kDryWetTrack), bitmaps.get(B::kDryWetHandle), valuePointer(AFUniClient::kDryWet)))
-        ->setMenu(learnMenu);
+    frame->addView(std::make_unique<DWFader>(
+        AFRect::ofSize(900.0, 24.0, L::kFaderWidth, L::kFaderHeight), this, AFUniClient::kDryWet,
+        bitmaps.get(B::kDryWetTrack), bitmaps.get(B::kDryWetHandle), valuePointer(AFUniClient::kDryWet)));
+    for (std::size_t i = 0; i < frame->getNbViews(); ++i)
+        if (auto* fader = dynamic_cast<AFFader*>(frame->getView(i))) fader->setMenu(learnMenu);
 
     auto monster = std::make_unique<MonsterView>();
     auto strips = std::make_unique<AFViewContainer>(MonsterView::pageRect());
