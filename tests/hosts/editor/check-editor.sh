@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Opens the editor in a real window under Xvfb and plays it with xdotool: the JACK standalone against a
 # private dummy JACK server, or the LV2 UI in jalv.gtk3. Checks that the window shows the frame, that a
-# dragged Control starts its slot (the lamp lights), and that an effect picked from the menu reaches the slot
-# (its header changes).
+# dragged Control starts its slot (the lamp lights), that an effect picked from the menu reaches the slot
+# (its header changes), and that a key frame placed on the Dictator page plays when the Dictator moves.
 #
 #   check-editor.sh jack <orvanto-jack> <content tree> <screenshot folder>
 #   check-editor.sh lv2 <orvanto.lv2 bundle> <content tree> <screenshot folder>
@@ -144,4 +144,27 @@ sleep 0.6
 shot picked
 after=$(convert "$shots/$mode-picked.png" -crop 140x28+155+73 +repage -format '%#' info:)
 [ "$before" != "$after" ] || fail "slot 2's header did not change after the effect was picked"
-echo "PASS: $mode editor opened, a Control drag started its slot, an effect pick reached slot 2"
+# The Dictator page by its tab: row 3 cleared (the loaded preset may hold key frames), then a key frame placed
+# at node 8 (cell 8 from the bottom, value 0.5) shows in slot 3's colour. Back on the main page, the Dictator at a quarter of its travel plays that row:
+# Control 3 rises to 0.25 and slot 3 starts (its lamp lights), which only the engine's table can do.
+xdotool mousemove --window "$window" 892 56 click 1
+sleep 0.4
+xdotool mousemove --window "$window" 342 444 click 1
+sleep 0.4
+shot dictator
+read -r r0 g0 b0 <<<"$(colour dictator 40x8+320+276)"
+xdotool mousemove --window "$window" 375 280 click 1
+sleep 0.4
+shot keyframe
+read -r r1 g1 b1 <<<"$(colour keyframe 40x8+320+276)"
+[ "$r1" -gt $((r0 + 80)) ] || fail "no key frame drawn in row 3: $r0 $g0 $b0 -> $r1 $g1 $b1"
+xdotool mousemove --window "$window" 724 56 click 1
+sleep 0.4
+shot back
+read -r r0 g0 b0 <<<"$(colour back 10x10+313+108)"
+xdotool mousemove --window "$window" 744 35 click 1
+sleep 0.8
+shot played
+read -r r1 g1 b1 <<<"$(colour played 10x10+313+108)"
+[ "$g1" -gt $((g0 + 60)) ] || fail "the Dictator did not start slot 3 from its key frame: lamp $r0 $g0 $b0 -> $r1 $g1 $b1"
+echo "PASS: $mode editor opened, a Control drag started its slot, an effect pick reached slot 2, a key frame played"
