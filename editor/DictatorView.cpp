@@ -61,10 +61,6 @@ DictatorView::DictatorView(AFUniClientEditor& editor, const AFRect& size)
     onIdle();
 }
 
-AFRect DictatorView::rowsArea() const {
-    return AFRect{size.left, kRowsTop - 30.0, size.right, kRowsTop + KeyFrameHandlerView::kHeight};
-}
-
 void DictatorView::rememberRows() {
     client.getHistory().add(std::make_unique<AFCommandRememberDictatorChunk>(client));
 }
@@ -175,7 +171,14 @@ void DictatorView::drawBackground(cairo_t* cr) {
     AFTextPainter::setColour(cr, L::kStage);
     cairo_rectangle(cr, size.left, size.top, size.width(), size.height());
     cairo_fill(cr);
-    for (int r = 0; r < AFUniClient::kSlots; ++r) {
+    // Text costs even where it is clipped away: the moving position line repaints thin bands only.
+    double x1 = 0.0, y1 = 0.0, x2 = 0.0, y2 = 0.0;
+    cairo_clip_extents(cr, &x1, &y1, &x2, &y2);
+    const AFRect clip{x1, y1, x2, y2};
+    const double helpTop = kRowsTop + KeyFrameHandlerView::kHeight + 44.0;
+    for (int r = 0;
+         r < AFUniClient::kSlots && clip.intersects(AFRect{size.left, kRowsTop - 30.0, size.right, kRowsTop});
+         ++r) {
         const AFRect header = AFRect::ofSize(r * L::kSlotWidth + kColumnInset, kRowsTop - 28.0,
                                              L::kSlotWidth - 2.0 * kColumnInset, 22.0);
         AFTextPainter::setColour(cr, L::slotColour(r));
@@ -189,7 +192,8 @@ void DictatorView::drawBackground(cairo_t* cr) {
         AFTextPainter::draw(cr, text, header.inset(0.0, 2.0), 12.0, L::slotColour(r), AFTextPainter::kLeft,
                             true);
     }
-    const double top = kRowsTop + KeyFrameHandlerView::kHeight + 44.0;
+    if (!clip.intersects(AFRect{size.left, helpTop, size.right, helpTop + 80.0})) return;
+    const double top = helpTop;
     const char* lines[] = {
         "Each column is one Control's row; node 16 is at the top, where the Dictator ends its travel.",
         "Click an empty node to place a key frame at 0.5, or a key frame to pick it; drag up and down to set "
@@ -209,26 +213,34 @@ void DictatorView::onIdle() {
     recordButton->setValue(client.isDictatorRecord() ? 1.0f : 0.0f);
     lockButton->setValue(client.isBatch() ? 1.0f : 0.0f);
     if (presetMenu->getFolder().empty()) presetMenu->setFolder(client.getContentPaths().dictatorSavePath());
-    bool changed = false;
+    AFFrame* frame = isVisible() ? getFrame() : nullptr;
+    const auto repaint = [frame](const AFRect& rect) {
+        if (frame != nullptr) frame->invalidRect(rect);
+    };
+    // A moving Dictator repaints only the bands of its old and new line across the rows.
     const float dictator = client.getParameter(AFUniClient::kDictator);
     if (dictator != shownDictator) {
+        repaint(positionBand(shownDictator));
+        repaint(positionBand(dictator));
         shownDictator = dictator;
-        changed = true;
     }
     for (int r = 0; r < AFUniClient::kSlots; ++r) {
         const int type = client.getSlot(r).getEffectType();
         if (type != shownEffects[static_cast<std::size_t>(r)]) {
             shownEffects[static_cast<std::size_t>(r)] = type;
-            changed = true;
+            repaint(AFRect{size.left, kRowsTop - 30.0, size.right, kRowsTop});
         }
         auto& shown = shownRows[static_cast<std::size_t>(r)];
         for (int n = 0; n < AFDictator::kNodes; ++n) {
             const AFDictator::Node& node = client.getDictator().node(r, n);
             if (sameNodes(node, shown[static_cast<std::size_t>(n)])) continue;
             shown[static_cast<std::size_t>(n)] = node;
-            changed = true;
+            repaint(rows[static_cast<std::size_t>(r)]->getViewSize());
         }
     }
-    if (changed && isVisible())
-        if (AFFrame* frame = getFrame()) frame->invalidRect(rowsArea());
+}
+
+AFRect DictatorView::positionBand(float dictator) const {
+    const double y = rows[0]->positionY(dictator);
+    return AFRect{size.left, y - 7.0, size.right, y + 7.0};
 }

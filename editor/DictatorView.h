@@ -42,7 +42,8 @@ private:
     void presetCommand();
     void loadPreset(const std::string& path);
     void rememberRows();
-    AFRect rowsArea() const;
+    // The strip the Dictator's position line takes across the rows at a Dictator value.
+    AFRect positionBand(float dictator) const;
 
     AFUniClientEditor& editor;
     AFUniClient& client;

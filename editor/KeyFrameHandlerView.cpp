@@ -18,6 +18,11 @@ int KeyFrameHandlerView::cellAt(double y) const noexcept {
            (static_cast<int>(std::floor(y)) - static_cast<int>(std::floor(size.top))) / kCellHeight;
 }
 
+double KeyFrameHandlerView::positionY(float dictator) const noexcept {
+    const float travel = std::clamp(dictator, 0.0f, 1.0f) * 15.999f;
+    return size.top + (kCells - 0.5 - static_cast<double>(travel)) * kCellHeight;
+}
+
 void KeyFrameHandlerView::pushCommand() {
     client.getHistory().add(std::make_unique<AFCommandRememberDictatorChunk>(client));
 }
@@ -110,10 +115,8 @@ void KeyFrameHandlerView::draw(cairo_t* cr) {
         if (node.last) ended = true;
     }
 
-    // Where the Dictator plays now: between the centre of its node and the next one's.
     const float dictator = client.getParameter(AFUniClient::kDictator);
-    const float travel = std::clamp(dictator, 0.0f, 1.0f) * 15.999f;
-    const double y = cellTop(0) + kCellHeight * 0.5 - travel * kCellHeight;
+    const double y = positionY(dictator);
     AFTextPainter::setColour(cr, AFLayout::kAccent);
     cairo_set_line_width(cr, 2.0);
     cairo_move_to(cr, size.left, y);

@@ -26,6 +26,8 @@ public:
     void onMouseUp(const AFMouseEvent& event) override;
     void draw(cairo_t* cr) override;
 
+    // The y of the Dictator's position line: the centre of its node moved on by the fraction.
+    double positionY(float dictator) const noexcept;
     // The cell under a y inside the view.
     int cellAt(double y) const noexcept;
     int getActiveCell() const noexcept { return activeCell; }
