@@ -341,7 +341,8 @@ void AFMappingEditor::draw(cairo_t* cr) {
         P::draw(cr, line, AFRect::ofSize(row.left + 4.0, row.top, 126.0, kRowHeight), 11.0, colour, P::kLeft,
                 true);
         if (b.source == kNote) {
-            std::snprintf(line, sizeof line, "%s%d", name, b.number / 12 - 1);
+            // Middle C (note 60) is C3, as the factory maps name their pads.
+            std::snprintf(line, sizeof line, "%s%d", name, b.number / 12 - 2);
             name = line;
         }
         P::draw(cr, name, AFRect::ofSize(row.left + 134.0, row.top, 110.0, kRowHeight), 11.0, colour,

@@ -315,8 +315,8 @@ void AFUniClientEditor::valueChanged(AFControl* control) {
         AFMappingEditor::rememberBindings(client);
         if (menuValue() == 0)
             client.setLearnTarget(menu->getCallerTag());
-        else
-            client.getMidiBindings().removeParameter(menu->getCallerTag());
+        else if (!client.getMidiBindings().removeParameter(menu->getCallerTag()))
+            showMessage("The audio did not pause for the MIDI bindings; the binding stays. Try again.");
         return;
     }
     if (tag == kTagCurveMenu) {
