@@ -159,6 +159,12 @@ TEST_F(EditorPagesTest, KeyFrameMouseRulesEditTheRowOneUndoStepEach) {
     EXPECT_FALSE(dictator.node(2, 0).set);
     editor.undo();
     EXPECT_TRUE(dictator.node(2, 10).set);
+
+    // Lock is the batch flag, undone like any attribute.
+    click(page->getLockButton()->getViewSize());
+    EXPECT_TRUE(client.isBatch());
+    editor.undo();
+    EXPECT_FALSE(client.isBatch());
 }
 
 TEST_F(EditorPagesTest, DictatorPresetSavedAndLoadedFromThePage) {
