@@ -10,7 +10,7 @@ AFTextButton::AFTextButton(const AFRect& size, AFControlListener* listener, int 
     : AFControl(size, listener, tag), text(std::move(text)), kind(kind), lit(AFLayout::kAccent) {}
 
 bool AFTextButton::onMouseDown(const AFMouseEvent& event) {
-    if (!enabled || !size.contains(event.x, event.y)) return false;
+    if (!size.contains(event.x, event.y)) return false;
     if (kind == kToggle) {
         value = value > 0.5f ? 0.0f : 1.0f;
         invalid();
@@ -35,22 +35,16 @@ void AFTextButton::setText(const std::string& newText) {
     invalid();
 }
 
-void AFTextButton::setEnabled(bool on) {
-    if (on == enabled) return;
-    enabled = on;
-    invalid();
-}
-
 void AFTextButton::draw(cairo_t* cr) {
     const bool on = value > 0.5f;
     const bool litToggle = kind == kToggle && on;
     AFTextPainter::roundedRect(cr, size.inset(0.5, 0.5), 4.0);
     AFTextPainter::setColour(cr, litToggle ? lit : (on ? 0x3A4150 : 0x262B36));
     cairo_fill_preserve(cr);
-    AFTextPainter::setColour(cr, enabled ? 0x5A6478 : 0x343A46);
+    AFTextPainter::setColour(cr, 0x5A6478);
     cairo_set_line_width(cr, 1.0);
     cairo_stroke(cr);
-    const uint32_t colour = !enabled ? 0x5A6170 : (litToggle ? AFLayout::kStage : AFLayout::kText);
+    const uint32_t colour = litToggle ? AFLayout::kStage : AFLayout::kText;
     const std::string& word = kind == kToggle && !on && !offText.empty() ? offText : text;
     AFTextPainter::draw(cr, word.c_str(), size.inset(4.0, 0.0), 11.0, colour, AFTextPainter::kCenter, true);
 }

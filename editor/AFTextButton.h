@@ -18,8 +18,6 @@ public:
     void onMouseUp(const AFMouseEvent& event) override;
     void draw(cairo_t* cr) override;
     void setText(const std::string& newText);
-    void setEnabled(bool on);
-    bool isEnabled() const noexcept { return enabled; }
     // A toggle's word while it is off; without one it shows its word in both states.
     void setOffText(const std::string& word) { offText = word; }
     // The colour of a lit toggle.
@@ -29,6 +27,5 @@ private:
     std::string text;
     std::string offText;
     Kind kind;
-    bool enabled = true;
     uint32_t lit;
 };

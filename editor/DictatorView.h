@@ -28,7 +28,6 @@ public:
     AFPresetMenu* getPresetMenu() const noexcept { return presetMenu; }
     AFTextButton* getClearButton(int row) const { return clearButtons[static_cast<std::size_t>(row)]; }
     AFTextButton* getRandomButton(int row) const { return randomButtons[static_cast<std::size_t>(row)]; }
-    AFTextButton* getRecordButton() const noexcept { return recordButton; }
     AFTextButton* getLockButton() const noexcept { return lockButton; }
 
     void valueChanged(AFControl* control) override;

@@ -32,7 +32,6 @@ public:
     int cellAt(double y) const noexcept;
     int getActiveCell() const noexcept { return activeCell; }
     bool isFineDrag() const noexcept { return fineDrag; }
-    bool isDragging() const noexcept { return dragging; }
     int getRow() const noexcept { return row; }
 
 private:
