@@ -4,7 +4,6 @@
 #include "editor/AFFrame.h"
 #include "editor/AFLayout.h"
 #include "editor/AFUniClientEditor.h"
-#include "editor/EditView.h"
 #include "editor/ModulatorView.h"
 #include "engine/KnobEngine.h"
 #include "modulation/AFLfo.h"
@@ -54,7 +53,10 @@ BENCHMARK(BM_EditorOpenToFirstFrame)->Unit(benchmark::kMillisecond)->UseRealTime
 
 // The GUI thread's work per timer period: the timer, the idle pass and redrawing what changed. The audio of
 // the period runs outside the timing. gui_cpu_percent is that work as a share of one core.
-void editorTicks(benchmark::State& state, bool running, bool modulators = false) {
+// With `sweepDictator` the host moves the Dictator a little every period, so its position line moves on the
+// page shown.
+void editorTicks(benchmark::State& state, bool running, const char* page = "main",
+                 bool sweepDictator = false) {
     bench::Rig rig(kBlock);
     if (running)
         for (int slot = 0; slot < AFUniClient::kSlots; ++slot) {
@@ -64,28 +66,33 @@ void editorTicks(benchmark::State& state, bool running, bool modulators = false)
             rig.client->setParameter(base + KnobEngine::kLfo2Amount, 0.4f);
             rig.client->setParameter(base + KnobEngine::kEfAmount, 0.5f);
             rig.client->setParameter(base + KnobEngine::kLfoRate, 0.7f);
-            if (modulators) rig.client->getSlot(slot).getLfo(1)->setWaveform(13);
+            if (std::string(page) == "modulators") rig.client->getSlot(slot).getLfo(1)->setWaveform(13);
+        }
+    if (sweepDictator)
+        for (int row = 0; row < AFUniClient::kSlots; ++row) {
+            rig.client->getDictator().randomise(row);
+            rig.client->getDictator().rebuild(row);
         }
     for (int i = 0; i < 64; ++i)
         rig.step();
     AFEditorHost host;
     AFUniClientEditor editor(*rig.client, host);
     editor.open();
-    if (modulators) {
-        // The modulator page in place of the strips, LFO 1 on its wave view and LFO 2 on its step view.
-        for (int slot = 0; slot < AFUniClient::kSlots; ++slot)
-            editor.getEditView(slot)->setVisible(false);
-        editor.getFrame()->addView(editor.takeModulatorView());
-    }
+    editor.showPage(page);
     Backbuffer buffer;
     buffer.paint(*editor.getFrame(), true);
     double now = 0.0;
+    float dictator = 0.0f;
     double busy = 0.0;
     for (auto _ : state) {
         state.PauseTiming();
         for (int i = 0; i < kTickBlocks; ++i)
             rig.step();
         now += kTickMs;
+        if (sweepDictator) {
+            dictator = dictator >= 1.0f ? 0.0f : dictator + 0.01f;
+            rig.client->setParameter(AFUniClient::kDictator, dictator);
+        }
         state.ResumeTiming();
         const double start = threadMs();
         editor.idle(now);
@@ -101,7 +108,7 @@ void BM_EditorTickAllSlotsModulated(benchmark::State& state) {
 BENCHMARK(BM_EditorTickAllSlotsModulated)->Unit(benchmark::kMicrosecond);
 
 void BM_EditorTickModulatorPage(benchmark::State& state) {
-    editorTicks(state, true, true);
+    editorTicks(state, true, "modulators");
 }
 BENCHMARK(BM_EditorTickModulatorPage)->Unit(benchmark::kMicrosecond);
 
@@ -109,5 +116,11 @@ void BM_EditorTickIdle(benchmark::State& state) {
     editorTicks(state, false);
 }
 BENCHMARK(BM_EditorTickIdle)->Unit(benchmark::kMicrosecond);
+
+// The Dictator page with every row holding key frames while the Dictator sweeps and all slots run.
+void BM_EditorTickDictatorPageSweeping(benchmark::State& state) {
+    editorTicks(state, true, "dictator", true);
+}
+BENCHMARK(BM_EditorTickDictatorPageSweeping)->Unit(benchmark::kMicrosecond);
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "editor/AFFader.h"
 
 #include "editor/AFBitmap.h"
+#include "editor/AFOptionMenu.h"
 
 #include <algorithm>
 
@@ -26,8 +27,14 @@ void AFFader::moveTo(float v) {
 }
 
 bool AFFader::onMouseDown(const AFMouseEvent& event) {
-    if (valuePointer == nullptr || !size.contains(event.x, event.y) || event.button != AFMouseEvent::kLeft)
-        return false;
+    if (valuePointer == nullptr || !size.contains(event.x, event.y)) return false;
+    if ((event.button == AFMouseEvent::kRight || event.command) && menu != nullptr) {
+        menu->setViewSize(AFRect::ofSize(event.x, event.y, 1.0, 1.0));
+        menu->setVisible(true);
+        menu->popup(event.x, event.y, getTag());
+        return true;
+    }
+    if (event.button != AFMouseEvent::kLeft) return false;
     beginEdit();
     if (event.doubleClick) {
         moveTo(defaultValue);

@@ -2,6 +2,8 @@
 
 #include "editor/AFControl.h"
 
+class AFOptionMenu;
+
 // A horizontal fader over a track bitmap, editing one 0..1 value through a pointer: drag the handle (shift
 // for fine), click the track to jump, double click for the default. GUI thread.
 class AFFader : public AFControl {
@@ -15,6 +17,9 @@ public:
     void draw(cairo_t* cr) override;
     float getValue() const override { return valuePointer != nullptr ? *valuePointer : 0.0f; }
     bool isDragging() const noexcept { return dragging; }
+    // The menu a right click pops up for this fader (the Learn menu); without one the right button does
+    // nothing.
+    void setMenu(AFOptionMenu* learn) noexcept { menu = learn; }
 
 protected:
     // The handle's width: its bitmap's, or what a fader that draws its own handle says.
@@ -31,4 +36,5 @@ private:
     double dragStartX = 0.0;
     float dragStartValue = 0.0f;
     bool dragging = false;
+    AFOptionMenu* menu = nullptr;
 };

@@ -8,13 +8,18 @@
 #include "editor/AFFrame.h"
 #include "editor/AFKickButton.h"
 #include "editor/AFLayout.h"
+#include "editor/AFMappingEditor.h"
 #include "editor/AFPresetMenu.h"
 #include "editor/AFRequestServer.h"
 #include "editor/AFTextPainter.h"
+#include "editor/AboutView.h"
 #include "editor/DWFader.h"
 #include "editor/DictatorFader.h"
+#include "editor/DictatorView.h"
 #include "editor/EditView.h"
 #include "editor/ModulatorView.h"
+#include "editor/MonsterView.h"
+#include "editor/SettingsView.h"
 #include "editor/ValDisp.h"
 #include "effects/framework/EffectFactory.h"
 #include "engine/AFCommandAttribute.h"
@@ -78,7 +83,7 @@ void AFUniClientEditor::close() {
     undoButton = redoButton = nullptr;
     positionDisplay = nullptr;
     modulatorView = nullptr;
-    modulatorPage.reset();
+    monsterView = nullptr;
     frame.reset();
 }
 
@@ -133,24 +138,34 @@ void AFUniClientEditor::build() {
     frame->addView(std::make_unique<DWFader>(
         AFRect::ofSize(900.0, 24.0, L::kFaderWidth, L::kFaderHeight), this, AFUniClient::kDryWet,
         bitmaps.get(B::kDryWetTrack), bitmaps.get(B::kDryWetHandle), valuePointer(AFUniClient::kDryWet)));
+    for (std::size_t i = 0; i < frame->getNbViews(); ++i)
+        if (auto* fader = dynamic_cast<AFFader*>(frame->getView(i))) fader->setMenu(learnMenu);
 
+    auto monster = std::make_unique<MonsterView>();
+    auto strips = std::make_unique<AFViewContainer>(MonsterView::pageRect());
     for (int slot = 0; slot < AFUniClient::kSlots; ++slot)
-        editViews[static_cast<std::size_t>(slot)] = frame->addView(std::make_unique<EditView>(*this, slot));
+        editViews[static_cast<std::size_t>(slot)] = strips->addView(std::make_unique<EditView>(*this, slot));
+    monster->addPage("main", std::move(strips));
+    auto modulators = std::make_unique<ModulatorView>(*this, MonsterView::pageRect());
+    modulatorView = modulators.get();
+    monster->addPage("modulators", std::move(modulators));
+    monster->addPage("dictator", std::make_unique<DictatorView>(*this, MonsterView::pageRect()));
+    monster->addPage("midi", std::make_unique<AFMappingEditor>(*this, MonsterView::pageRect()));
+    monster->addPage("settings", std::make_unique<SettingsView>(client, MonsterView::pageRect()));
+    monster->addPage("about", std::make_unique<AboutView>(MonsterView::pageRect()));
+    monsterView = frame->addView(std::move(monster));
     // The shared menus go last so that they pop up above the strips.
     frame->invalidRect(frame->getViewSize());
-    modulatorPage =
-        std::make_unique<ModulatorView>(*this, AFRect::ofSize(0.0, L::kSlotTop, L::kWidth, L::kSlotHeight));
-    modulatorView = modulatorPage.get();
-}
-
-std::unique_ptr<ModulatorView> AFUniClientEditor::takeModulatorView() {
-    return std::move(modulatorPage);
 }
 
 void AFUniClientEditor::selectSlot(int slot) {
     if (slot < 0 || slot >= AFUniClient::kSlots) return;
     selectedSlot = slot;
     if (modulatorView != nullptr) modulatorView->bindSlot(slot);
+}
+
+bool AFUniClientEditor::showPage(const std::string& name) {
+    return monsterView != nullptr && monsterView->showPage(name);
 }
 
 void AFUniClientEditor::idle(double nowMs) {
@@ -313,10 +328,11 @@ void AFUniClientEditor::valueChanged(AFControl* control) {
     const auto menuValue = [control] { return static_cast<int>(control->getValue()); };
     if (tag == kTagLearn) {
         auto* menu = static_cast<AFOptionMenu*>(control);
+        AFMappingEditor::rememberBindings(client);
         if (menuValue() == 0)
             client.setLearnTarget(menu->getCallerTag());
-        else
-            client.getMidiBindings().removeParameter(menu->getCallerTag());
+        else if (!client.getMidiBindings().removeParameter(menu->getCallerTag()))
+            showMessage("The audio did not pause for the MIDI bindings; the binding stays. Try again.");
         return;
     }
     if (tag == kTagCurveMenu) {

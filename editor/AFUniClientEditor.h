@@ -23,6 +23,7 @@ class AFOptionMenu;
 class AFPresetMenu;
 class EditView;
 class ModulatorView;
+class MonsterView;
 class ValDisp;
 
 // The plug-in's editor: one fixed-size frame with the eight slot strips, the global preset menu, undo and
@@ -86,6 +87,7 @@ public:
     // For the views.
     AFUniClient& getClient() const noexcept { return client; }
     const AFBitmapStore& getBitmaps() const noexcept { return bitmaps; }
+    AFEditorHost& getHost() const noexcept { return host; }
     AFOptionMenu* getLearnMenu() const noexcept { return learnMenu; }
     AFOptionMenu* getCurveMenu() const noexcept { return curveMenu; }
     float* valuePointer(int index);
@@ -99,9 +101,11 @@ public:
     // history.
     int getSelectedSlot() const noexcept { return selectedSlot; }
     void selectSlot(int slot);
-    // The modulator page, built with the view tree; the page holder takes it into the frame.
+    // The modulator page, held by the page holder under "modulators".
     ModulatorView* getModulatorView() const noexcept { return modulatorView; }
-    std::unique_ptr<ModulatorView> takeModulatorView();
+    // Shows the page of that name below the top bar ("main" holds the slot strips); false for no such page.
+    bool showPage(const std::string& name);
+    MonsterView* getMonsterView() const noexcept { return monsterView; }
 
 private:
     void build();
@@ -127,11 +131,11 @@ private:
     AFKickButton* undoButton = nullptr;
     AFKickButton* redoButton = nullptr;
     ValDisp* positionDisplay = nullptr;
+    MonsterView* monsterView = nullptr;
     std::mutex messageMutex;
     std::string pendingMessage;
     bool messageWaiting = false;
     std::string shownMessage;
     int selectedSlot = 0;
-    std::unique_ptr<ModulatorView> modulatorPage;
     ModulatorView* modulatorView = nullptr;
 };

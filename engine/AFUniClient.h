@@ -163,6 +163,7 @@ public:
     int getDictatorPosition() const noexcept { return dictatorPosition.load(std::memory_order_relaxed); }
     // Editor thread: while on, Control moves are written into the row under the Dictator.
     void setDictatorRecord(bool on) noexcept { dictatorRecord.store(on); }
+    bool isDictatorRecord() const noexcept { return dictatorRecord.load(); }
     // While on, Control changes are not recorded and a state load leaves the rows alone.
     void setBatch(bool on) noexcept { batch.store(on); }
     bool isBatch() const noexcept { return batch.load(); }

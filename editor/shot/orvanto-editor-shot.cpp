@@ -1,11 +1,8 @@
 // Draws the editor for a given state into a PNG, with no display: orvanto-editor-shot [--state FILE]
-// [--preset FILE[@SLOT]] [--scale S] [--slot N] [--modulators] -o FILE.png
+// [--preset FILE[@SLOT]] [--scale S] [--page PAGE] [--slot N] -o FILE.png
 #include "editor/AFEditorHost.h"
 #include "editor/AFEditorSnapshot.h"
-#include "editor/AFFrame.h"
 #include "editor/AFUniClientEditor.h"
-#include "editor/EditView.h"
-#include "editor/ModulatorView.h"
 #include "engine/AFUniClient.h"
 #include "host/AFPluginTypes.h"
 
@@ -30,9 +27,10 @@ intptr_t answer(AFPluginBase*, int32_t opcode, int32_t, intptr_t, void* ptr, flo
 }
 
 int usage() {
-    std::fprintf(stderr,
-                 "usage: orvanto-editor-shot [--state FILE] [--preset FILE[@SLOT]]... [--scale S] [--slot N] "
-                 "[--modulators] -o FILE.png\n");
+    std::fprintf(stderr, "usage: orvanto-editor-shot [--state FILE] [--preset FILE[@SLOT]]... [--scale S] "
+                         "[--page PAGE] [--slot N] "
+                         "-o FILE.png\n"
+                         "pages: main, modulators, dictator, midi, settings, about\n");
     return 2;
 }
 
@@ -63,14 +61,10 @@ int main(int argc, char** argv) {
     std::vector<std::string> presets;
     std::string output;
     double scale = 1.0;
+    std::string page = "main";
     int slot = 1;
-    bool modulators = false;
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
-        if (arg == "--modulators") {
-            modulators = true;
-            continue;
-        }
         if (i + 1 >= argc) return usage();
         if (arg == "--state")
             statePath = argv[++i];
@@ -80,6 +74,8 @@ int main(int argc, char** argv) {
             scale = std::atof(argv[++i]);
         else if (arg == "--slot")
             slot = std::atoi(argv[++i]);
+        else if (arg == "--page")
+            page = argv[++i];
         else if (arg == "-o")
             output = argv[++i];
         else
@@ -118,11 +114,9 @@ int main(int argc, char** argv) {
         AFUniClientEditor editor(client, host);
         editor.open();
         editor.selectSlot(slot - 1);
-        if (modulators) {
-            // The modulator page in place of the slot strips.
-            for (int i = 0; i < AFUniClient::kSlots; ++i)
-                editor.getEditView(i)->setVisible(false);
-            editor.getFrame()->addView(editor.takeModulatorView());
+        if (!editor.showPage(page)) {
+            std::fprintf(stderr, "orvanto-editor-shot: no page %s\n", page.c_str());
+            return usage();
         }
         editor.idle(0.0);
         editor.idle(AFUniClientEditor::kTimerPeriodMs);

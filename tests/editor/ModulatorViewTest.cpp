@@ -59,9 +59,8 @@ protected:
     void SetUp() override {
         editor.open();
         frame = editor.getFrame();
-        for (int i = 0; i < AFUniClient::kSlots; ++i)
-            editor.getEditView(i)->setVisible(false);
-        page = frame->addView(editor.takeModulatorView());
+        editor.showPage("modulators");
+        page = editor.getModulatorView();
     }
 
     LfoAddView& lfo(int which) { return *page->getLfoView(which)->getAddView(); }

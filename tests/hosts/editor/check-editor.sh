@@ -2,10 +2,10 @@
 # Opens the editor in a real window under Xvfb and plays it with xdotool: the JACK standalone against a
 # private dummy JACK server, the LV2 UI in jalv.gtk3, or the CLAP, VST2 or VST3 editor embedded by our own
 # editor host. Checks that the window shows the frame, that a dragged Control starts its slot (the lamp
-# lights), and that an effect picked from the menu reaches the slot (its header changes); then reads the
-# engine back: with JACK and LV2 the Control's value as the engine sends it on its MIDI out, and with LV2,
-# CLAP, VST2 and VST3 Control 1 and the slots' effects from the states saved as the editor opened and at the
-# end (jalv's File menu, or our host).
+# lights), that an effect picked from the menu reaches the slot (its header changes), and that a key frame
+# placed on the Dictator page plays when the Dictator moves; then reads the engine back: with JACK and LV2 the
+# Control's value as the engine sends it on its MIDI out, and with LV2, CLAP, VST2 and VST3 Control 1 and the
+# slots' effects from the states saved as the editor opened and at the end (jalv's File menu, or our host).
 #
 #   check-editor.sh jack <orvanto-jack> <content tree> <screenshot folder> <orvanto-preset>
 #   check-editor.sh lv2 <orvanto.lv2 bundle> <content tree> <screenshot folder> <orvanto-preset>
@@ -210,6 +210,29 @@ sleep 0.6
 shot picked
 after=$(convert "$shots/$mode-picked.png" -crop 140x28+155+73 +repage -format '%#' info:)
 [ "$before" != "$after" ] || fail "slot 2's header did not change after the effect was picked"
+# The Dictator page by its tab: row 3 cleared (the loaded preset may hold key frames), then a key frame placed
+# at node 8 (cell 8 from the bottom, value 0.5) shows in slot 3's colour. Back on the main page, the Dictator at a quarter of its travel plays that row:
+# Control 3 rises to 0.25 and slot 3 starts (its lamp lights), which only the engine's table can do.
+xdotool mousemove --window "$window" 892 56 click 1
+sleep 0.4
+xdotool mousemove --window "$window" 342 444 click 1
+sleep 0.4
+shot dictator
+read -r r0 g0 b0 <<<"$(colour dictator 40x8+320+276)"
+xdotool mousemove --window "$window" 375 280 click 1
+sleep 0.4
+shot keyframe
+read -r r1 g1 b1 <<<"$(colour keyframe 40x8+320+276)"
+[ "$r1" -gt $((r0 + 80)) ] || fail "no key frame drawn in row 3: $r0 $g0 $b0 -> $r1 $g1 $b1"
+xdotool mousemove --window "$window" 724 56 click 1
+sleep 0.4
+shot back
+read -r r0 g0 b0 <<<"$(colour back 10x10+313+108)"
+xdotool mousemove --window "$window" 744 35 click 1
+sleep 0.8
+shot played
+read -r r1 g1 b1 <<<"$(colour played 10x10+313+108)"
+[ "$g1" -gt $((g0 + 60)) ] || fail "the Dictator did not start slot 3 from its key frame: lamp $r0 $g0 $b0 -> $r1 $g1 $b1"
 if [ "$editor_host" != "" ]; then
     kill -TERM "$host_pid"
     wait "$host_pid" || fail "the editor host failed: $(cat "$work/app.log")"
@@ -236,4 +259,4 @@ if [ -s "$work/opened.afog" ]; then
 elif [ "$mode" != jack ]; then
     fail "no engine image was saved"
 fi
-echo "PASS: $mode editor opened, a Control drag started its slot and the engine has it, an effect pick reached slot 2"
+echo "PASS: $mode editor opened, a Control drag started its slot and the engine has it, an effect pick reached slot 2, a key frame played"
