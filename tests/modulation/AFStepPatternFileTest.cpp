@@ -257,13 +257,6 @@ TEST_F(AFStepPatternFileTest, PatternsMoveBetweenTableAndLfo) {
     EXPECT_EQ(three.getGlide(0, 4), 0);
 }
 
-TEST(AFStepPatternFileFolder, FolderAndWords) {
-    EXPECT_EQ(AFStepPatternFile::folderPath("/home/u/Orvanto/"), "/home/u/Orvanto/Stepsequencer/");
-    EXPECT_STREQ(AFStepPatternFile::kFolderWord, "Stepsequencer");
-    EXPECT_STREQ(AFStepPatternFile::kExtension, "AFS");
-    EXPECT_STREQ(AFStepPatternFile::kSuffix, ".AFS");
-}
-
 namespace {
 
 // Just enough of the pattern sources' JSON: the text after `"key": ` up to the closing quote or bracket.
