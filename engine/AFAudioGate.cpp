@@ -50,8 +50,8 @@ void AFAudioGate::waitForBlock() const noexcept {
 void AFAudioGate::close() noexcept {
     if (holds.fetch_add(1) != 0) return;
     closedAt.store(now());
-    closedCpuAt.store(threadCpu());
     closer.store(threadKey());
+    holdStarted.store(false);
 }
 
 void AFAudioGate::hold() noexcept {
@@ -60,6 +60,12 @@ void AFAudioGate::hold() noexcept {
     waitForBlock();
     while (inProcess.load())
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    startCpuCount();
+}
+
+void AFAudioGate::startCpuCount() noexcept {
+    // From the moment the audio is out: the wait for a running block is not the holder's work.
+    if (closer.load() == threadKey() && !holdStarted.exchange(true)) closedCpuAt.store(threadCpu());
 }
 
 bool AFAudioGate::holdWithin(int sleeps) noexcept {
@@ -70,6 +76,7 @@ bool AFAudioGate::holdWithin(int sleeps) noexcept {
         if (waited == sleeps) return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
+    startCpuCount();
     return true;
 }
 
@@ -84,7 +91,7 @@ void AFAudioGate::release() noexcept {
     int64_t longest = longestClosed.load();
     while (closed > longest && !longestClosed.compare_exchange_weak(longest, closed)) {
     }
-    if (closer.load() != threadKey()) return;
+    if (closer.load() != threadKey() || !holdStarted.load()) return;
     const int64_t cpu = threadCpu() - closedCpuAt.load();
     int64_t most = longestCpu.load();
     while (cpu > most && !longestCpu.compare_exchange_weak(most, cpu)) {
