@@ -98,11 +98,12 @@ format:
 format-check:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
 
-# clang-tidy (.clang-tidy) over the core, with the build's compile commands, several files per process and
-# $(JOBS) processes; any warning fails. The effects' DSP is left out: it uses GCC vector built-ins clang does not
-# parse.
+# The core's include order (tools/check-includes.sh), then clang-tidy (.clang-tidy) over the core, with the
+# build's compile commands, several files per process and $(JOBS) processes; any warning fails. The effects'
+# DSP is left out: it uses GCC vector built-ins clang does not parse.
 LINT_SOURCES = git ls-files 'engine/*.cpp' 'state/*.cpp' 'effects/framework/*.cpp' 'modulation/*.cpp'
 lint: configure
+	@tools/check-includes.sh
 	@$(LINT_SOURCES) | xargs -P$(JOBS) -n6 clang-tidy -p $(BUILD) --quiet
 
 clean:

@@ -24,8 +24,8 @@
 #include "effects/framework/EffectFactory.h"
 #include "engine/AFCommandAttribute.h"
 #include "engine/AFCommandRememberChunk.h"
-#include "engine/AFMessageSink.h"
 #include "modulation/ControlCurveBank.h"
+#include "state/AFMessageSink.h"
 
 #include <cstdio>
 #include <filesystem>
@@ -67,14 +67,14 @@ bool AFUniClientEditor::open() {
     if (!bitmapsLoaded) bitmapsLoaded = bitmaps.load();
     build();
     openFlag.store(1);
-    AFMessageSink::setHandler(editorMessage, this);
+    client.getMessageSink().setHandler(editorMessage, this);
     showPresetName();
     return bitmapsLoaded;
 }
 
 void AFUniClientEditor::close() {
     if (openFlag.exchange(0) == 0 && frame == nullptr) return;
-    AFMessageSink::setHandler(nullptr, nullptr);
+    client.getMessageSink().setHandler(nullptr, nullptr);
     timer.stop();
     editViews.fill(nullptr);
     learnMenu = curveMenu = nullptr;

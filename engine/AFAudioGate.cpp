@@ -1,6 +1,8 @@
 #include "engine/AFAudioGate.h"
 
 #include <chrono>
+#include <ctime>
+#include <functional>
 #include <thread>
 
 namespace {
@@ -15,6 +17,17 @@ int64_t now() noexcept {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(
                std::chrono::steady_clock::now().time_since_epoch())
         .count();
+}
+
+// The calling thread's own CPU time: what a hold costs, apart from the time the thread waited for a core.
+int64_t threadCpu() noexcept {
+    timespec t{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+    return static_cast<int64_t>(t.tv_sec) * 1000000000 + t.tv_nsec;
+}
+
+std::size_t threadKey() noexcept {
+    return std::hash<std::thread::id>{}(std::this_thread::get_id());
 }
 
 } // namespace
@@ -35,7 +48,10 @@ void AFAudioGate::waitForBlock() const noexcept {
 }
 
 void AFAudioGate::close() noexcept {
-    if (holds.fetch_add(1) == 0) closedAt.store(now());
+    if (holds.fetch_add(1) != 0) return;
+    closedAt.store(now());
+    closer.store(threadKey());
+    holdStarted.store(false);
 }
 
 void AFAudioGate::hold() noexcept {
@@ -44,6 +60,12 @@ void AFAudioGate::hold() noexcept {
     waitForBlock();
     while (inProcess.load())
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    startCpuCount();
+}
+
+void AFAudioGate::startCpuCount() noexcept {
+    // From the moment the audio is out: the wait for a running block is not the holder's work.
+    if (closer.load() == threadKey() && !holdStarted.exchange(true)) closedCpuAt.store(threadCpu());
 }
 
 bool AFAudioGate::holdWithin(int sleeps) noexcept {
@@ -54,6 +76,7 @@ bool AFAudioGate::holdWithin(int sleeps) noexcept {
         if (waited == sleeps) return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
+    startCpuCount();
     return true;
 }
 
@@ -68,10 +91,19 @@ void AFAudioGate::release() noexcept {
     int64_t longest = longestClosed.load();
     while (closed > longest && !longestClosed.compare_exchange_weak(longest, closed)) {
     }
+    if (closer.load() != threadKey() || !holdStarted.load()) return;
+    const int64_t cpu = threadCpu() - closedCpuAt.load();
+    int64_t most = longestCpu.load();
+    while (cpu > most && !longestCpu.compare_exchange_weak(most, cpu)) {
+    }
 }
 
 int64_t AFAudioGate::takeLongestHold() noexcept {
     return longestClosed.exchange(0);
+}
+
+int64_t AFAudioGate::takeLongestHoldCpu() noexcept {
+    return longestCpu.exchange(0);
 }
 
 bool AFAudioGate::enter() noexcept {

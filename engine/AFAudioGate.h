@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <mutex>
 
@@ -26,6 +27,9 @@ public:
     bool isHeld() const noexcept { return holds.load() > 0; }
     // Any thread: the longest time in ns the gate stayed closed since the last call.
     int64_t takeLongestHold() noexcept;
+    // Any thread: the most CPU time in ns a thread spent holding the gate since the last call, from the
+    // moment the audio was out to the release, counted for holds that one thread closed and opened.
+    int64_t takeLongestHoldCpu() noexcept;
 
     // Audio thread: false when the gate is held, and the block must then leave everything alone. After a true
     // return, leave() at the block's end.
@@ -63,10 +67,15 @@ private:
     void waitForGap() const noexcept;
     void close() noexcept;
     void waitForBlock() const noexcept;
+    void startCpuCount() noexcept;
 
     std::atomic<int> holds{0};
     std::atomic<bool> inProcess{false};
     std::atomic<int64_t> closedAt{0};
     std::atomic<int64_t> longestClosed{0};
+    std::atomic<int64_t> closedCpuAt{0};
+    std::atomic<std::size_t> closer{0};
+    std::atomic<bool> holdStarted{false};
+    std::atomic<int64_t> longestCpu{0};
     std::recursive_mutex writers;
 };

@@ -1,9 +1,9 @@
 #include "engine/AFMidiBindings.h"
 
 #include "engine/AFAudioGate.h"
-#include "engine/AFMessageSink.h"
 #include "host/AFPluginTypes.h"
 #include "state/AFChunk.h"
+#include "state/AFMessageSink.h"
 
 #include <cstdio>
 #include <limits>
@@ -329,13 +329,14 @@ void AFMidiBindings::writeMapBody(AFChunk& chunk) const {
 
 bool AFMidiBindings::loadMidiMap(const std::string& path, bool silent) {
     AFChunk chunk;
+    chunk.setMessageSink(messages);
     if (!chunk.readFile(path, silent)) return false;
     if (chunk.getVersion() > AFChunk::contentVersion()) {
         if (!silent) {
             char text[256];
             std::snprintf(text, sizeof(text), "midi map was written with a newer version of %s",
                           AFIdentity::kProduct);
-            AFMessageSink::report(text);
+            AFMessageSink::reportTo(messages, text);
         }
         return false;
     }
@@ -353,6 +354,6 @@ bool AFMidiBindings::saveMidiMap(const std::string& path) const {
     writeMapBody(chunk);
     if (chunk.writeFile(path)) return true;
     const std::string text = "saving cc map to " + path + " failed";
-    AFMessageSink::report(text);
+    AFMessageSink::reportTo(messages, text);
     return false;
 }

@@ -6,6 +6,7 @@
 #include <string>
 
 class AFAudioGate;
+class AFMessageSink;
 class AFChunk;
 
 // Which parameters each MIDI source drives: a list per controller number, a list per note and one list for
@@ -53,6 +54,8 @@ public:
 
     // Construction thread: the client's audio gate. Without it (a map being loaded, a test) edits are direct.
     void attachAudioGate(AFAudioGate* gate) noexcept { audioGate = gate; }
+    // Construction thread: where the map files' messages go; without it, to standard error.
+    void attachMessageSink(AFMessageSink* sink) noexcept { messages = sink; }
 
     // Audio thread reads.
     const IndexList& controllers(int cc) const noexcept { return cc_[static_cast<std::size_t>(cc & 0x7F)]; }
@@ -120,6 +123,7 @@ private:
     std::atomic<bool> ccBusy{false};
     std::atomic<bool> loading{false};
     AFAudioGate* audioGate = nullptr;
+    AFMessageSink* messages = nullptr;
     // Holds left by edits whose wait ran out.
     int strandedHolds = 0;
 };

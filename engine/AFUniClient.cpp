@@ -3,13 +3,13 @@
 #include "effects/framework/AFEffect.h"
 #include "effects/framework/EffectFactory.h"
 #include "effects/framework/TimeValueTables.h"
+#include "engine/AFClientState.h"
 #include "engine/AFCommandParameter.h"
 #include "engine/AFCommandRememberChunk.h"
 #include "engine/AFDenormalGuard.h"
 #include "engine/AFGlobalSettings.h"
 #include "engine/AFRandom.h"
 #include "engine/AFRandomizer.h"
-#include "state/AFStateIO.h"
 
 #include <algorithm>
 #include <bit>
@@ -24,19 +24,6 @@ namespace {
 
 constexpr int32_t kTimeFilter = 7682; // transport, ppq, tempo, bars, cycle
 constexpr int kNoBoundary = 10000000;
-constexpr int32_t kNoEvent = 1000000;
-
-// Event types of the queue.
-enum : int32_t {
-    kNoteOn = 200,
-    kNoteOff = 201,
-    kAllNotesOff = 202,
-    kController = 203,
-    kPitchBend = 204,
-    kProgramChange = 205,
-    kAftertouch = 206,
-};
-
 // A host may hand us NaN or infinity; one such sample would poison every recursive filter in the chain.
 // Tested on the exponent bits so that the loop vectorises.
 void sanitize(float* buffer, int frames) noexcept {
@@ -74,7 +61,6 @@ AFUniClient::AFUniClient(AFHostCallback callback, void* user)
     for (int s = 0; s < kSlots; ++s) {
         const auto ss = static_cast<std::size_t>(s);
         presetNames[ss] = "Default";
-        lastSentControls[ss] = 0.0f;
         slots[ss] =
             std::make_unique<KnobEngine>(&systemInfo, gate, options, processingOrder, s,
                                          &parameters[static_cast<std::size_t>(AFParameterMap::slotRow(s, 0))],
@@ -105,6 +91,7 @@ AFUniClient::AFUniClient(AFHostCallback callback, void* user)
 
     // 11. The default MIDI map.
     midiBindings.attachAudioGate(&gate);
+    midiBindings.attachMessageSink(&messages);
     loadDefaultMidiMap();
 
     // 12. The shared generator, from the clock.
@@ -112,7 +99,7 @@ AFUniClient::AFUniClient(AFHostCallback callback, void* user)
 
     // 13-14. The global presets, and the default preset unless the maker's own host runs us.
     rescanPresetBank(contentPaths.presetPath(0));
-    if (!ownHost) AFStateIO::loadDefaultPreset(*this, presetBank.getFolder());
+    if (!ownHost) AFClientState::loadDefaultPreset(*this, presetBank.getFolder());
 }
 
 AFUniClient::~AFUniClient() {
@@ -412,7 +399,7 @@ int AFUniClient::runQuantiser() noexcept {
     int next = kNoBoundary;
     for (auto& slot : slots) {
         if (slot->getPending() != 1) continue;
-        const int samples = slot->samplesToGrid(position);
+        const int samples = slot->samplesToGrid(transport.getPosition());
         if (samples == 0)
             slot->arm();
         else
@@ -452,89 +439,8 @@ void AFUniClient::runSlots(float* left, float* right, int frames) noexcept {
 // ---- MIDI -------------------------------------------------------------------------------------------------
 
 int32_t AFUniClient::processEvents(AFEvents* events) {
-    if (events == nullptr || events->events == nullptr) return 0;
-    for (int32_t e = 0; e < events->numEvents; ++e) {
-        const AFMidiEvent& event = events->events[e];
-        if (event.type != kVstMidiType) continue;
-        const int status = event.midiData[0] & 0xF0;
-        const int channel = event.midiData[0] & 0x0F;
-        const int data1 = event.midiData[1] & 0x7F;
-        const int data2 = event.midiData[2] & 0x7F;
-        int32_t type = 0;
-        if (status == 0x80 || (status == 0x90 && data2 == 0))
-            type = kNoteOff;
-        else if (status == 0x90)
-            type = kNoteOn;
-        else if (status == 0xB0 && data1 == 123 && channel == 0)
-            type = kAllNotesOff;
-        else if (status == 0xB0 && !midiBindings.isCcBusy())
-            type = kController;
-        else if (status == 0xE0)
-            type = kPitchBend;
-        else if (status == 0xC0 && !midiBindings.isCcBusy() &&
-                 !options.ignorePrgChange.load(std::memory_order_relaxed))
-            type = kProgramChange;
-        else if (status == 0xD0 && !midiBindings.isCcBusy())
-            type = kAftertouch;
-        if (type == 0) continue;
-        eventQueue.insert(std::max(event.deltaFrames, 0), type, data1, data2);
-    }
+    midiControl.queue(events);
     return 1;
-}
-
-void AFUniClient::handleDueEvents() noexcept {
-    while (!eventQueue.empty() && eventQueue.front().delay < 1) {
-        const AFEventQueue::Record record = eventQueue.front();
-        eventQueue.popFront();
-        handleEvent(record);
-    }
-}
-
-template <typename List>
-void AFUniClient::applyBindings(const List& list, float value) noexcept {
-    // Straight through setParameter: a MIDI move is never reported to the host as automation.
-    const int n = list.size();
-    for (int i = 0; i < n; ++i)
-        setParameter(list[i], value);
-}
-
-void AFUniClient::handleEvent(const AFEventQueue::Record& record) noexcept {
-    // While a whole map is being replaced no binding runs, and learn waits for the next event.
-    const bool mapUsable = !midiBindings.isLoading();
-    switch (record.type) {
-    case kNoteOn:
-        if (!mapUsable) break;
-        midiBindings.learnNote(record.data1);
-        // 1/128: a note never reaches 1.0.
-        applyBindings(midiBindings.notes(record.data1), static_cast<float>(record.data2) * 0.0078125f);
-        break;
-    case kNoteOff:
-        if (mapUsable) applyBindings(midiBindings.notes(record.data1), 0.0f);
-        break;
-    case kController: {
-        if (midiBindings.isCcBusy()) break;
-        const float value = static_cast<float>(record.data2) * 0.007874016f;
-        ccValues[static_cast<std::size_t>(record.data1 & 0x7F)] = value;
-        midiBindings.learnController(record.data1);
-        applyBindings(midiBindings.controllers(record.data1), value);
-        break;
-    }
-    case kAftertouch:
-        if (!mapUsable) break;
-        midiBindings.learnAftertouch();
-        applyBindings(midiBindings.aftertouch(), static_cast<float>(record.data1) * 0.007874016f);
-        break;
-    case kPitchBend:
-        systemInfo.pitchBend = record.data2 > 63 ? static_cast<float>(record.data2 - 64) * 0.015873017f
-                                                 : static_cast<float>(record.data2 - 64) * 0.015625f;
-        break;
-    case kProgramChange:
-        systemInfo.lastProgramChange = record.data1;
-        programChangeRequest.store(true, std::memory_order_relaxed);
-        break;
-    default:
-        break;
-    }
 }
 
 void AFUniClient::applyLoadedMidiMap(const AFMidiBindings& loaded, bool force) {
@@ -555,43 +461,6 @@ void AFUniClient::saveDefaultMidiMap() const {
     std::error_code ignored;
     std::filesystem::create_directories(path.parent_path(), ignored);
     midiBindings.saveMidiMap(path.string());
-}
-
-void AFUniClient::addOutEvent(int delta, int number, int value, int channel) noexcept {
-    if (midiOutCount >= kMidiOutCapacity) return;
-    AFMidiEvent event{};
-    event.deltaFrames = delta;
-    const auto v = static_cast<uint8_t>(value & 0x7F);
-    const auto ch = static_cast<uint8_t>(channel & 0x0F);
-    if (number >= 0 && number <= 127) {
-        event.midiData[0] = static_cast<uint8_t>(0xB0 | ch), event.midiData[1] = static_cast<uint8_t>(number),
-        event.midiData[2] = v;
-    } else if (number == 128) {
-        event.midiData[0] = static_cast<uint8_t>(0xD0 | ch), event.midiData[1] = v, event.midiData[2] = 0x7F;
-    } else if (number == 129) {
-        event.midiData[0] = static_cast<uint8_t>(0xC0 | ch), event.midiData[1] = v, event.midiData[2] = v;
-    } else if (number == 130) {
-        event.midiData[0] = static_cast<uint8_t>(0xE0 | ch), event.midiData[1] = 0, event.midiData[2] = v;
-    } else {
-        return;
-    }
-    midiOut[static_cast<std::size_t>(midiOutCount++)] = event;
-}
-
-void AFUniClient::sendMidiOut() noexcept {
-    if (options.midiOut.load(std::memory_order_relaxed)) {
-        for (int i = 0; i < kSlots; ++i) {
-            const float value = parameters[static_cast<std::size_t>(i)].load(std::memory_order_relaxed);
-            if (value == lastSentControls[static_cast<std::size_t>(i)]) continue;
-            lastSentControls[static_cast<std::size_t>(i)] = value;
-            addOutEvent(0, i + 1, static_cast<int>(value * 127.0f), 0);
-        }
-    }
-    if (midiOutCount > 0) {
-        AFEvents block{midiOutCount, midiOut.data()};
-        sendEventsToHost(&block);
-        midiOutCount = 0;
-    }
 }
 
 // ---- The block loop ---------------------------------------------------------------------------------------
@@ -647,59 +516,19 @@ void AFUniClient::processReplacing(float** inputs, float** outputs, int32_t samp
         std::copy_n(outR, n, dryRight.get());
     }
 
-    // 3. Transport.
-    const AFTimeInfo* time = getTimeInfo(kTimeFilter);
-    double increment = 0.0;
-    bool loopWrap = false;
-    float wrapPoint = 0.0f;
-    double localTempo = systemInfo.bpm;
-    if (time != nullptr) {
-        localTempo = time->tempo < 45.0 ? 45.0 : time->tempo;
-        const bool playing = (time->flags & kVstTransportPlaying) != 0 && time->ppqPos >= 0.0;
-        if (!playing) {
-            position = 0.0;
-            if (systemInfo.transportRunning != 0.0f) {
-                systemInfo.transportRunning = 0.0f;
-                if (options.syncedHostStop.load(std::memory_order_relaxed)) {
-                    const bool wasBatch = batch.exchange(true);
-                    for (int i = 0; i <= kDictator; ++i)
-                        setParameter(i, 0.0f);
-                    batch.store(wasBatch);
-                }
-            }
-        } else {
-            const double ppq = time->ppqPos;
-            const bool loop =
-                (time->flags & kVstCyclePosValid) != 0 && (time->flags & kVstTransportCycleActive) != 0;
-            const bool justWrapped = loop && ppq > time->cycleEndPos && ppq - time->cycleEndPos < 0.15;
-            if (std::fabs(position - ppq) > 0.5 && !justWrapped) position = ppq;
-            if (n > 0) {
-                const double nominal = (n / static_cast<double>(systemInfo.samplesPerBeat)) / n;
-                const double target = ppq + n * nominal;
-                if (justWrapped) {
-                    increment = nominal;
-                } else {
-                    increment = (target - position) / n;
-                    if (loop && time->cycleEndPos <= target && time->cycleEndPos > ppq) {
-                        loopWrap = true;
-                        wrapPoint = static_cast<float>(time->cycleEndPos);
-                    }
-                }
-            }
-            if (systemInfo.transportRunning == 0.0f) systemInfo.transportRunning = 1.0f;
-        }
+    // 3. Transport. A host stop zeroes the Controls and the Dictator when "SyncedHostStop" is on.
+    if (transport.follow(getTimeInfo(kTimeFilter), n, systemInfo) &&
+        options.syncedHostStop.load(std::memory_order_relaxed)) {
+        const bool wasBatch = batch.exchange(true);
+        for (int i = 0; i <= kDictator; ++i)
+            setParameter(i, 0.0f);
+        batch.store(wasBatch);
     }
-    if (localTempo != systemInfo.bpm) {
-        systemInfo.setTempo(time->tempo);
-        bpmListeners.notifyAll();
-    }
-    systemInfo.ppqStep = increment;
-    systemInfo.ppqPosition = static_cast<float>(position);
 
     // 4. Due events, then the sub-blocks.
-    handleDueEvents();
+    midiControl.handleDue();
     int next = runQuantiser();
-    int chunk = std::min({n, eventQueue.headDelay(kNoEvent), next});
+    int chunk = std::min({n, midiControl.nextEvent(), next});
     int remaining = n;
     float* left = outL;
     float* right = outR;
@@ -707,20 +536,18 @@ void AFUniClient::processReplacing(float** inputs, float** outputs, int32_t samp
         if (chunk > kSubBlock && remaining > kSubBlock) chunk = kSubBlock;
         runSlots(left, right, chunk);
         remaining -= chunk;
-        position += chunk * increment;
-        if (loopWrap && position >= wrapPoint) position = time->cycleStartPos;
-        systemInfo.ppqPosition = static_cast<float>(position);
+        transport.advance(chunk, systemInfo);
         left += chunk;
         right += chunk;
-        if (!eventQueue.empty()) eventQueue.front().delay -= chunk;
-        handleDueEvents();
+        midiControl.advance(chunk);
+        midiControl.handleDue();
         next = runQuantiser();
-        chunk = std::min({eventQueue.headDelay(kNoEvent), remaining, next});
+        chunk = std::min({midiControl.nextEvent(), remaining, next});
     }
 
     // 5. Master Dry/Wet and MIDI out.
     applyMasterMix(outL, outR, n);
-    sendMidiOut();
+    if (AFEvents* out = midiControl.collectOut(parameters.data(), kSlots)) sendEventsToHost(out);
     gate.leave();
 }
 
@@ -728,35 +555,40 @@ void AFUniClient::processReplacing(float** inputs, float** outputs, int32_t samp
 
 void AFUniClient::writeState(AFChunk& chunk, int slot) {
     const AFAudioGate::Reader turn(gate); // no effect is freed under the writer
-    AFStateIO::writeState(*this, chunk, slot);
+    AFClientState::writeState(*this, chunk, slot);
+}
+
+void AFUniClient::writeSlotRecord(AFChunk& chunk, int slot) {
+    const AFAudioGate::Reader turn(gate);
+    AFClientState::writeSlotRecord(*this, chunk, slot);
 }
 
 bool AFUniClient::readState(AFChunk& chunk, int slot, bool silent) {
-    return AFStateIO::readState(*this, chunk, slot, silent);
+    return AFClientState::readState(*this, chunk, slot, silent);
 }
 
 void AFUniClient::writeDictator(AFChunk& chunk) {
-    AFStateIO::writeDictator(*this, chunk);
+    AFClientState::writeDictator(*this, chunk);
 }
 
 bool AFUniClient::readDictator(AFChunk& chunk, bool silent) {
-    return AFStateIO::readDictator(*this, chunk, silent);
+    return AFClientState::readDictator(*this, chunk, silent);
 }
 
 bool AFUniClient::loadPreset(const std::string& path, int slot, bool silent) {
-    return AFStateIO::loadPreset(*this, path, slot, silent);
+    return AFClientState::loadPreset(*this, path, slot, silent);
 }
 
 bool AFUniClient::savePreset(const std::string& path, int slot) {
-    return AFStateIO::savePreset(*this, path, slot);
+    return AFClientState::savePreset(*this, path, slot);
 }
 
 bool AFUniClient::loadDictatorPreset(const std::string& path, bool silent) {
-    return AFStateIO::loadDictatorPreset(*this, path, silent);
+    return AFClientState::loadDictatorPreset(*this, path, silent);
 }
 
 bool AFUniClient::saveDictatorPreset(const std::string& path) {
-    return AFStateIO::saveDictatorPreset(*this, path);
+    return AFClientState::saveDictatorPreset(*this, path);
 }
 
 void AFUniClient::rescanPresetBank(const std::string& folder) {
@@ -778,13 +610,6 @@ bool AFUniClient::getProgramNameIndexed(int32_t, int32_t index, char* text) {
     if (index < 0 || index >= presetBank.count()) return false;
     std::snprintf(text, kHostTextSize, "%s", presetBank.name(index).c_str());
     return true;
-}
-
-void AFUniClient::applyLoadedMidiMap(const std::vector<std::pair<int32_t, int32_t>>& bindings) {
-    auto loaded = std::make_unique<AFMidiBindings>();
-    for (const auto& [cc, parameter] : bindings)
-        loaded->addControllerBinding(cc, parameter);
-    midiBindings.replaceControllers(*loaded);
 }
 
 std::vector<std::pair<int32_t, int32_t>> AFUniClient::midiMapForState() const {

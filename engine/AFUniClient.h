@@ -6,15 +6,17 @@
 #include "engine/AFCommandHistory.h"
 #include "engine/AFCommandPrepare.h"
 #include "engine/AFDictator.h"
-#include "engine/AFEventQueue.h"
 #include "engine/AFGlobalOptions.h"
 #include "engine/AFMidiBindings.h"
+#include "engine/AFMidiControl.h"
 #include "engine/AFParameterMap.h"
 #include "engine/AFProcessingOrder.h"
+#include "engine/AFTransport.h"
 #include "engine/KnobEngine.h"
 #include "host/AFPluginBase.h"
 #include "state/AFChunk.h"
 #include "state/AFContentPaths.h"
+#include "state/AFMessageSink.h"
 #include "state/AFPresetBank.h"
 #include "state/AFSettingsStore.h"
 
@@ -28,8 +30,9 @@
 class AFChunk;
 class AFEffect;
 
-// The whole effect as the host sees it: eight slots in series, the host parameter table, the block loop with
-// its transport tracking, the incoming MIDI queue and the master Dry/Wet.
+// The whole effect as the host sees it, and the owner of everything in it: eight slots in series, the host
+// parameter table, the block loop and the master Dry/Wet. Transport tracking (AFTransport), MIDI in and out
+// (AFMidiControl) and the state's capture and apply (AFClientState) are classes of their own.
 class AFUniClient : public AFPluginBase, public AFCommandPrepare {
 public:
     // The table's layout, from AFParameterMap.
@@ -44,7 +47,6 @@ public:
     static constexpr int kAmountEnd = AFParameterMap::kAmountEnd;
     static constexpr int kTriggerAllRows = 2000000;
     static constexpr int kSubBlock = 64;
-    static constexpr int kMidiOutCapacity = 256;
     static constexpr int kEditorStateCount = 16;
 
     // Host thread. Builds the whole state; the first audio block finds it complete.
@@ -92,6 +94,9 @@ public:
     // eight slots and the global section), which is also the host state. Any thread but the audio thread; the
     // reader holds the audio off while it changes the slots.
     void writeState(AFChunk& chunk, int slot);
+    // One slot record at the chunk's position, for tools that measure records. Any thread but the audio
+    // thread.
+    void writeSlotRecord(AFChunk& chunk, int slot);
     bool readState(AFChunk& chunk, int slot, bool silent);
     // Dictator presets: the eight rows and the name. Any thread but the audio thread.
     void writeDictator(AFChunk& chunk);
@@ -105,9 +110,8 @@ public:
     void rescanPresetBank(const std::string& folder);
     const AFPresetBank& getPresetBank() const noexcept { return presetBank; }
 
-    // The CC bindings a state carries, as (CC, parameter index) pairs: handed over when a load may replace
-    // the map, and asked for when a state is written. Any thread but the audio thread.
-    void applyLoadedMidiMap(const std::vector<std::pair<int32_t, int32_t>>& bindings);
+    // The CC bindings a state carries, as (CC, parameter index) pairs, asked for when a state is written.
+    // Any thread but the audio thread.
     std::vector<std::pair<int32_t, int32_t>> midiMapForState() const;
 
     // While on, a load keeps each slot's Dry Wet. Any thread.
@@ -141,12 +145,15 @@ public:
     void setDynamicSignalFlow(bool on, bool holdAudio = true);
 
     AFGlobalOptions& getOptions() noexcept { return options; }
+    // Where this instance's messages go: the editor, a tool or a test sets the handler. Any thread but the
+    // audio thread.
+    AFMessageSink& getMessageSink() noexcept { return messages; }
     // GUI or host thread: the per-user store and the content folders (presets, MIDI maps, step patterns).
     AFSettingsStore& getSettings() noexcept { return settings; }
     const AFContentPaths& getContentPaths() const noexcept { return contentPaths; }
     AFContentPaths& getContentPaths() noexcept { return contentPaths; }
     const AFSystemInfo& getSystemInfo() const noexcept { return systemInfo; }
-    double getPosition() const noexcept { return position; }
+    double getPosition() const noexcept { return transport.getPosition(); }
     float getMasterMix() const noexcept { return masterMix; }
     int getProcessingOrder(int i) const noexcept { return processingOrder.at(i); }
     float getModulationAmount(int slot, int amount) const noexcept;
@@ -155,7 +162,7 @@ public:
     bool takeRandomizeRequest() noexcept { return randomizeRequest.exchange(false); }
     // Editor thread: Randomize, with the effect presets under `contentPath`.
     void randomize(const std::string& contentPath);
-    bool takeProgramChangeRequest() noexcept { return programChangeRequest.exchange(false); }
+    bool takeProgramChangeRequest() noexcept { return midiControl.takeProgramChangeRequest(); }
     bool hostIsMaker() const noexcept { return ownHost; }
 
     // The Dictator's rows and its flags. Rows are edited on the editor thread without a lock.
@@ -194,7 +201,7 @@ public:
     int getLearnTarget() const noexcept { return midiBindings.getLearnTarget(); }
     AFMidiBindings& getMidiBindings() noexcept { return midiBindings; }
     // Any thread: last value of each controller, 0..1.
-    float getControllerValue(int cc) const noexcept { return ccValues[static_cast<std::size_t>(cc & 0x7F)]; }
+    float getControllerValue(int cc) const noexcept { return midiControl.controllerValue(cc); }
     // Host or GUI thread, from a state load: the loaded controller pairs replace the map unless
     // "CCRecallLock" is on and the caller does not force it.
     void applyLoadedMidiMap(const AFMidiBindings& loaded, bool force);
@@ -202,39 +209,31 @@ public:
     std::string defaultMidiMapPath() const;
 
 private:
-    friend class AFStateIO;
+    friend class AFClientState;
 
     void nameParameters();
     void applyDictator(float value);
     void randomiseDictatorRow(int row);
     int runQuantiser() noexcept;
-    void handleDueEvents() noexcept;
-    void handleEvent(const AFEventQueue::Record& record) noexcept;
     void runSlots(float* left, float* right, int frames) noexcept;
     void applyMasterMix(float* left, float* right, int frames) noexcept;
-    void sendMidiOut() noexcept;
-    void addOutEvent(int delta, int number, int value, int channel) noexcept;
     void ensureDryCapacity(int frames);
-    template <typename List>
-    void applyBindings(const List& list, float value) noexcept;
     void loadDefaultMidiMap();
     void saveDefaultMidiMap() const;
 
-    std::array<AFMidiEvent, kMidiOutCapacity> midiOut{};
-    int midiOutCount = 0;
-    std::array<float, kSlots> lastSentControls{};
     AFBpmListenerList bpmListeners;
     AFSystemInfo systemInfo;
     std::array<std::atomic<float>, kHostParameters> parameters{};
     std::array<std::atomic<float>, kSlots * KnobEngine::kAmountCount> modulationAmounts{};
     std::array<std::string, kHostParameters> parameterNames;
     std::array<std::unique_ptr<KnobEngine>, kSlots> slots;
-    AFEventQueue eventQueue;
     std::array<std::string, kSlots> presetNames;
     std::string globalPresetName;
-    std::array<float, 128> ccValues{};
+    AFMessageSink messages;
     AFMidiBindings midiBindings;
     AFGlobalOptions options;
+    AFTransport transport;
+    AFMidiControl midiControl{*this, midiBindings, options, systemInfo};
     AFProcessingOrder processingOrder;
     std::unique_ptr<float[]> dryLeft;
     std::unique_ptr<float[]> dryRight;
@@ -251,9 +250,6 @@ private:
     float gestureNew = 0.0f;
     AFCommandHistory history{this};
     std::array<int, kEditorStateCount> editorState{};
-    // The engine's own count of the position in quarters. Kept in double so that long sessions still land on
-    // the grid to the sample; the float copy in the timing record is what effects read.
-    double position = 0.0;
     AFAudioGate gate;
     std::atomic<bool> dryWetLock{false};
     std::string dictatorPresetName;
@@ -263,7 +259,6 @@ private:
     AFChunk hostChunk;
     std::vector<uint8_t> hostImage;
     std::atomic<bool> randomizeRequest{false};
-    std::atomic<bool> programChangeRequest{false};
     bool ownHost = false;
     AFSettingsStore settings;
     AFContentPaths contentPaths{settings};

@@ -1,7 +1,7 @@
 #include "fuzz/FuzzRig.h"
 
-#include "engine/AFMessageSink.h"
 #include "engine/AFUniClient.h"
+#include "state/AFMessageSink.h"
 
 #include <cmath>
 #include <cstdio>
@@ -39,8 +39,8 @@ FuzzRig& FuzzRig::get() {
 
 FuzzRig::FuzzRig() : homeFolder(makeHome()), host(transport()) {
     // Hostile files make the engine speak; the fuzzer's output stays readable.
-    AFMessageSink::setHandler(&quiet, nullptr);
     plugin = std::make_unique<AFUniClient>(&RenderHost::callback, &host);
+    plugin->getMessageSink().setHandler(&quiet, nullptr);
     plugin->setSampleRate(48000.0f);
     plugin->setBlockSize(kBlock);
     plugin->resume();

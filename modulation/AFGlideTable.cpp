@@ -1,32 +1,10 @@
 #include "modulation/AFGlideTable.h"
 
 #include "state/AFChunk.h"
+#include "state/AFGlideTableRecord.h"
 
 #include <algorithm>
 #include <cmath>
-
-namespace {
-
-// Words of cell data for a stored size, or -1 when they cannot fit into the words left.
-int64_t cellWords(uint32_t rows, uint32_t columns, int64_t wordsLeft) {
-    if (rows == 0 || columns == 0) return 0;
-    if (wordsLeft <= 0) return -1;
-    const auto perRow = static_cast<int64_t>(columns) * 2;
-    if (static_cast<int64_t>(rows) > wordsLeft / perRow) return -1;
-    return static_cast<int64_t>(rows) * perRow;
-}
-
-// Moves past cells that may not all be there; a shortfall marks the chunk as overrun.
-void skipWords(AFChunk& chunk, int64_t count, int64_t wordsLeft) {
-    if (count >= 0 && count <= wordsLeft) {
-        chunk.setPosition(chunk.getPosition() + static_cast<int32_t>(count));
-        return;
-    }
-    chunk.setPosition(static_cast<int32_t>(chunk.wordCount()));
-    chunk.readInt();
-}
-
-} // namespace
 
 AFGlideTable::AFGlideTable(uint32_t columns, uint32_t rows)
     : values(std::max(rows, 1u), std::vector<float>(std::max(columns, 1u), 0.0f)),
@@ -34,36 +12,21 @@ AFGlideTable::AFGlideTable(uint32_t columns, uint32_t rows)
       columnCount(std::max(columns, 1u)), rowCount(std::max(rows, 1u)) {}
 
 bool AFGlideTable::read(AFChunk& chunk, bool silent) {
-    // The magic and version words carry nothing a reader acts on.
-    chunk.readInt();
-    chunk.readInt();
-    const auto rows = static_cast<uint32_t>(chunk.readInt());
-    const auto columns = static_cast<uint32_t>(chunk.readInt());
-    const int32_t storedGlideRow = chunk.readInt();
-    const int32_t storedRange = chunk.readInt();
-    const int64_t wordsLeft = static_cast<int64_t>(chunk.wordCount()) - chunk.getPosition();
-    const int64_t words = cellWords(rows, columns, wordsLeft);
-    if (silent || words <= 0) {
-        skipWords(chunk, words < 0 ? wordsLeft + 1 : words, wordsLeft);
-        return silent ? words >= 0 : false;
-    }
+    AFGlideTableRecord record;
+    const bool ok = record.read(chunk, silent);
+    take(record);
+    return ok;
+}
 
-    std::vector<std::vector<float>> newValues(rows, std::vector<float>(columns));
-    std::vector<std::vector<int32_t>> newGlides(rows, std::vector<int32_t>(columns));
-    for (uint32_t r = 0; r < rows; ++r)
-        for (uint32_t c = 0; c < columns; ++c) {
-            const float v = chunk.readFloat();
-            newValues[r][c] = std::isfinite(v) ? v : 0.0f;
-            newGlides[r][c] = chunk.readInt();
-        }
-    values = std::move(newValues);
-    glides = std::move(newGlides);
-    rowCount = rows;
-    columnCount = columns;
-    rangeValue = static_cast<float>(storedRange);
-    glideRow = std::clamp(storedGlideRow, 0, static_cast<int32_t>(rows - 1));
-    valueRow = std::clamp(valueRow, 0, static_cast<int32_t>(rows - 1));
-    return true;
+void AFGlideTable::take(AFGlideTableRecord& record) {
+    if (!record.hasCells) return;
+    values = std::move(record.values);
+    glides = std::move(record.glides);
+    rowCount = record.rows;
+    columnCount = record.columns;
+    rangeValue = static_cast<float>(record.range);
+    glideRow = std::clamp(record.glideRow, 0, static_cast<int32_t>(rowCount - 1));
+    valueRow = std::clamp(valueRow, 0, static_cast<int32_t>(rowCount - 1));
 }
 
 void AFGlideTable::write(AFChunk& chunk) {

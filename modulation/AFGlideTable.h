@@ -7,6 +7,8 @@
 #include <memory>
 #include <vector>
 
+struct AFGlideTableRecord;
+
 // Editable step pattern: a grid of cell values, each with a glide flag that slides the value towards the next
 // column. Serves the pattern editor, its preset files and old slot state.
 class AFGlideTable : public AFChunkableClass, public AFInitInterface {
@@ -21,6 +23,9 @@ public:
     // Thread of the load. Silent: consumes the same words and leaves the table alone. False for a size that
     // cannot be there; the table then stays as it was.
     bool read(AFChunk& chunk, bool silent) override;
+    // Thread of the load: the cells of a record that holds them, moved in; a record without cells changes
+    // nothing.
+    void take(AFGlideTableRecord& record);
     // Thread of the save.
     void write(AFChunk& chunk) override;
     // GUI thread, or with the audio held off: all cells 0, no glides.

@@ -4,7 +4,6 @@
 #include "effects/framework/AFSystemInfo.h"
 #include "effects/framework/ClampUnit.h"
 #include "effects/framework/TimeValueTables.h"
-#include "state/AFChunk.h"
 
 #include <cmath>
 #include <cstdio>
@@ -316,28 +315,30 @@ const char* AFLfo::waveformName(int index) noexcept {
     return index >= 0 && index < kWaveformCount ? kWaveformNames[index] : "";
 }
 
-bool AFLfo::read(AFChunk& chunk, bool silent) {
-    setParameterMode(0, chunk.readInt());
-    setTriggerMode(chunk.readInt());
-    setQuantizeSteps(chunk.readInt());
-    const int32_t wave = chunk.readInt();
+void AFLfo::apply(AFStateRecord::Lfo& record) {
+    setParameterMode(0, record.rateMode);
+    setTriggerMode(record.triggerMode);
+    setQuantizeSteps(record.quantizeSteps);
+    const int32_t wave = record.waveform;
     setWaveform(wave < 0 ? 0 : (wave >= kWaveformCount ? kWaveformCount - 1 : wave));
-    if (recordVersion >= kRateDivideVersion) setRateDivide(chunk.readFloat());
-    if (recordVersion >= kStepsVersion) {
+    if (record.hasRateDivide) setRateDivide(record.rateDivide);
+    if (record.hasSteps) {
         for (int i = 0; i < kStepCount; ++i)
-            setStep(i, chunk.readFloat());
-    } else if (recordVersion >= kGlideTableVersion) {
-        return glideTable.read(chunk, silent);
+            setStep(i, record.steps[static_cast<std::size_t>(i)]);
+    } else if (record.hasGlideTable) {
+        glideTable.take(record.glideTable);
     }
-    return true;
 }
 
-void AFLfo::write(AFChunk& chunk) {
-    chunk.writeInt(getParameterMode(0));
-    chunk.writeInt(getTriggerMode());
-    chunk.writeInt(getQuantizeSteps());
-    chunk.writeInt(getWaveform());
-    chunk.writeFloat(getRateDivide());
+void AFLfo::capture(AFStateRecord::Lfo& record) const {
+    record.rateMode = getParameterMode(0);
+    record.triggerMode = getTriggerMode();
+    record.quantizeSteps = getQuantizeSteps();
+    record.waveform = getWaveform();
+    record.hasRateDivide = true;
+    record.rateDivide = getRateDivide();
+    record.hasSteps = true;
+    record.hasGlideTable = false;
     for (int i = 0; i < kStepCount; ++i)
-        chunk.writeFloat(getStep(i));
+        record.steps[static_cast<std::size_t>(i)] = getStep(i);
 }

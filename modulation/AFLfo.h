@@ -3,7 +3,7 @@
 #include "effects/framework/AFBPMChangeInterface.h"
 #include "effects/framework/AFEffect.h"
 #include "modulation/AFGlideTable.h"
-#include "state/AFChunkableClass.h"
+#include "state/AFStateRecord.h"
 
 #include <array>
 #include <atomic>
@@ -12,18 +12,13 @@
 // Control-rate LFO of a slot: one value from 0 to 1 per control tick, never touching audio. The editor writes
 // the waveform, quantize, trigger, rate-divide and step fields from the GUI thread while the audio thread
 // ticks, so those are relaxed atomics; everything else belongs to the audio thread.
-class AFLfo : public AFEffect, public AFChunkableClass, public AFBPMChangeInterface {
+class AFLfo : public AFEffect, public AFBPMChangeInterface {
 public:
     static constexpr int kWaveformCount = 14;
     static constexpr int kStepCount = 16;
     static constexpr int kRateModeCount = 3;
     static constexpr int kTriggerModeCount = 3;
     static constexpr int32_t kMaxQuantizeSteps = 256;
-    // Slot record versions: rate divide from 4306, steps from 4304.
-    static constexpr int32_t kRecordVersion = 4307;
-    static constexpr int32_t kRateDivideVersion = 4306;
-    static constexpr int32_t kStepsVersion = 4304;
-    static constexpr int32_t kGlideTableVersion = 4302;
 
     // Any thread with the audio held off.
     explicit AFLfo(AFSystemInfo* systemInfo);
@@ -74,12 +69,11 @@ public:
     float getStep(int index) const noexcept;
 
     // Any thread but the audio thread, with the audio held off: the LFO's own fields of a slot record (rate
-    // mode, trigger mode, quantize steps, waveform, rate divide, steps), as the record version has them.
-    // Versions 4302 and 4303 hold a glide table in place of the steps; it is read into the LFO's table.
-    bool read(AFChunk& chunk, bool silent) override;
-    void write(AFChunk& chunk) override;
-    // The version of the slot record that the next read meets.
-    void setRecordVersion(int32_t version) noexcept { recordVersion = version; }
+    // mode, trigger mode, quantize steps, waveform, rate divide, steps), as far as the record has them. A
+    // record with a grid in place of the steps moves its cells into the LFO's table.
+    void apply(AFStateRecord::Lfo& record);
+    // Any thread but the audio thread: every field, for a record of the current version.
+    void capture(AFStateRecord::Lfo& record) const;
     // Any thread: the table that old state loads into; the LFO itself never reads it.
     const AFGlideTable& getGlideTable() const noexcept { return glideTable; }
 
@@ -122,5 +116,4 @@ private:
     bool stopped = false;
     std::atomic<bool> rateDividePending{false};
     AFGlideTable glideTable{static_cast<uint32_t>(kStepCount), 1u};
-    int32_t recordVersion = kRecordVersion;
 };

@@ -1,11 +1,11 @@
 #include "modulation/AFStepPatternFile.h"
 
 #include "effects/framework/AFSystemInfo.h"
-#include "engine/AFMessageSink.h"
 #include "host/AFPluginTypes.h"
 #include "modulation/AFGlideTable.h"
 #include "modulation/AFLfo.h"
 #include "state/AFChunk.h"
+#include "state/AFMessageSink.h"
 
 #include <cstdio>
 #include <filesystem>
@@ -14,14 +14,15 @@ std::string AFStepPatternFile::folderPath(const std::string& contentPath) {
     return contentPath + kFolderWord + "/";
 }
 
-bool AFStepPatternFile::load(const std::string& path, AFGlideTable& table) {
+bool AFStepPatternFile::load(const std::string& path, AFGlideTable& table, AFMessageSink* messages) {
     AFChunk chunk;
+    chunk.setMessageSink(messages);
     if (!chunk.readFile(path, false)) return false;
     if (chunk.getVersion() > AFChunk::contentVersion()) {
         char text[128];
         std::snprintf(text, sizeof(text), "preset was written with a newer version of %s",
                       AFIdentity::kProduct);
-        AFMessageSink::report(text);
+        AFMessageSink::reportTo(messages, text);
         return false;
     }
     table.beforeRead();
@@ -31,7 +32,8 @@ bool AFStepPatternFile::load(const std::string& path, AFGlideTable& table) {
     return ok;
 }
 
-bool AFStepPatternFile::save(const std::string& path, AFGlideTable& table, const AFSystemInfo* system) {
+bool AFStepPatternFile::save(const std::string& path, AFGlideTable& table, const AFSystemInfo* system,
+                             AFMessageSink* messages) {
     AFChunk chunk;
     if (system != nullptr) {
         chunk.setTempo(static_cast<float>(system->bpm));
@@ -49,7 +51,7 @@ bool AFStepPatternFile::save(const std::string& path, AFGlideTable& table, const
     std::string text = "saving preset to ";
     text += path;
     text += " failed";
-    AFMessageSink::report(text);
+    AFMessageSink::reportTo(messages, text);
     return false;
 }
 

@@ -4,6 +4,7 @@
 
 class AFGlideTable;
 class AFLfo;
+class AFMessageSink;
 class AFSystemInfo;
 
 // Step-sequencer preset files: a chunk holding one glide table, kept in the content folder's "Stepsequencer"
@@ -19,10 +20,12 @@ public:
     static std::string folderPath(const std::string& contentPath);
     // GUI thread. A file that is not a chunk, is newer than this program or holds no readable table leaves
     // the table as it was; the chunk layer reports a wrong header. On success the table gets the file's name.
-    static bool load(const std::string& path, AFGlideTable& table);
+    // Messages go to `messages`, or to standard error without one.
+    static bool load(const std::string& path, AFGlideTable& table, AFMessageSink* messages = nullptr);
     // GUI thread. Tempo and sample rate of the header come from the timing record when given; a failed
     // write reports "saving preset to %s failed".
-    static bool save(const std::string& path, AFGlideTable& table, const AFSystemInfo* system);
+    static bool save(const std::string& path, AFGlideTable& table, const AFSystemInfo* system,
+                     AFMessageSink* messages = nullptr);
     // GUI thread: the table's value row becomes the LFO's steps; a shorter table repeats, glides are dropped
     // because the LFO holds each step.
     static void applyToLfo(const AFGlideTable& table, AFLfo& lfo);

@@ -1,7 +1,7 @@
 #include "state/AFChunk.h"
 
-#include "engine/AFMessageSink.h"
 #include "host/AFPluginTypes.h"
+#include "state/AFMessageSink.h"
 
 #include <atomic>
 #include <bit>
@@ -177,7 +177,7 @@ bool AFChunk::readHeader(bool silent) {
         if (!silent) {
             char text[128];
             std::snprintf(text, sizeof(text), "\t This is no valid %s format!", AFIdentity::kProduct);
-            AFMessageSink::report(text);
+            AFMessageSink::reportTo(messages, text);
         }
         return false;
     }

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+class AFMessageSink;
+
 // The one container of all persistent state: a flat run of 32-bit little-endian words behind a five-word
 // header (size in words, version, tempo, sample rate, magic). Writers run twice over the same code, first
 // counting and then writing, so no size is ever computed by hand. Readers never trust the words: a read past
@@ -42,6 +44,8 @@ public:
 
     // Counting pass: writes only move the position.
     void writeHeader();
+    // Any thread, before a read: where the header's message goes; without one, to standard error.
+    void setMessageSink(AFMessageSink* sink) noexcept { messages = sink; }
     // Sets the position to 0 and reads the header. Reports "\t This is no valid %s format!" unless silent and
     // returns false for a wrong magic or an insane size.
     bool readHeader(bool silent);
@@ -96,4 +100,5 @@ protected:
     uint32_t sizeInWords = 0;
     bool counting = false;
     bool overrun = false;
+    AFMessageSink* messages = nullptr;
 };

@@ -2,7 +2,6 @@
 
 #include "effects/framework/AFEffect.h"
 #include "effects/framework/EffectFactory.h"
-#include "engine/AFMessageSink.h"
 #include "engine/AFMidiBindings.h"
 #include "engine/AFUniClient.h"
 #include "engine/KnobEngine.h"
@@ -11,6 +10,7 @@
 #include "modulation/AFLfo.h"
 #include "modulation/AFStepPatternFile.h"
 #include "state/AFChunk.h"
+#include "state/AFMessageSink.h"
 #include "state/AFStateIO.h"
 #include "tools/BoundedFile.h"
 #include "tools/JsonValue.h"
@@ -42,13 +42,16 @@ void collect(void* user, const char* text) {
     messages += text;
 }
 
-// Captures the system's messages while it lives.
+// Captures the messages of one sink while it lives.
 class MessageCapture {
 public:
-    explicit MessageCapture(std::string& into) { AFMessageSink::setHandler(collect, &into); }
-    ~MessageCapture() { AFMessageSink::setHandler(nullptr, nullptr); }
+    MessageCapture(AFMessageSink& sink, std::string& into) : sink(sink) { sink.setHandler(collect, &into); }
+    ~MessageCapture() { sink.setHandler(nullptr, nullptr); }
     MessageCapture(const MessageCapture&) = delete;
     MessageCapture& operator=(const MessageCapture&) = delete;
+
+private:
+    AFMessageSink& sink;
 };
 
 std::string lowerExtension(const std::string& path) {
@@ -122,7 +125,9 @@ bool PresetInspector::checkHeader() {
     AFChunk chunk;
     messages.clear();
     {
-        MessageCapture capture(messages);
+        AFMessageSink sink;
+        MessageCapture capture(sink, messages);
+        chunk.setMessageSink(&sink);
         if (!chunk.loadBytes(bytes.data(), bytes.size(), false)) {
             fault = messages;
             return false;
@@ -149,7 +154,7 @@ bool PresetInspector::loadState(AFUniClient& client, int slot) {
     messages.clear();
     bool ok;
     {
-        MessageCapture capture(messages);
+        MessageCapture capture(client.getMessageSink(), messages);
         ok = client.readState(chunk, slot, false);
     }
     if (!messages.empty()) {
@@ -167,7 +172,7 @@ int32_t PresetInspector::slotRecordsEnd(AFUniClient& client, int slots) const {
     for (int i = 0; i < 4; ++i)
         counter.writeInt(0);
     for (int s = 0; s < slots; ++s)
-        AFStateIO::writeSlotRecord(client, counter, s);
+        client.writeSlotRecord(counter, s);
     return counter.getPosition();
 }
 
@@ -184,7 +189,7 @@ bool PresetInspector::checkRecordHeads(AFUniClient& client, int slots) {
             return failAt(position + 1, "unknown effect type id " + std::to_string(type));
         AFChunk counter;
         counter.rewindToWrite();
-        AFStateIO::writeSlotRecord(client, counter, s);
+        client.writeSlotRecord(counter, s);
         position += counter.getPosition();
     }
     return true;
@@ -304,8 +309,9 @@ bool PresetInspector::checkPattern() {
     messages.clear();
     bool ok;
     {
-        MessageCapture capture(messages);
-        ok = AFStepPatternFile::load(path, table);
+        AFMessageSink sink;
+        MessageCapture capture(sink, messages);
+        ok = AFStepPatternFile::load(path, table, &sink);
     }
     if (!ok) {
         fault = messages.empty() ? "no readable step table" : messages;
@@ -549,8 +555,9 @@ std::string PresetInspector::describeGlobalSection(int32_t position) {
 std::string PresetInspector::describePattern() {
     AFGlideTable table;
     {
-        MessageCapture capture(messages);
-        AFStepPatternFile::load(path, table);
+        AFMessageSink sink;
+        MessageCapture capture(sink, messages);
+        AFStepPatternFile::load(path, table, &sink);
     }
     std::string values;
     std::string glides;
@@ -580,7 +587,7 @@ std::string PresetInspector::describe() {
     auto client = ToolClient::create();
     const int slots = fileKind == Kind::Global ? AFUniClient::kSlots : 1;
     {
-        MessageCapture capture(messages);
+        MessageCapture capture(client->getMessageSink(), messages);
         AFChunk chunk;
         chunk.loadBytes(bytes.data(), bytes.size(), true);
         client->readState(chunk, fileKind == Kind::Global ? -1 : 0, true);

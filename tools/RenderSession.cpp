@@ -2,9 +2,9 @@
 
 #include "effects/framework/AFEffect.h"
 #include "effects/framework/EffectFactory.h"
-#include "engine/AFMessageSink.h"
 #include "engine/AFRandom.h"
 #include "engine/AFUniClient.h"
+#include "state/AFMessageSink.h"
 #include "tools/MidiFile.h"
 #include "tools/PresetImage.h"
 
@@ -124,9 +124,9 @@ bool RenderSession::loadPreset(const RenderOptions::Preset& preset, std::string&
         return false;
     }
     std::string messages;
-    AFMessageSink::setHandler(&collect, &messages);
+    plugin->getMessageSink().setHandler(&collect, &messages);
     const bool loaded = plugin->loadPreset(preset.path, preset.slot, false);
-    AFMessageSink::setHandler(nullptr, nullptr);
+    plugin->getMessageSink().setHandler(nullptr, nullptr);
     if (!loaded) {
         error = where + (messages.empty() ? "the plug-in could not load it" : messages);
         return false;

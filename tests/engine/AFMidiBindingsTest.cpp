@@ -1,7 +1,7 @@
 #include "engine/AFMidiBindings.h"
 #include "engine/AFAudioGate.h"
-#include "engine/AFMessageSink.h"
 #include "state/AFChunk.h"
+#include "state/AFMessageSink.h"
 
 #include <gtest/gtest.h>
 
@@ -27,14 +27,14 @@ void capture(void*, const char* text) {
     messages().emplace_back(text);
 }
 
-// Captures the system's messages for one test.
+// Captures the messages of the maps that report to it, for one test.
 class MessageCapture {
 public:
     MessageCapture() {
         messages().clear();
-        AFMessageSink::setHandler(&capture, nullptr);
+        sink.setHandler(&capture, nullptr);
     }
-    ~MessageCapture() { AFMessageSink::setHandler(nullptr, nullptr); }
+    AFMessageSink sink;
 };
 
 std::string tempPath(const std::string& name) {
@@ -283,7 +283,8 @@ TEST(AFMidiBindingsFiles, OldPairFormBuiltWordByWord) {
     writeWords(path, chunkImage({100, 18467, 7, 0}));
     EXPECT_FALSE(c.loadMidiMap(path, false));
     // Version 103 and a wrong magic end the load without a message.
-    const MessageCapture messagesOn;
+    MessageCapture messagesOn;
+    c.attachMessageSink(&messagesOn.sink);
     writeWords(path, chunkImage({103, 18467, -2}));
     EXPECT_FALSE(c.loadMidiMap(path, false));
     writeWords(path, chunkImage({100, 18468, -2}));
@@ -294,8 +295,9 @@ TEST(AFMidiBindingsFiles, OldPairFormBuiltWordByWord) {
 }
 
 TEST(AFMidiBindingsFiles, Messages) {
-    const MessageCapture messagesOn;
+    MessageCapture messagesOn;
     AFMidiBindings b;
+    b.attachMessageSink(&messagesOn.sink);
     const std::string path = tempPath("messages.afm");
     auto image = chunkImage({100, 18467, -2});
     image[1] = static_cast<uint32_t>(AFChunk::contentVersion() + 1);

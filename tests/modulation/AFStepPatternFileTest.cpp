@@ -1,9 +1,9 @@
 #include "modulation/AFStepPatternFile.h"
 #include "effects/framework/AFSystemInfo.h"
-#include "engine/AFMessageSink.h"
 #include "modulation/AFGlideTable.h"
 #include "modulation/AFLfo.h"
 #include "state/AFChunk.h"
+#include "state/AFMessageSink.h"
 
 #include <gtest/gtest.h>
 
@@ -36,17 +36,17 @@ public:
 
 struct AFStepPatternFileTest : ::testing::Test {
     std::filesystem::path folder;
+    AFMessageSink sink;
 
     void SetUp() override {
         messages.clear();
-        AFMessageSink::setHandler(&capture, nullptr);
+        sink.setHandler(&capture, nullptr);
         folder = std::filesystem::temp_directory_path() /
                  ("orvanto-afs-" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) + "-" +
                   ::testing::UnitTest::GetInstance()->current_test_info()->name());
         std::filesystem::create_directories(folder);
     }
     void TearDown() override {
-        AFMessageSink::setHandler(nullptr, nullptr);
         AFChunk::setContentVersion(0);
         std::error_code ignored;
         std::filesystem::remove_all(folder, ignored);
@@ -101,18 +101,18 @@ TEST_F(AFStepPatternFileTest, SavedFileIsTheExactWordImage) {
     system.setTempo(97.0);
     AFGlideTable table;
     fillPattern(table);
-    ASSERT_TRUE(AFStepPatternFile::save(path("Ramp.AFS"), table, &system));
+    ASSERT_TRUE(AFStepPatternFile::save(path("Ramp.AFS"), table, &system, &sink));
     EXPECT_EQ(readWords(path("Ramp.AFS")), patternImage(97.0f, 48000.0f));
     EXPECT_TRUE(messages.empty());
     // Without a timing record the header carries the chunk's own defaults.
-    ASSERT_TRUE(AFStepPatternFile::save(path("Plain.AFS"), table, nullptr));
+    ASSERT_TRUE(AFStepPatternFile::save(path("Plain.AFS"), table, nullptr, &sink));
     EXPECT_EQ(readWords(path("Plain.AFS")), patternImage(120.0f, 44100.0f));
 }
 
 TEST_F(AFStepPatternFileTest, HandWrittenFileLoadsAndRoundTrips) {
     writeWords(path("Hand Made.AFS"), patternImage(140.0f, 96000.0f), 43 * 4);
     NamedTable table;
-    ASSERT_TRUE(AFStepPatternFile::load(path("Hand Made.AFS"), table));
+    ASSERT_TRUE(AFStepPatternFile::load(path("Hand Made.AFS"), table, &sink));
     EXPECT_EQ(table.name, "Hand Made");
     for (uint32_t c = 0; c < 16; ++c) {
         EXPECT_EQ(table.getValue(0, c), static_cast<float>(c) * 0.0625f);
@@ -122,9 +122,9 @@ TEST_F(AFStepPatternFileTest, HandWrittenFileLoadsAndRoundTrips) {
     EXPECT_FLOAT_EQ(table.valueAt(3.5f), 0.21875f);
 
     table.setGlideRow(0);
-    ASSERT_TRUE(AFStepPatternFile::save(path("Again.AFS"), table, nullptr));
+    ASSERT_TRUE(AFStepPatternFile::save(path("Again.AFS"), table, nullptr, &sink));
     NamedTable again;
-    ASSERT_TRUE(AFStepPatternFile::load(path("Again.AFS"), again));
+    ASSERT_TRUE(AFStepPatternFile::load(path("Again.AFS"), again, &sink));
     EXPECT_EQ(again.name, "Again");
     EXPECT_EQ(readWords(path("Again.AFS")), patternImage(120.0f, 44100.0f));
     EXPECT_TRUE(messages.empty());
@@ -136,7 +136,7 @@ TEST_F(AFStepPatternFileTest, MessagesAndThePatternThatStays) {
     auto image = patternImage(120.0f, 44100.0f);
     image[4] = 0x018E48DA;
     writeWords(path("Bad.AFS"), image, image.size() * 4);
-    EXPECT_FALSE(AFStepPatternFile::load(path("Bad.AFS"), table));
+    EXPECT_FALSE(AFStepPatternFile::load(path("Bad.AFS"), table, &sink));
     ASSERT_EQ(messages.size(), 1u);
     EXPECT_EQ(messages[0], "\t This is no valid Orvanto format!");
 
@@ -146,28 +146,28 @@ TEST_F(AFStepPatternFileTest, MessagesAndThePatternThatStays) {
     image[8] = 8;
     writeWords(path("Newer.AFS"), image, image.size() * 4);
     messages.clear();
-    EXPECT_FALSE(AFStepPatternFile::load(path("Newer.AFS"), table));
+    EXPECT_FALSE(AFStepPatternFile::load(path("Newer.AFS"), table, &sink));
     ASSERT_EQ(messages.size(), 1u);
     EXPECT_EQ(messages[0], "preset was written with a newer version of Orvanto");
     AFChunk::setContentVersion(7);
     messages.clear();
-    EXPECT_TRUE(AFStepPatternFile::load(path("Newer.AFS"), table));
+    EXPECT_TRUE(AFStepPatternFile::load(path("Newer.AFS"), table, &sink));
     EXPECT_EQ(table.getRowCount(), 2u);
     EXPECT_TRUE(messages.empty());
 
     // A missing file and a table that cannot be there report nothing.
     messages.clear();
-    EXPECT_FALSE(AFStepPatternFile::load(path("Missing.AFS"), table));
+    EXPECT_FALSE(AFStepPatternFile::load(path("Missing.AFS"), table, &sink));
     image = patternImage(120.0f, 44100.0f);
     image[8] = 0x7FFFFFFF;
     writeWords(path("Huge.AFS"), image, image.size() * 4);
-    EXPECT_FALSE(AFStepPatternFile::load(path("Huge.AFS"), table));
+    EXPECT_FALSE(AFStepPatternFile::load(path("Huge.AFS"), table, &sink));
     EXPECT_TRUE(messages.empty());
     EXPECT_EQ(table.getRowCount(), 2u);
     EXPECT_EQ(table.name, "Newer");
 
     const std::string blocked = path("no-such-folder/Pattern.AFS");
-    EXPECT_FALSE(AFStepPatternFile::save(blocked, table, nullptr));
+    EXPECT_FALSE(AFStepPatternFile::save(blocked, table, nullptr, &sink));
     ASSERT_EQ(messages.size(), 1u);
     EXPECT_EQ(messages[0], "saving preset to " + blocked + " failed");
 }
@@ -184,7 +184,7 @@ TEST_F(AFStepPatternFileTest, HostileFilesNeverCrashOrLeaveTheGrid) {
     for (std::size_t words = 0; words <= good.size(); ++words) {
         writeWords(path("Cut.AFS"), good, words * 4);
         AFGlideTable table;
-        AFStepPatternFile::load(path("Cut.AFS"), table);
+        AFStepPatternFile::load(path("Cut.AFS"), table, &sink);
         check(table);
     }
     // The size word shrunk to every length: the table refuses what is not there.
@@ -194,7 +194,7 @@ TEST_F(AFStepPatternFileTest, HostileFilesNeverCrashOrLeaveTheGrid) {
         writeWords(path("Short.AFS"), image, image.size() * 4);
         AFGlideTable table;
         table.setValue(0, 1, 0.75f);
-        const bool loaded = AFStepPatternFile::load(path("Short.AFS"), table);
+        const bool loaded = AFStepPatternFile::load(path("Short.AFS"), table, &sink);
         EXPECT_FALSE(loaded) << size;
         EXPECT_EQ(table.getValue(0, 1), 0.75f);
         check(table);
@@ -206,7 +206,7 @@ TEST_F(AFStepPatternFileTest, HostileFilesNeverCrashOrLeaveTheGrid) {
             image[at] = word;
             writeWords(path("Huge.AFS"), image, image.size() * 4);
             AFGlideTable table;
-            AFStepPatternFile::load(path("Huge.AFS"), table);
+            AFStepPatternFile::load(path("Huge.AFS"), table, &sink);
             check(table);
         }
     // Random bodies behind a valid header, and random words throughout.
@@ -217,7 +217,7 @@ TEST_F(AFStepPatternFileTest, HostileFilesNeverCrashOrLeaveTheGrid) {
             image[i] = round % 3 == 0 ? random() % 40 : random();
         writeWords(path("Noise.AFS"), image, image.size() * 4);
         AFGlideTable table;
-        AFStepPatternFile::load(path("Noise.AFS"), table);
+        AFStepPatternFile::load(path("Noise.AFS"), table, &sink);
         check(table);
     }
 }
@@ -255,13 +255,6 @@ TEST_F(AFStepPatternFileTest, PatternsMoveBetweenTableAndLfo) {
     EXPECT_EQ(three.getRowCount(), 1u);
     EXPECT_EQ(three.getValue(0, 4), 0.5f);
     EXPECT_EQ(three.getGlide(0, 4), 0);
-}
-
-TEST(AFStepPatternFileFolder, FolderAndWords) {
-    EXPECT_EQ(AFStepPatternFile::folderPath("/home/u/Orvanto/"), "/home/u/Orvanto/Stepsequencer/");
-    EXPECT_STREQ(AFStepPatternFile::kFolderWord, "Stepsequencer");
-    EXPECT_STREQ(AFStepPatternFile::kExtension, "AFS");
-    EXPECT_STREQ(AFStepPatternFile::kSuffix, ".AFS");
 }
 
 namespace {
@@ -314,7 +307,7 @@ TEST_F(AFStepPatternFileTest, FactoryPatternSourcesCompileToPlayablePatterns) {
             table.setGlide(0, c, glides[c] == "true" ? 1 : 0);
         }
         const std::string file = path((name + ".AFS").c_str());
-        ASSERT_TRUE(AFStepPatternFile::save(file, table, nullptr));
+        ASSERT_TRUE(AFStepPatternFile::save(file, table, nullptr, &sink));
         EXPECT_EQ(readWords(file).size(), 43u);
         NamedTable loaded;
         ASSERT_TRUE(AFStepPatternFile::load(file, loaded));

@@ -1,5 +1,5 @@
 #include "state/AFChunk.h"
-#include "engine/AFMessageSink.h"
+#include "state/AFMessageSink.h"
 
 #include <gtest/gtest.h>
 
@@ -28,11 +28,11 @@ void twoPass(AFChunk& chunk, Body body) {
 }
 
 struct ChunkTest : ::testing::Test {
+    AFMessageSink sink;
     void SetUp() override {
         messages.clear();
-        AFMessageSink::setHandler(&capture, nullptr);
+        sink.setHandler(&capture, nullptr);
     }
-    void TearDown() override { AFMessageSink::setHandler(nullptr, nullptr); }
 };
 
 } // namespace
@@ -88,15 +88,17 @@ TEST_F(ChunkTest, CountingNeverTouchesTheBuffer) {
 TEST_F(ChunkTest, WrongMagicAndInsaneSizeAreRefusedWithTheMessage) {
     std::vector<uint8_t> bytes(40, 0);
     bytes[0] = 10;
-    EXPECT_FALSE(AFChunk().loadBytes(bytes.data(), bytes.size(), false));
+    AFChunk chunk;
+    chunk.setMessageSink(&sink);
+    EXPECT_FALSE(chunk.loadBytes(bytes.data(), bytes.size(), false));
     ASSERT_EQ(messages.size(), 1u);
     EXPECT_EQ(messages[0], "\t This is no valid Orvanto format!");
 
     const uint8_t huge[] = {0xFF, 0xFF, 0xFF, 0x7F, 0, 0, 0,    0,    0,    0,
                             0xF0, 0x42, 0,    0,    0, 0, 0xD9, 0x48, 0x8E, 0x01};
-    EXPECT_FALSE(AFChunk().loadBytes(huge, sizeof(huge), true));
-    EXPECT_EQ(messages.size(), 1u);                    // silent
-    EXPECT_FALSE(AFChunk().loadBytes(huge, 7, false)); // truncated header
+    EXPECT_FALSE(chunk.loadBytes(huge, sizeof(huge), true));
+    EXPECT_EQ(messages.size(), 1u);                // silent
+    EXPECT_FALSE(chunk.loadBytes(huge, 7, false)); // truncated header
 }
 
 TEST_F(ChunkTest, SizeBeyondTheImageIsZeroFilled) {
@@ -154,6 +156,7 @@ TEST_F(ChunkTest, FilesAreWrittenAtomicallyAndReadBack) {
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir), std::filesystem::directory_iterator()),
               1);
     AFChunk back;
+    back.setMessageSink(&sink);
     ASSERT_TRUE(back.readFile(path, false));
     EXPECT_EQ(back.readString(), "second");
 

@@ -2,9 +2,9 @@
 
 #include "TestHost.h"
 #include "effects/framework/AFEffect.h"
-#include "engine/AFMessageSink.h"
 #include "engine/KnobEngine.h"
 #include "modulation/AFLfo.h"
+#include "state/AFMessageSink.h"
 
 #include <gtest/gtest.h>
 
@@ -66,14 +66,16 @@ std::vector<uint32_t> wordsOf(const AFChunk& chunk) {
     return words;
 }
 
+// The messages of one client while it lives.
 struct Messages {
     std::vector<std::string> texts;
-    Messages() {
-        AFMessageSink::setHandler(
+    AFMessageSink& sink;
+    explicit Messages(AFUniClient& client) : sink(client.getMessageSink()) {
+        sink.setHandler(
             [](void* user, const char* text) { static_cast<Messages*>(user)->texts.emplace_back(text); },
             this);
     }
-    ~Messages() { AFMessageSink::setHandler(nullptr, nullptr); }
+    ~Messages() { sink.setHandler(nullptr, nullptr); }
 };
 
 // One slot record as the tables lay it out, its values derived from `base` so that a check can recompute
@@ -436,7 +438,7 @@ TEST(AFStateIOTest, OlderSlotRecordsReadTheirOwnFields) {
         c.getSlot(1).getLfo(0)->setRateDivide(0.5f);
         AFChunk chunk;
         ASSERT_TRUE(loadWords(chunk, effectPreset(SlotSpec{}, version)));
-        Messages messages;
+        Messages messages(c);
         ASSERT_TRUE(c.readState(chunk, 1, false)) << version;
         EXPECT_TRUE(messages.texts.empty());
         EXPECT_FALSE(chunk.isOverrun());
@@ -499,7 +501,7 @@ TEST(AFStateIOTest, PrefixMessagesAndTheirSilence) {
             AFChunk chunk;
             ASSERT_TRUE(loadWords(chunk, w.finish()));
             const int before = host.client().getSlot(0).getEffectType();
-            Messages messages;
+            Messages messages(host.client());
             EXPECT_FALSE(host.client().readState(chunk, 0, silent));
             EXPECT_EQ(host.client().getSlot(0).getEffectType(), before);
             if (!silent || k.silentToo) {
@@ -517,7 +519,7 @@ TEST(AFStateIOTest, FileMessages) {
     AFUniClient& c = host.client();
     const fs::path home = std::getenv("HOME");
     {
-        Messages messages;
+        Messages messages(c);
         const auto bad = (home / "no-such-folder" / "x.afog").string();
         EXPECT_FALSE(c.savePreset(bad, -1));
         EXPECT_FALSE(c.saveDictatorPreset(bad));
@@ -533,7 +535,7 @@ TEST(AFStateIOTest, FileMessages) {
         std::ofstream(path, std::ios::binary)
             .write(reinterpret_cast<const char*>(bytesOf(w.finish()).data()),
                    static_cast<std::streamsize>(w.w.size() * 4));
-        Messages messages;
+        Messages messages(c);
         EXPECT_FALSE(c.loadPreset(path, -1, false));
         EXPECT_FALSE(c.loadPreset(path, -1, true));
         ASSERT_EQ(messages.texts.size(), 1u);
@@ -543,7 +545,7 @@ TEST(AFStateIOTest, FileMessages) {
     {
         const auto path = (home / "garbage.afo").string();
         std::ofstream(path) << "this is not a chunk at all";
-        Messages messages;
+        Messages messages(c);
         EXPECT_FALSE(c.loadPreset(path, 0, false));
         ASSERT_EQ(messages.texts.size(), 1u);
         EXPECT_EQ(messages.texts[0], "\t This is no valid Orvanto format!");
@@ -568,7 +570,7 @@ TEST(AFStateIOTest, FileMessages) {
         w.w.insert(w.w.end(), slot.w.begin(), slot.w.end());
         AFChunk chunk;
         ASSERT_TRUE(loadWords(chunk, w.finish()));
-        Messages messages;
+        Messages messages(c);
         EXPECT_TRUE(c.readState(chunk, 0, false));
         ASSERT_EQ(messages.texts.size(), 1u);
         EXPECT_EQ(messages.texts[0], "TODO CHUNK ERROR");
@@ -578,6 +580,24 @@ TEST(AFStateIOTest, FileMessages) {
 }
 
 // ---- Deliberate quirks ------------------------------------------------------------------------------------
+
+TEST(AFStateIOTest, TwoInstancesEachHearOnlyTheirOwnMessages) {
+    TestHost first;
+    TestHost second;
+    Messages heardByFirst(first.client());
+    Messages heardBySecond(second.client());
+    const auto bad = (fs::path(std::getenv("HOME")) / "no-such-folder" / "x.afog").string();
+    EXPECT_FALSE(first.client().savePreset(bad, -1));
+    Words w;
+    w.header();
+    w.prefix(13, 1, 18466);
+    appendSlot(w, SlotSpec{});
+    AFChunk chunk;
+    ASSERT_TRUE(loadWords(chunk, w.finish()));
+    EXPECT_FALSE(second.client().readState(chunk, 0, false));
+    EXPECT_EQ(heardByFirst.texts, std::vector<std::string>{"saving preset to " + bad + " failed"});
+    EXPECT_EQ(heardBySecond.texts, std::vector<std::string>{"This is not a Orvanto file"});
+}
 
 TEST(AFStateIOTest, FiveOptionPairsTakeTheTerminatorForTheGuardWord) {
     TestHost host;
@@ -630,7 +650,7 @@ TEST(AFStateIOTest, NineWordChunksLoadNothingAndSayNothing) {
         const auto image = w.finish();
         AFChunk chunk;
         ASSERT_TRUE(loadWords(chunk, image));
-        Messages messages;
+        Messages messages(c);
         EXPECT_FALSE(c.readState(chunk, -1, false));
         auto bytes = bytesOf(image);
         EXPECT_EQ(c.setChunk(bytes.data(), static_cast<int32_t>(bytes.size()), false), 1);
@@ -833,10 +853,11 @@ TEST(AFStateIOTest, RandomWordsAndHugeSizesNeverCrash) {
         auto words = valid;
         words[0] = size;
         const auto bytes = bytesOf(words);
-        Messages messages;
+        Messages messages(c);
         EXPECT_EQ(c.setChunk(const_cast<uint8_t*>(bytes.data()), static_cast<int32_t>(bytes.size()), false),
                   1);
         AFChunk chunk;
+        chunk.setMessageSink(&c.getMessageSink());
         EXPECT_FALSE(chunk.loadBytes(bytes.data(), bytes.size(), false));
         ASSERT_EQ(messages.texts.size(), 1u);
         EXPECT_EQ(messages.texts[0], "\t This is no valid Orvanto format!");

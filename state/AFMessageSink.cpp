@@ -1,13 +1,6 @@
-#include "engine/AFMessageSink.h"
+#include "state/AFMessageSink.h"
 
 #include <cstdio>
-#include <mutex>
-
-namespace {
-std::mutex guard; // never taken on the audio thread: messages come from loads and saves only
-AFMessageSink::Handler current = nullptr;
-void* currentUser = nullptr;
-} // namespace
 
 void AFMessageSink::setHandler(Handler handler, void* user) {
     const std::lock_guard lock(guard);
@@ -19,6 +12,13 @@ void AFMessageSink::report(const char* text) {
     const std::lock_guard lock(guard);
     if (current != nullptr)
         current(currentUser, text);
+    else
+        std::fprintf(stderr, "%s\n", text);
+}
+
+void AFMessageSink::reportTo(AFMessageSink* sink, const char* text) {
+    if (sink != nullptr)
+        sink->report(text);
     else
         std::fprintf(stderr, "%s\n", text);
 }
