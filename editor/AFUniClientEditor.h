@@ -96,7 +96,6 @@ public:
     EditView* getEditView(int slot) const { return editViews[static_cast<std::size_t>(slot)]; }
     AFPresetMenu* getGlobalPresetMenu() const noexcept { return globalPresetMenu; }
     std::string manualPath() const;
-    AFEditorHost& getHost() const noexcept { return host; }
     // The slot whose modulators the modulator page shows; choosing one rebinds the page and leaves no
     // history.
     int getSelectedSlot() const noexcept { return selectedSlot; }
