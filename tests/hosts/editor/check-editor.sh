@@ -210,29 +210,38 @@ sleep 0.6
 shot picked
 after=$(convert "$shots/$mode-picked.png" -crop 140x28+155+73 +repage -format '%#' info:)
 [ "$before" != "$after" ] || fail "slot 2's header did not change after the effect was picked"
-# The Dictator page by its tab: row 3 cleared (the loaded preset may hold key frames), then a key frame placed
-# at node 8 (cell 8 from the bottom, value 0.5) shows in slot 3's colour. Back on the main page, the Dictator at a quarter of its travel plays that row:
-# Control 3 rises to 0.25 and slot 3 starts (its lamp lights), which only the engine's table can do.
-xdotool mousemove --window "$window" 892 56 click 1
-sleep 0.4
-xdotool mousemove --window "$window" 342 444 click 1
-sleep 0.4
-shot dictator
-read -r r0 g0 b0 <<<"$(colour dictator 40x8+320+276)"
-xdotool mousemove --window "$window" 375 280 click 1
-sleep 0.4
-shot keyframe
-read -r r1 g1 b1 <<<"$(colour keyframe 40x8+320+276)"
-[ "$r1" -gt $((r0 + 80)) ] || fail "no key frame drawn in row 3: $r0 $g0 $b0 -> $r1 $g1 $b1"
-xdotool mousemove --window "$window" 724 56 click 1
-sleep 0.4
-shot back
-read -r r0 g0 b0 <<<"$(colour back 10x10+313+108)"
-xdotool mousemove --window "$window" 744 35 click 1
-sleep 0.8
-shot played
-read -r r1 g1 b1 <<<"$(colour played 10x10+313+108)"
-[ "$g1" -gt $((g0 + 60)) ] || fail "the Dictator did not start slot 3 from its key frame: lamp $r0 $g0 $b0 -> $r1 $g1 $b1"
+if [ "$mode" = lv2 ]; then
+    jalv_save closed
+fi
+# The Dictator rewrites every Control it plays, so it moves after the state is saved; our editor host saves
+# only as it exits, so there the key frame is left to the other formats.
+if [ "$editor_host" = "" ]; then
+    # The Dictator page by its tab: row 3 cleared (the loaded preset may hold key frames), then a key frame
+    # placed at node 8 (cell 8 from the bottom, value 0.5) shows in slot 3's colour. Back on the main page, the
+    # Dictator at a quarter of its travel plays that row: Control 3 rises to 0.25 and slot 3 starts (its lamp
+    # lights), which only the engine's table can do.
+    xdotool mousemove --window "$window" 892 56 click 1
+    sleep 0.4
+    xdotool mousemove --window "$window" 342 444 click 1
+    sleep 0.4
+    shot dictator
+    read -r r0 g0 b0 <<<"$(colour dictator 40x8+320+276)"
+    xdotool mousemove --window "$window" 375 280 click 1
+    sleep 0.4
+    shot keyframe
+    read -r r1 g1 b1 <<<"$(colour keyframe 40x8+320+276)"
+    [ "$r1" -gt $((r0 + 80)) ] || fail "no key frame drawn in row 3: $r0 $g0 $b0 -> $r1 $g1 $b1"
+    xdotool mousemove --window "$window" 724 56 click 1
+    sleep 0.4
+    shot back
+    read -r r0 g0 b0 <<<"$(colour back 10x10+313+108)"
+    xdotool mousemove --window "$window" 744 35 click 1
+    sleep 0.8
+    shot played
+    read -r r1 g1 b1 <<<"$(colour played 10x10+313+108)"
+    # Lit green when the slot runs, amber while it waits for the grid (a host whose transport stands).
+    [ "$g1" -gt $((g0 + 40)) ] || fail "the Dictator did not start slot 3 from its key frame: lamp $r0 $g0 $b0 -> $r1 $g1 $b1"
+fi
 if [ "$editor_host" != "" ]; then
     kill -TERM "$host_pid"
     wait "$host_pid" || fail "the editor host failed: $(cat "$work/app.log")"
@@ -241,8 +250,6 @@ if [ "$editor_host" != "" ]; then
         tr '\377\000' '\n\n' <"$work/engine-$state.state" | sed -n '/^chunk$/{n;p;q}' | base64 -d \
             >"$work/$state.afog" || fail "no engine image in the $state state"
     done
-elif [ "$mode" = lv2 ]; then
-    jalv_save closed
 fi
 if [ -s "$work/opened.afog" ]; then
     slot_effects() {
@@ -259,4 +266,4 @@ if [ -s "$work/opened.afog" ]; then
 elif [ "$mode" != jack ]; then
     fail "no engine image was saved"
 fi
-echo "PASS: $mode editor opened, a Control drag started its slot and the engine has it, an effect pick reached slot 2, a key frame played"
+echo "PASS: $mode editor opened, a Control drag started its slot and the engine has it, an effect pick reached slot 2"
