@@ -2,10 +2,11 @@
 # Opens the editor in a real window under Xvfb and plays it with xdotool: the JACK standalone against a
 # private dummy JACK server, the LV2 UI in jalv.gtk3, or the CLAP, VST2 or VST3 editor embedded by our own
 # editor host. Checks that the window shows the frame, that a dragged Control starts its slot (the lamp
-# lights), that an effect picked from the menu reaches the slot (its header changes), and that a key frame
-# placed on the Dictator page plays when the Dictator moves; then reads the engine back: with JACK and LV2 the
-# Control's value as the engine sends it on its MIDI out, and with LV2, CLAP, VST2 and VST3 Control 1 and the
-# slots' effects from the states saved as the editor opened and at the end (jalv's File menu, or our host).
+# lights), that an effect picked from the menu reaches the slot (its header changes), that a step drawn on the
+# modulator page reaches the LFO, and that a key frame placed on the Dictator page plays when the Dictator
+# moves; then reads the engine back: with JACK and LV2 the Control's value as the engine sends it on its MIDI
+# out, and with LV2, CLAP, VST2 and VST3 Control 1, the slots' effects and slot 1's LFO from the states saved
+# as the editor opened and at the end (jalv's File menu, or our host).
 #
 #   check-editor.sh jack <orvanto-jack> <content tree> <screenshot folder> <orvanto-preset>
 #   check-editor.sh lv2 <orvanto.lv2 bundle> <content tree> <screenshot folder> <orvanto-preset>
@@ -210,6 +211,19 @@ sleep 0.6
 shot picked
 after=$(convert "$shots/$mode-picked.png" -crop 140x28+155+73 +repage -format '%#' info:)
 [ "$before" != "$after" ] || fail "slot 2's header did not change after the effect was picked"
+# The modulator page by its tab: LFO 1 of slot 1 set to its step waveform (the 14th word of its menu, which
+# opens below it), then its first step drawn near the top of the step view that replaced the wave view.
+xdotool mousemove --window "$window" 808 56 click 1
+sleep 0.4
+xdotool mousemove --window "$window" 120 159 click 1
+sleep 0.4
+xdotool mousemove --window "$window" 40 415 click 1
+sleep 0.4
+xdotool mousemove --window "$window" 30 192 click 1
+sleep 0.4
+shot steps
+xdotool mousemove --window "$window" 724 56 click 1
+sleep 0.4
 if [ "$mode" = lv2 ]; then
     jalv_save closed
 fi
@@ -261,6 +275,11 @@ if [ -s "$work/opened.afog" ]; then
     [ "${#opened[@]}" -eq 8 ] && [ "${#closed[@]}" -eq 8 ] || fail "the saved states do not describe eight slots"
     [ "${closed[0]}" = "${opened[0]}" ] && [ "${closed[1]}" != "${opened[1]}" ] ||
         fail "slot effects before and after the pick: ${opened[*]} / ${closed[*]}"
+    lfo=$(grep -o '"lfo1": {[^}]*}' "$work/closed.json" | head -1)
+    waveform=$(echo "$lfo" | sed 's/.*"waveform": \([0-9]*\).*/\1/')
+    step=$(echo "$lfo" | sed 's/.*"steps": \[\([^,]*\),.*/\1/')
+    [ "$waveform" = 13 ] && awk -v v="$step" 'BEGIN { exit !(v > 0.8) }' ||
+        fail "slot 1's LFO 1 after the step edit: waveform '$waveform', first step '$step'"
     control=$(grep -o '"controls": \[[^],]*' "$work/closed.json" | sed 's/.*\[//')
     awk -v v="$control" 'BEGIN { exit !(v > 0.15) }' || fail "the engine's Control 1 is '$control' after the drag"
 elif [ "$mode" != jack ]; then
