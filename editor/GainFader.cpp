@@ -1,6 +1,5 @@
 #include "editor/GainFader.h"
 
-#include "editor/AFOptionMenu.h"
 #include "editor/AFTextPainter.h"
 
 #include <algorithm>
@@ -8,17 +7,8 @@
 
 GainFader::GainFader(const AFRect& size, AFControlListener* listener, int tag, float* valuePointer,
                      AFOptionMenu* menu, uint32_t colour)
-    : AFFader(size, listener, tag, nullptr, nullptr, valuePointer, kUnity), menu(menu), colour(colour) {}
-
-bool GainFader::onMouseDown(const AFMouseEvent& event) {
-    if (valuePointer == nullptr || !size.contains(event.x, event.y)) return false;
-    if ((event.button == AFMouseEvent::kRight || event.command) && menu != nullptr) {
-        menu->setViewSize(AFRect::ofSize(event.x, event.y, 1.0, 1.0));
-        menu->setVisible(true);
-        menu->popup(event.x, event.y, getTag());
-        return true;
-    }
-    return AFFader::onMouseDown(event);
+    : AFFader(size, listener, tag, nullptr, nullptr, valuePointer, kUnity), colour(colour) {
+    setMenu(menu);
 }
 
 void GainFader::draw(cairo_t* cr) {

@@ -17,13 +17,11 @@ public:
     GainFader(const AFRect& size, AFControlListener* listener, int tag, float* valuePointer,
               AFOptionMenu* menu, uint32_t colour);
 
-    bool onMouseDown(const AFMouseEvent& event) override;
     void draw(cairo_t* cr) override;
 
 protected:
     double handleWidth() const noexcept override { return kHandleWidth; }
 
 private:
-    AFOptionMenu* menu;
     uint32_t colour;
 };

@@ -1,3 +1,4 @@
+#include "EditorTestSupport.h"
 #include "ScopedEnvironment.h"
 #include "TempFolder.h"
 #include "TestHost.h"
@@ -24,32 +25,10 @@
 
 namespace {
 
-AFMouseEvent mouse(double x, double y, int button = AFMouseEvent::kLeft, bool doubleClick = false,
-                   bool shift = false) {
-    AFMouseEvent event;
-    event.x = x;
-    event.y = y;
-    event.button = button;
-    event.doubleClick = doubleClick;
-    event.shift = shift;
-    return event;
-}
-
-double midX(const AFRect& r) {
-    return (r.left + r.right) * 0.5;
-}
-double midY(const AFRect& r) {
-    return (r.top + r.bottom) * 0.5;
-}
-
-struct ScriptedHost : AFEditorHost {
-    std::vector<std::string> answers;
-    void chooseFile(const FileRequest&, FileAnswer answer) override {
-        const std::string path = answers.empty() ? "EMPTY" : answers.front();
-        if (!answers.empty()) answers.erase(answers.begin());
-        answer(path);
-    }
-};
+using editortest::midX;
+using editortest::midY;
+using editortest::press;
+using editortest::ScriptedHost;
 
 class EditorPagesTest : public ::testing::Test {
 protected:
@@ -68,8 +47,8 @@ protected:
     }
     // A click as the window delivers it: press and release at one place.
     void click(const AFRect& where, int button = AFMouseEvent::kLeft) {
-        frame->mouseDown(mouse(midX(where), midY(where), button));
-        frame->mouseUp(mouse(midX(where), midY(where), button));
+        frame->mouseDown(press(midX(where), midY(where), button));
+        frame->mouseUp(press(midX(where), midY(where), button));
     }
     int commands() { return client.getHistory().size(); }
 };
@@ -109,35 +88,35 @@ TEST_F(EditorPagesTest, KeyFrameMouseRulesEditTheRowOneUndoStepEach) {
     // A press on an empty cell places 0.5 and the row is rebuilt (node 0 joins as the single point's
     // partner).
     const double y10 = top + 6 * 17 + 8;
-    frame->mouseDown(mouse(x, y10));
+    frame->mouseDown(press(x, y10));
     EXPECT_EQ(commands(), 1);
     EXPECT_TRUE(dictator.node(2, 10).set);
     EXPECT_EQ(dictator.node(2, 10).value, 0.5f);
     EXPECT_TRUE(dictator.node(2, 0).set);
     EXPECT_FLOAT_EQ(dictator.node(2, 5).value, 0.25f);
     EXPECT_TRUE(row->isFineDrag());
-    frame->mouseMoved(mouse(x, y10 - 20));
-    frame->mouseUp(mouse(x, y10 - 20));
+    frame->mouseMoved(press(x, y10 - 20));
+    frame->mouseUp(press(x, y10 - 20));
     EXPECT_FLOAT_EQ(dictator.node(2, 10).value, 0.6f);
 
     // Shift makes the drag coarse; a press on a used cell keeps its value but is still one step.
-    frame->mouseDown(mouse(x, y10, AFMouseEvent::kLeft, false, true));
+    frame->mouseDown(press(x, y10, AFMouseEvent::kLeft, false, true));
     EXPECT_FALSE(row->isFineDrag());
     EXPECT_FLOAT_EQ(dictator.node(2, 10).value, 0.6f);
-    frame->mouseMoved(mouse(x, y10 - 5));
-    frame->mouseUp(mouse(x, y10 - 5));
+    frame->mouseMoved(press(x, y10 - 5));
+    frame->mouseUp(press(x, y10 - 5));
     EXPECT_FLOAT_EQ(dictator.node(2, 10).value, 0.7f);
     EXPECT_EQ(commands(), 2);
 
     // Double click or right button on an unused cell: nothing, and no step.
     const double y3 = top + 13 * 17 + 8;
-    frame->mouseDown(mouse(x, y3, AFMouseEvent::kRight));
-    frame->mouseDown(mouse(x, y3, AFMouseEvent::kLeft, true));
+    frame->mouseDown(press(x, y3, AFMouseEvent::kRight));
+    frame->mouseDown(press(x, y3, AFMouseEvent::kLeft, true));
     EXPECT_FALSE(dictator.node(2, 3).set);
     EXPECT_EQ(commands(), 2);
 
     // On a used cell they clear it.
-    frame->mouseDown(mouse(x, y10, AFMouseEvent::kRight));
+    frame->mouseDown(press(x, y10, AFMouseEvent::kRight));
     EXPECT_FALSE(dictator.node(2, 10).set);
     EXPECT_EQ(dictator.node(2, 10).value, 0.0f);
     EXPECT_EQ(commands(), 3);
@@ -194,7 +173,7 @@ TEST_F(EditorPagesTest, LearnMenuOnTheDictatorFaderAndTheMappingPage) {
     ASSERT_TRUE(bindings.addAftertouchBinding(AFUniClient::kDryWet));
 
     // The fader's menu names the CC; "Clear" takes the binding off as one step.
-    frame->mouseDown(mouse(710.0, 34.0, AFMouseEvent::kRight));
+    frame->mouseDown(press(710.0, 34.0, AFMouseEvent::kRight));
     AFOptionMenu* menu = frame->getOpenMenu();
     ASSERT_EQ(menu, editor.getLearnMenu());
     EXPECT_EQ(menu->getEntry(1), "Clear (CC: 7)");
@@ -240,15 +219,15 @@ TEST(SettingsViewTest, ChangesReachTheEngineAtOnceAndTheStoreOnClosing) {
         TestHost testHost;
         AFUniClient& client = testHost.client();
         SettingsView page(client, MonsterView::pageRect());
-        const auto press = [&](AFControl* control) {
+        const auto toggle = [&](AFControl* control) {
             const AFRect r = control->getViewSize();
-            control->onMouseDown(mouse(midX(r), midY(r)));
+            control->onMouseDown(press(midX(r), midY(r)));
         };
-        press(page.getSwitch(0));
-        press(page.getSwitch(1));
-        press(page.getTwinSwitch(1));
-        press(page.getSwitch(6));
-        press(page.getThresholdTwin());
+        toggle(page.getSwitch(0));
+        toggle(page.getSwitch(1));
+        toggle(page.getTwinSwitch(1));
+        toggle(page.getSwitch(6));
+        toggle(page.getThresholdTwin());
         page.getThresholdMenu()->choose(2);
         const AFGlobalOptions& options = client.getOptions();
         EXPECT_FALSE(options.dynamicSigFlow);

@@ -1,3 +1,4 @@
+#include "EditorTestSupport.h"
 #include "TempFolder.h"
 #include "TestHost.h"
 
@@ -40,18 +41,12 @@ AFMouseEvent centre(const AFView* view) {
     return at((r.left + r.right) * 0.5, (r.top + r.bottom) * 0.5);
 }
 
-// Answers a save dialog with the path the test sets.
-struct SavingHost : AFEditorHost {
-    std::string answer = "EMPTY";
-    void chooseFile(const FileRequest&, FileAnswer reply) override { reply(answer); }
-};
-
 // The editor with the modulator page in the frame in place of the strips, as the page holder shows it.
 class ModulatorPage : public ::testing::Test {
 protected:
     TestHost testHost;
     AFUniClient& client = testHost.client();
-    SavingHost host;
+    editortest::ScriptedHost host;
     AFUniClientEditor editor{client, host};
     AFFrame* frame = nullptr;
     ModulatorView* page = nullptr;
@@ -251,7 +246,7 @@ TEST_F(ModulatorPage, PatternMenuLoadsFromTheFolderAndKeepsTheHistory) {
     menu->choose(GlideEdit::kFirstFile + 1);
     engineLfo(0, 0).setStep(0, 0.875f);
     menu->choose(GlideEdit::kSave);
-    host.answer = folder + "Mine";
+    host.answers = {folder + "Mine"};
     engineLfo(0, 0).setStep(1, 0.125f);
     menu->choose(GlideEdit::kNewPreset);
     EXPECT_EQ(glide->getPatternName(), "Mine");

@@ -1,3 +1,4 @@
+#include "EditorTestSupport.h"
 #include "TempFolder.h"
 #include "TestHost.h"
 
@@ -23,6 +24,9 @@
 
 namespace {
 
+using editortest::press;
+using editortest::ScriptedHost;
+
 struct Recorder : AFControlListener {
     std::vector<std::string> calls;
     void valueChanged(AFControl* control) override {
@@ -30,29 +34,6 @@ struct Recorder : AFControlListener {
     }
     void beginEdit(int) override { calls.push_back("begin"); }
     void endEdit(int) override { calls.push_back("end"); }
-};
-
-AFMouseEvent press(double x, double y, int button = AFMouseEvent::kLeft, bool doubleClick = false) {
-    AFMouseEvent event;
-    event.x = x;
-    event.y = y;
-    event.button = button;
-    event.doubleClick = doubleClick;
-    return event;
-}
-
-// Answers file requests from a script, and records the host's side of the gestures.
-struct ScriptedHost : AFEditorHost {
-    std::vector<std::string> answers;
-    std::vector<std::string> gestures;
-    void beginEdit(int index) override { gestures.push_back("begin " + std::to_string(index)); }
-    void automate(int index, float) override { gestures.push_back("automate " + std::to_string(index)); }
-    void endEdit(int index) override { gestures.push_back("end " + std::to_string(index)); }
-    void chooseFile(const FileRequest&, FileAnswer answer) override {
-        const std::string path = answers.empty() ? "EMPTY" : answers.front();
-        if (!answers.empty()) answers.erase(answers.begin());
-        answer(path);
-    }
 };
 
 double centreX(const AFView* view) {
