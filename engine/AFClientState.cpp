@@ -60,11 +60,8 @@ void AFClientState::captureSlot(AFUniClient& client, int slot, AFStateRecord::Sl
     into.mixLaw = engine.getMixLaw();
     into.options.clear();
     AFEffect* effect = engine.getEffect();
-    for (int i = 0; i < effect->getParameterCount(); ++i) {
-        AFWordList words;
-        effect->getOptionList(i, words);
-        if (!words.empty()) into.options.emplace_back(i, effect->getOption(i));
-    }
+    for (int i = 0; i < effect->getParameterCount(); ++i)
+        if (!effect->optionWords(i).empty()) into.options.emplace_back(i, effect->getOption(i));
     for (int m = 0; m < 3; ++m) {
         auto& modulator = into.modulators[static_cast<std::size_t>(m)];
         for (int k = 0; k < 3; ++k) {
@@ -153,18 +150,20 @@ bool AFClientState::readState(AFUniClient& client, AFChunk& chunk, int slot, boo
     AFStateRecord state;
     if (!AFStateIO::readState(chunk, slot, silent, client.options.midiOutPP.load(), &client.messages, state))
         return false;
-    // What takes time happens before the audio is held off: the slots as they stand, to fall back on, the
-    // effects the records name and the CC map. Under the hold the effects are swapped, not built, and the old
-    // ones are freed after it.
+    // What takes time happens before the audio is held off: the slots a record cannot replace as they
+    // stand, to fall back on, the effects the records name and the CC map. Under the hold the effects are
+    // swapped, not built, and the old ones are freed after it.
     const AFAudioGate::Reader turn(client.getAudioGate());
     const int first = std::max(slot, 0);
     const int last = slot >= 0 ? slot : AFUniClient::kSlots - 1;
     std::array<AFStateRecord::Slot, AFUniClient::kSlots> saved;
     for (int s = first; s <= last; ++s) {
         const auto& record = state.slots[static_cast<std::size_t>(s)];
-        keepSlot(client, s, saved[static_cast<std::size_t>(s)]);
+        const bool usable = slotEffectAllowed(record.type);
+        if (record.valid && !(record.complete && usable))
+            keepSlot(client, s, saved[static_cast<std::size_t>(s)]);
         client.getSlot(s).deferFrees(true);
-        if (record.valid && slotEffectAllowed(record.type)) client.getSlot(s).prepareEffect(record.type);
+        if (record.valid && usable) client.getSlot(s).prepareEffect(record.type);
     }
     std::unique_ptr<AFMidiBindings> loadedMap;
     if (state.global.hasBindings && !client.options.ccRecallLock.load()) {
@@ -193,6 +192,8 @@ bool AFClientState::applySlot(AFUniClient& client, int slot, AFStateRecord::Slot
     if (!record.valid) return false;
     KnobEngine& engine = client.getSlot(slot);
     const bool usable = slotEffectAllowed(record.type);
+    // One recompute once every row is in, not one per row.
+    engine.holdRecompute(true);
     if (usable) engine.setEffect(record.type);
     applySlotBody(client, slot, record);
     if (!record.complete || !usable) {
@@ -206,6 +207,7 @@ bool AFClientState::applySlot(AFUniClient& client, int slot, AFStateRecord::Slot
             engine.restartThroughQuantiser();
         }
     }
+    engine.holdRecompute(false);
     engine.controlMoved(client.getParameter(slot));
     engine.parameterChanged(KnobEngine::kParameter1);
     return record.complete;

@@ -169,8 +169,6 @@ int32_t AFUniClient::setChunk(void* data, int32_t byteSize, bool) {
     const AFAudioGate::Reader turn(gate);
     AFChunk image;
     if (image.loadBytes(data, static_cast<std::size_t>(byteSize), true)) readState(image, -1, true);
-    // The held chunk mirrors what was just loaded, so an unchanged get chunk still returns a valid image.
-    writeState(hostChunk, -1);
     return 1;
 }
 

@@ -183,6 +183,11 @@ void KnobEngine::applyGate(float value) {
 
 void KnobEngine::parameterChanged(int) {
     if (!isRunning()) {
+        if (recomputeHeld.load(std::memory_order_relaxed)) {
+            lfo1->setParameter(1, modulatorValue(0));
+            lfo2->setParameter(1, modulatorValue(6));
+            return;
+        }
         updateModulators();
         for (int i = 0; i < 5; ++i)
             recomputeEffective(i);
@@ -238,16 +243,19 @@ void KnobEngine::stop() noexcept {
     fadeStep = system->controlTime * -100.0f;
 }
 
+float KnobEngine::modulatorValue(int j) const noexcept {
+    const auto jj = static_cast<std::size_t>(j);
+    const float curve =
+        curves[static_cast<std::size_t>(modulatorCurves[jj].load(std::memory_order_relaxed))].load(
+            std::memory_order_relaxed);
+    return clampUnit(parameter(kLfoRate + j) +
+                     modulatorKnobAmounts[jj].load(std::memory_order_relaxed) * curve);
+}
+
 void KnobEngine::updateModulators() noexcept {
     std::array<float, kModulatorCount> v{};
-    for (int j = 0; j < kModulatorCount; ++j) {
-        const auto jj = static_cast<std::size_t>(j);
-        const float curve =
-            curves[static_cast<std::size_t>(modulatorCurves[jj].load(std::memory_order_relaxed))].load(
-                std::memory_order_relaxed);
-        v[jj] = clampUnit(parameter(kLfoRate + j) +
-                          modulatorKnobAmounts[jj].load(std::memory_order_relaxed) * curve);
-    }
+    for (int j = 0; j < kModulatorCount; ++j)
+        v[static_cast<std::size_t>(j)] = modulatorValue(j);
     lfo1Rate = v[0], lfo1Phase = v[1], lfo1Amount = v[2];
     envelopeAttack = v[3], envelopeRelease = v[4], envelopeAmount = v[5];
     lfo2Rate = v[6], lfo2Phase = v[7], lfo2Amount = v[8];

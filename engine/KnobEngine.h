@@ -90,6 +90,9 @@ public:
     void applyGate(float value);
     // Any thread: one of the slot's 29 parameters changed.
     void parameterChanged(int row);
+    // Any thread, in the writers' turn: while held, a change to a stopped slot only steps the LFO rates,
+    // which remember their last value; the rest waits for the parameterChanged that ends a state load.
+    void holdRecompute(bool on) noexcept { recomputeHeld.store(on, std::memory_order_relaxed); }
     // Any thread: a KA parameter (row 20..28) changed.
     void setModulatorKnobAmount(int which, float hostValue);
     // Any thread: the linear FX Gain.
@@ -138,6 +141,7 @@ public:
 
 private:
     bool controlTick() noexcept;
+    float modulatorValue(int j) const noexcept;
     void updateModulators() noexcept;
     void recomputeEffective(int i) noexcept;
     void computeGains() noexcept;
@@ -152,6 +156,7 @@ private:
     bool spareActivated = false;
     std::vector<std::unique_ptr<AFEffect>> retired;
     bool deferring = false;
+    std::atomic<bool> recomputeHeld{false};
     AFAudioGate& gate;
     const AFGlobalOptions& options;
     AFProcessingOrder& order;

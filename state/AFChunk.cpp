@@ -57,12 +57,15 @@ uint32_t AFChunk::nextWord() {
 }
 
 void AFChunk::putWord(uint32_t value) {
-    if (!counting && position >= 0 && static_cast<std::size_t>(position) < extent()) {
-        const auto at = static_cast<std::size_t>(position);
-        if (at >= words.size()) words.resize(at + 1, 0u);
+    // A negative position converts to a size beyond any chunk.
+    const auto at = static_cast<std::size_t>(position++);
+    if (counting) return;
+    if (at < words.size()) {
+        words[at] = value;
+    } else if (at < sizeInWords) {
+        words.resize(at + 1, 0u);
         words[at] = value;
     }
-    ++position;
 }
 
 void AFChunk::writeFloat(float value) {
@@ -207,8 +210,13 @@ void AFChunk::copyFrom(const AFChunk& other) {
 
 std::vector<uint8_t> AFChunk::toBytes() const {
     std::vector<uint8_t> bytes(static_cast<std::size_t>(sizeInWords) * 4, 0);
-    for (std::size_t i = 0; i < sizeInWords; ++i)
-        storeLittle(&bytes[i * 4], word(i));
+    const std::size_t stored = std::min<std::size_t>(words.size(), sizeInWords);
+    if constexpr (std::endian::native == std::endian::little) {
+        if (stored > 0) std::memcpy(bytes.data(), words.data(), stored * 4);
+    } else {
+        for (std::size_t i = 0; i < stored; ++i)
+            storeLittle(&bytes[i * 4], words[i]);
+    }
     return bytes;
 }
 
@@ -226,9 +234,13 @@ bool AFChunk::loadBytes(const void* data, std::size_t byteCount, bool silent) {
     }
     // The header's size decides how much is read; a shorter image reads as zeros behind it.
     const std::size_t usable = std::min(byteCount / 4, static_cast<std::size_t>(sizeInWords));
-    words.assign(usable, 0u);
-    for (std::size_t i = 0; i < usable; ++i)
-        words[i] = loadLittle(bytes + 4 * i);
+    words.resize(usable);
+    if constexpr (std::endian::native == std::endian::little) {
+        if (usable > 0) std::memcpy(words.data(), bytes, usable * 4);
+    } else {
+        for (std::size_t i = 0; i < usable; ++i)
+            words[i] = loadLittle(bytes + 4 * i);
+    }
     position = kHeaderWords;
     return true;
 }
