@@ -32,6 +32,13 @@ void quiet(void*, const char*) {}
 
 } // namespace
 
+// A state load that builds a delay line allocates and frees megabytes; by default the sanitizer gives the
+// shadow of such a block back to the system each time and faults it in again on the next. Kept mapped, it is
+// only rewritten. Options given in ASAN_OPTIONS still win.
+extern "C" const char* __asan_default_options() {
+    return "clear_shadow_mmap_threshold=1073741824";
+}
+
 FuzzRig& FuzzRig::get() {
     static FuzzRig rig;
     return rig;
