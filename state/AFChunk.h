@@ -78,6 +78,8 @@ public:
     // True once any read went past the last word.
     bool isOverrun() const noexcept { return overrun; }
     std::size_t wordCount() const noexcept { return extent(); }
+    // The words held; from here to wordCount() every word reads as zero.
+    std::size_t storedWords() const noexcept { return words.size(); }
     uint32_t word(std::size_t i) const noexcept { return i < words.size() ? words[i] : 0u; }
 
     // The process-wide content version: written into word 1; files of a later version are refused.

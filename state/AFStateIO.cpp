@@ -14,6 +14,16 @@ void report(AFMessageSink* messages, const char* format, const char* argument) {
     AFMessageSink::reportTo(messages, text);
 }
 
+// Past its stored words a chunk reads zeros up to the size its header claims, which may be millions of words.
+// A loop waiting for a terminator there can only end by running out, so it runs out at once.
+bool runOut(AFChunk& chunk) {
+    const int32_t position = chunk.getPosition();
+    if (position < 0 || static_cast<std::size_t>(position) < chunk.storedWords()) return false;
+    chunk.setPosition(static_cast<int32_t>(chunk.wordCount()));
+    chunk.readInt();
+    return true;
+}
+
 } // namespace
 
 // ---- Writers ----------------------------------------------------------------------------------------------
@@ -263,6 +273,7 @@ void AFStateIO::readGlobalSection(AFChunk& chunk, int32_t stateVersion, bool mid
     }
     if (stateVersion >= 5) {
         for (;;) {
+            if (runOut(chunk)) return;
             const int32_t cc = chunk.readInt();
             if (chunk.isOverrun()) return;
             if (cc == kBindingsEnd) break;
@@ -276,8 +287,11 @@ void AFStateIO::readGlobalSection(AFChunk& chunk, int32_t stateVersion, bool mid
         if (!readRows(chunk, into.dictatorRows)) return;
         into.hasDictatorRows = true;
     } else if (stateVersion >= 6) {
-        while (chunk.readInt() != kDictatorEnd)
+        for (;;) {
+            if (runOut(chunk)) return;
+            if (chunk.readInt() == kDictatorEnd) break;
             if (chunk.isOverrun()) return;
+        }
     }
     if (stateVersion >= 6) {
         if (stateVersion >= 8) chunk.readInt();
@@ -311,6 +325,7 @@ bool AFStateIO::readRows(AFChunk& chunk, AFStateRecord::DictatorRows& rows) {
     rows = AFStateRecord::DictatorRows{};
     for (std::size_t r = 0; r < AFStateRecord::kDictatorRows; ++r) {
         for (;;) {
+            if (runOut(chunk)) return false;
             const int32_t column = chunk.readInt();
             if (chunk.isOverrun()) return false;
             if (column == kRowEnd) break;
