@@ -5,6 +5,7 @@
 #include "state/AFChunk.h"
 #include "state/AFMessageSink.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <limits>
 #include <memory>
@@ -261,8 +262,20 @@ void AFMidiBindings::clear() {
 
 // ---- Map files --------------------------------------------------------------------------------------------
 
+namespace {
+
+// Past its stored words a chunk reads zeros up to the size its header claims, which may be millions of words:
+// true when every read from here on is such a zero.
+bool inZeroTail(const AFChunk& chunk) {
+    return static_cast<std::size_t>(std::max(chunk.getPosition(), 0)) >= chunk.storedWords();
+}
+
+} // namespace
+
 bool AFMidiBindings::readControllerPairs(AFChunk& chunk) {
     for (;;) {
+        // Zeros never end the pairs: from there the read can only run out.
+        if (inZeroTail(chunk)) return false;
         const int32_t cc = chunk.readInt();
         if (chunk.isOverrun()) return false;
         if (cc == kPairsEnd) return true;
@@ -291,6 +304,14 @@ bool readList(AFChunk& chunk, AFMidiBindings::IndexList& list) {
     const int32_t count = chunk.readInt();
     if (chunk.isOverrun() || count < 0) return false;
     for (int32_t i = 0; i < count; ++i) {
+        if (inZeroTail(chunk)) {
+            // The rest are zeros, which bind parameter 0 once, as reading them one by one would.
+            const int64_t rest = count - i;
+            if (rest > static_cast<int64_t>(chunk.wordCount()) - chunk.getPosition()) return false;
+            chunk.setPosition(chunk.getPosition() + static_cast<int32_t>(rest));
+            if (AFMidiBindings::isBindable(0)) list.add(0);
+            return true;
+        }
         const int32_t parameter = chunk.readInt();
         if (chunk.isOverrun()) return false;
         if (AFMidiBindings::isBindable(parameter)) list.add(parameter);

@@ -7,9 +7,10 @@
 #include <cmath>
 
 AFGlideTable::AFGlideTable(uint32_t columns, uint32_t rows)
-    : values(std::max(rows, 1u), std::vector<float>(std::max(columns, 1u), 0.0f)),
-      glides(std::max(rows, 1u), std::vector<int32_t>(std::max(columns, 1u), 0)),
-      columnCount(std::max(columns, 1u)), rowCount(std::max(rows, 1u)) {}
+    : columnCount(std::max(columns, 1u)), rowCount(std::max(rows, 1u)) {
+    values.assign(static_cast<std::size_t>(rowCount) * columnCount, 0.0f);
+    glides.assign(values.size(), 0);
+}
 
 bool AFGlideTable::read(AFChunk& chunk, bool silent) {
     AFGlideTableRecord record;
@@ -36,18 +37,15 @@ void AFGlideTable::write(AFChunk& chunk) {
     chunk.writeInt(static_cast<int32_t>(columnCount));
     chunk.writeInt(glideRow);
     chunk.writeInt(static_cast<int32_t>(rangeValue));
-    for (uint32_t r = 0; r < rowCount; ++r)
-        for (uint32_t c = 0; c < columnCount; ++c) {
-            chunk.writeFloat(values[r][c]);
-            chunk.writeInt(glides[r][c]);
-        }
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        chunk.writeFloat(values[i]);
+        chunk.writeInt(glides[i]);
+    }
 }
 
 void AFGlideTable::init() {
-    for (auto& row : values)
-        std::fill(row.begin(), row.end(), 0.0f);
-    for (auto& row : glides)
-        std::fill(row.begin(), row.end(), 0);
+    std::fill(values.begin(), values.end(), 0.0f);
+    std::fill(glides.begin(), glides.end(), 0);
 }
 
 float AFGlideTable::valueAt(float p) const noexcept {
@@ -57,8 +55,8 @@ float AFGlideTable::valueAt(float p) const noexcept {
         if (!(p < columns)) p = 0.0f;
     }
     const auto i = std::min(static_cast<uint32_t>(p), columnCount - 1);
-    const auto& row = values[static_cast<std::size_t>(valueRow)];
-    if (glides[static_cast<std::size_t>(glideRow)][i] == 0) return row[i];
+    const float* row = values.data() + cell(static_cast<uint32_t>(valueRow), 0);
+    if (glides[cell(static_cast<uint32_t>(glideRow), i)] == 0) return row[i];
     const uint32_t next = i + 1 < columnCount ? i + 1 : 0;
     return row[i] + (row[next] - row[i]) * (p - static_cast<float>(i));
 }
@@ -72,19 +70,20 @@ std::unique_ptr<AFGlideTable> AFGlideTable::clone() const {
 }
 
 void AFGlideTable::setValue(uint32_t row, uint32_t column, float value) noexcept {
-    if (row < rowCount && column < columnCount) values[row][column] = std::isfinite(value) ? value : 0.0f;
+    if (row < rowCount && column < columnCount)
+        values[cell(row, column)] = std::isfinite(value) ? value : 0.0f;
 }
 
 float AFGlideTable::getValue(uint32_t row, uint32_t column) const noexcept {
-    return row < rowCount && column < columnCount ? values[row][column] : 0.0f;
+    return row < rowCount && column < columnCount ? values[cell(row, column)] : 0.0f;
 }
 
 void AFGlideTable::setGlide(uint32_t row, uint32_t column, int32_t flag) noexcept {
-    if (row < rowCount && column < columnCount) glides[row][column] = flag;
+    if (row < rowCount && column < columnCount) glides[cell(row, column)] = flag;
 }
 
 int32_t AFGlideTable::getGlide(uint32_t row, uint32_t column) const noexcept {
-    return row < rowCount && column < columnCount ? glides[row][column] : 0;
+    return row < rowCount && column < columnCount ? glides[cell(row, column)] : 0;
 }
 
 void AFGlideTable::setGlideRow(int32_t row) noexcept {

@@ -54,8 +54,13 @@ public:
     float getRangeValue() const noexcept { return rangeValue; }
 
 private:
-    std::vector<std::vector<float>> values;
-    std::vector<std::vector<int32_t>> glides;
+    std::size_t cell(uint32_t row, uint32_t column) const noexcept {
+        return static_cast<std::size_t>(row) * columnCount + column;
+    }
+
+    // Row after row, columnCount cells each.
+    std::vector<float> values;
+    std::vector<int32_t> glides;
     uint32_t columnCount;
     uint32_t rowCount;
     float rangeValue = 1.0f;

@@ -42,14 +42,16 @@ bool AFGlideTableRecord::read(AFChunk& chunk, bool silent) {
         skipWords(chunk, words < 0 ? wordsLeft + 1 : words, wordsLeft);
         return silent ? words >= 0 : false;
     }
-    values.assign(rows, std::vector<float>(columns));
-    glides.assign(rows, std::vector<int32_t>(columns));
-    for (uint32_t r = 0; r < rows; ++r)
-        for (uint32_t c = 0; c < columns; ++c) {
-            const float v = chunk.readFloat();
-            values[r][c] = std::isfinite(v) ? v : 0.0f;
-            glides[r][c] = chunk.readInt();
-        }
+    // One block per grid, not one per row: a hostile size of millions of one-cell rows costs no more than
+    // the words it claims.
+    const auto cells = static_cast<std::size_t>(words / 2);
+    values.assign(cells, 0.0f);
+    glides.assign(cells, 0);
+    for (std::size_t i = 0; i < cells; ++i) {
+        const float v = chunk.readFloat();
+        values[i] = std::isfinite(v) ? v : 0.0f;
+        glides[i] = chunk.readInt();
+    }
     hasCells = true;
     return true;
 }

@@ -11,9 +11,9 @@ struct AFGlideTableRecord {
     uint32_t columns = 0;
     int32_t glideRow = 0;
     int32_t range = 0;
-    // Filled only by a read that took the cells.
-    std::vector<std::vector<float>> values;
-    std::vector<std::vector<int32_t>> glides;
+    // Filled only by a read that took the cells: row after row, columns long each.
+    std::vector<float> values;
+    std::vector<int32_t> glides;
     bool hasCells = false;
 
     // Thread of the load. Silent consumes the same words and takes no cells. False for a size that cannot be
