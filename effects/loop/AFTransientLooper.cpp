@@ -1,5 +1,6 @@
 #include "effects/loop/AFTransientLooper.h"
 
+#include "effects/filter/LaneFilter.h"
 #include "effects/framework/AFBpmListenerList.h"
 #include "effects/framework/AFSystemInfo.h"
 #include "effects/framework/TimeValueTables.h"
@@ -439,49 +440,133 @@ void AFTransientLooper::runReverb(float* left, float* right, int from, int count
     alignas(32) std::array<float, 64> sendL;
     alignas(32) std::array<float, 64> sendR;
     const bool bursting = static_cast<double>(sinceHit) < quiet;
-    for (int j = 0; j < n; ++j) {
-        const auto k = static_cast<std::size_t>(j);
-        const double after = static_cast<double>(sinceHit + j) - holdSamples;
-        const auto burst = static_cast<float>(after < 0.0 ? 1.0 : std::max(0.0, 1.0 - after * kInverseFade));
-        sendL[k] = left[from + j] * burst;
-        sendR[k] = right[from + j] * burst;
-        left[from + j] = sendL[k];
-        right[from + j] = sendR[k];
+    if (static_cast<double>(sinceHit) >= holdSamples + kFade) {
+        // The burst is over: nothing enters the tail, and the tail alone sounds.
+        sendL.fill(0.0f);
+        sendR.fill(0.0f);
+        std::fill_n(left + from, n, 0.0f);
+        std::fill_n(right + from, n, 0.0f);
+    } else {
+        for (int j = 0; j < n; ++j) {
+            const auto k = static_cast<std::size_t>(j);
+            const double after = static_cast<double>(sinceHit + j) - holdSamples;
+            const auto burst =
+                static_cast<float>(after < 0.0 ? 1.0 : std::max(0.0, 1.0 - after * kInverseFade));
+            sendL[k] = left[from + j] * burst;
+            sendR[k] = right[from + j] * burst;
+            left[from + j] = sendL[k];
+            right[from + j] = sendR[k];
+        }
     }
     if (bursting) transpose(sendL.data(), sendR.data(), n);
     sinceHit += n;
 
-    // The tail on local state: eight lines with Householder feedback, each line getting itself minus a
-    // quarter of the sum, darkened and decayed.
-    std::array<float, kLines> low = lineLow;
-    const std::array<float, kLines> gain = lineGain;
-    const std::array<int32_t, kLines> length = lineLength;
+    runTail(left + from, right + from, sendL.data(), sendR.data(), n);
+}
+
+namespace {
+
+using Column = float __attribute__((vector_size(32)));
+
+// Eight rows of eight samples to eight columns of eight (and back: the transpose is its own inverse).
+[[gnu::always_inline]] inline void swapRowsAndColumns(Column* r) noexcept {
+    const Column t0 = __builtin_shufflevector(r[0], r[1], 0, 8, 1, 9, 4, 12, 5, 13);
+    const Column t1 = __builtin_shufflevector(r[0], r[1], 2, 10, 3, 11, 6, 14, 7, 15);
+    const Column t2 = __builtin_shufflevector(r[2], r[3], 0, 8, 1, 9, 4, 12, 5, 13);
+    const Column t3 = __builtin_shufflevector(r[2], r[3], 2, 10, 3, 11, 6, 14, 7, 15);
+    const Column t4 = __builtin_shufflevector(r[4], r[5], 0, 8, 1, 9, 4, 12, 5, 13);
+    const Column t5 = __builtin_shufflevector(r[4], r[5], 2, 10, 3, 11, 6, 14, 7, 15);
+    const Column t6 = __builtin_shufflevector(r[6], r[7], 0, 8, 1, 9, 4, 12, 5, 13);
+    const Column t7 = __builtin_shufflevector(r[6], r[7], 2, 10, 3, 11, 6, 14, 7, 15);
+    const Column u0 = __builtin_shufflevector(t0, t2, 0, 1, 8, 9, 4, 5, 12, 13);
+    const Column u1 = __builtin_shufflevector(t0, t2, 2, 3, 10, 11, 6, 7, 14, 15);
+    const Column u2 = __builtin_shufflevector(t1, t3, 0, 1, 8, 9, 4, 5, 12, 13);
+    const Column u3 = __builtin_shufflevector(t1, t3, 2, 3, 10, 11, 6, 7, 14, 15);
+    const Column u4 = __builtin_shufflevector(t4, t6, 0, 1, 8, 9, 4, 5, 12, 13);
+    const Column u5 = __builtin_shufflevector(t4, t6, 2, 3, 10, 11, 6, 7, 14, 15);
+    const Column u6 = __builtin_shufflevector(t5, t7, 0, 1, 8, 9, 4, 5, 12, 13);
+    const Column u7 = __builtin_shufflevector(t5, t7, 2, 3, 10, 11, 6, 7, 14, 15);
+    r[0] = __builtin_shufflevector(u0, u4, 0, 1, 2, 3, 8, 9, 10, 11);
+    r[1] = __builtin_shufflevector(u1, u5, 0, 1, 2, 3, 8, 9, 10, 11);
+    r[2] = __builtin_shufflevector(u2, u6, 0, 1, 2, 3, 8, 9, 10, 11);
+    r[3] = __builtin_shufflevector(u3, u7, 0, 1, 2, 3, 8, 9, 10, 11);
+    r[4] = __builtin_shufflevector(u0, u4, 4, 5, 6, 7, 12, 13, 14, 15);
+    r[5] = __builtin_shufflevector(u1, u5, 4, 5, 6, 7, 12, 13, 14, 15);
+    r[6] = __builtin_shufflevector(u2, u6, 4, 5, 6, 7, 12, 13, 14, 15);
+    r[7] = __builtin_shufflevector(u3, u7, 4, 5, 6, 7, 12, 13, 14, 15);
+}
+
+// A short copy in the caller's own vector loop: a library call costs more than these few samples.
+[[gnu::always_inline]] inline void copyRun(const float* __restrict from, float* __restrict to,
+                                           int n) noexcept {
+    for (int i = 0; i < n; ++i)
+        to[i] = from[i];
+}
+
+} // namespace
+
+// Eight lines with Householder feedback, each line getting itself minus a quarter of the sum, darkened and
+// decayed. Every line is longer than a block, so the block's reads come before its writes: each line is read
+// and written in one straight copy, the taps and the mix run across the block, and the darkening's
+// recursion runs on all eight lines at once, one vector lane each.
+LANE_WIDE_CLONES void AFTransientLooper::runTail(float* left, float* right, const float* sendL,
+                                                 const float* sendR, int n) noexcept {
+    // Whole columns of eight; the samples past n are read but never kept.
+    const int padded = (n + 7) & ~7;
     const int32_t mask = lineMask;
-    int32_t w = lineWrite;
+    const int32_t w = lineWrite;
     float* ring = lines.get();
-    for (int j = 0; j < n; ++j) {
-        const auto k = static_cast<std::size_t>(j);
-        std::array<float, kLines> x;
-        float sum = 0.0f;
-        for (std::size_t i = 0; i < kLines; ++i) {
-            x[i] = ring[i * kLineStride + static_cast<std::size_t>((w - length[i]) & mask)];
-            sum += x[i];
-        }
-        left[from + j] += 0.6f * (x[0] - x[2] + x[4] - x[6]);
-        right[from + j] += 0.6f * (x[1] - x[3] + x[5] - x[7]);
-        const float reflected = sum * 0.25f;
-        const float inL = sendL[k] * 0.5f;
-        const float inR = sendR[k] * 0.5f;
-        for (std::size_t i = 0; i < kLines; ++i) {
-            low[i] += 0.85f * (x[i] - reflected - low[i]);
-            const float feed = (i & 1) != 0 ? inR : inL;
-            ring[i * kLineStride + static_cast<std::size_t>(w)] =
-                low[i] * gain[i] + ((i & 2) != 0 ? -feed : feed);
-        }
-        w = (w + 1) & mask;
+    alignas(32) float rows[kLines][64];
+    for (std::size_t i = 0; i < kLines; ++i) {
+        const float* line = ring + i * kLineStride;
+        const int32_t start = (w - lineLength[i]) & mask;
+        const int first = std::min(padded, mask + 1 - start);
+        copyRun(line + start, rows[i], first);
+        copyRun(line, rows[i] + first, padded - first);
     }
-    lineLow = low;
-    lineWrite = w;
+    alignas(32) float reflected[64];
+    for (int j = 0; j < padded; ++j) {
+        float sum = 0.0f;
+        for (std::size_t i = 0; i < kLines; ++i)
+            sum += rows[i][j];
+        reflected[j] = sum * 0.25f;
+    }
+    for (int j = 0; j < n; ++j) {
+        left[j] += 0.6f * (rows[0][j] - rows[2][j] + rows[4][j] - rows[6][j]);
+        right[j] += 0.6f * (rows[1][j] - rows[3][j] + rows[5][j] - rows[7][j]);
+    }
+    Column low;
+    Column gain;
+    std::memcpy(&low, lineLow.data(), sizeof low);
+    std::memcpy(&gain, lineGain.data(), sizeof gain);
+    // Left feeds the even lines and right the odd ones, lines 2, 3, 6 and 7 inverted.
+    const Column sign{1.0f, 1.0f, -1.0f, -1.0f, 1.0f, 1.0f, -1.0f, -1.0f};
+    for (int j0 = 0; j0 < padded; j0 += 8) {
+        std::array<Column, kLines> block;
+        for (std::size_t i = 0; i < kLines; ++i)
+            std::memcpy(&block[i], rows[i] + j0, sizeof(Column));
+        swapRowsAndColumns(block.data());
+        const int end = std::min(8, n - j0);
+        for (int k = 0; k < end; ++k) {
+            const int j = j0 + k;
+            const float inL = sendL[j] * 0.5f;
+            const float inR = sendR[j] * 0.5f;
+            low += 0.85f * (block[static_cast<std::size_t>(k)] - reflected[j] - low);
+            const Column feed{inL, inR, inL, inR, inL, inR, inL, inR};
+            block[static_cast<std::size_t>(k)] = low * gain + sign * feed;
+        }
+        swapRowsAndColumns(block.data());
+        for (std::size_t i = 0; i < kLines; ++i)
+            std::memcpy(rows[i] + j0, &block[i], sizeof(Column));
+    }
+    std::memcpy(lineLow.data(), &low, sizeof low);
+    const int first = std::min(n, mask + 1 - w);
+    for (std::size_t i = 0; i < kLines; ++i) {
+        float* line = ring + i * kLineStride;
+        copyRun(rows[i], line + w, first);
+        copyRun(rows[i] + first, line, n - first);
+    }
+    lineWrite = (w + n) & mask;
 }
 
 void AFTransientLooper::process(float* left, float* right, int count) noexcept {

@@ -72,6 +72,8 @@ private:
     void runLooper(float* left, float* right, int from, int count) noexcept;
     void runFreeze(float* left, float* right, int from, int count) noexcept;
     void runReverb(float* left, float* right, int from, int count) noexcept;
+    // The reverb's tail over n samples, added to the output; send is what enters it.
+    void runTail(float* left, float* right, const float* sendL, const float* sendR, int n) noexcept;
     void spawnGrain() noexcept;
     // In place: the block into the pitch rings and, while pitched or fading out, the shifted sound over it.
     void transpose(float* left, float* right, int count) noexcept;
