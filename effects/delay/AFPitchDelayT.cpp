@@ -223,7 +223,7 @@ void AFPitchDelayT::process(float* left, float* right, int count) noexcept {
     const int word = options[3];
     if (word >= kFirstLoopFilter && word < kFirstInputFilter) {
         const int mode = kLoopModes[static_cast<std::size_t>(((word - kFirstLoopFilter) % 6) / 2)];
-        loopFilter.processStereo(mode, wetLeft.data(), wetRight.data(), count);
+        loopFilter.processStereoTwoStep(mode, wetLeft.data(), wetRight.data(), count);
     } else if (word >= kFirstInputFilter) {
         BiquadStage::processPair(leftInput, left, rightInput, right, count);
     }
