@@ -309,11 +309,15 @@ void AFReverbHQ::process(float* left, float* right, int count) noexcept {
         float* r = right + done;
         float inLeft[kChunk];
         float inRight[kChunk];
+        // The send's ramp from its start, so that the samples do not wait on one another.
+        const float start = send;
+        const float step = sendStep;
         for (int i = 0; i < n; ++i) {
-            send += sendStep;
-            inLeft[i] = l[i] * send + kFloor;
-            inRight[i] = r[i] * send + kFloor;
+            const float gain = start + static_cast<float>(i + 1) * step;
+            inLeft[i] = l[i] * gain + kFloor;
+            inRight[i] = r[i] * gain + kFloor;
         }
+        send = start + static_cast<float>(n) * step;
         filterInput(inLeft, inRight, n);
         diffuse(0, inLeft, n);
         diffuse(1, inRight, n);
@@ -326,7 +330,7 @@ void AFReverbHQ::process(float* left, float* right, int count) noexcept {
 void AFReverbHQ::filterInput(float* left, float* right, int count) noexcept {
     const int option = options[2];
     if (option >= 1 && option <= 6) {
-        BiquadStage::processPair(highPassLeft, left, highPassRight, right, count);
+        BiquadStage::processPairTwoStep(highPassLeft, left, highPassRight, right, count);
     } else if (option >= 7) {
         constexpr std::array<int, 4> kColourModes{AFDirectFilter::Highpass, AFDirectFilter::Comb,
                                                   AFDirectFilter::Bandpass, AFDirectFilter::Lowpass};
@@ -392,6 +396,13 @@ LANE_WIDE_CLONES void AFReverbHQ::runNetwork(float* left, float* right, const fl
             const float* __restrict from = ring + older;
             float* __restrict to = out + n;
             const float start = d0 - whole;
+            if (step == 0.0f && start == 0.0f) {
+                // A line standing on a whole sample: the read is a copy.
+                for (int i = 0; i < end - n; ++i)
+                    to[i] = from[i + 1];
+                n = end;
+                continue;
+            }
             for (int i = 0; i < end - n; ++i) {
                 const float a = from[i + 1];
                 const float fraction = start + static_cast<float>(n + i + 1) * step;

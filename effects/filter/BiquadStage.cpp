@@ -197,6 +197,57 @@ void BiquadStage::processPair(BiquadStage& a, float* first, BiquadStage& b, floa
     }
 }
 
+void BiquadStage::processPairTwoStep(BiquadStage& a, float* first, BiquadStage& b, float* second,
+                                     int count) noexcept {
+    const int gliding = std::min(count, std::max(a.glideLeft, b.glideLeft));
+    if (gliding > 0) processPair(a, first, b, second, gliding);
+    if (count > gliding) runPairTwoStep(a, first + gliding, b, second + gliding, count - gliding);
+}
+
+// Two samples from the last two outputs at once: y0 = f0 - a1 y1 - a2 y2 and, putting y0 into the next,
+// y1' = f1 - a1 f0 + (a1^2 - a2) y1 + a1 a2 y2, where f is the feed-forward part. Both hang off the same two
+// outputs, so each step of the recursion covers two samples.
+void BiquadStage::runPairTwoStep(BiquadStage& a, float* first, BiquadStage& b, float* second,
+                                 int count) noexcept {
+    using Pair = float __attribute__((vector_size(8)));
+    const auto lanes = [&](int c) {
+        return Pair{a.current[static_cast<std::size_t>(c)], b.current[static_cast<std::size_t>(c)]};
+    };
+    const Pair b0 = lanes(0), b1 = lanes(1), b2 = lanes(2), a1 = lanes(3), a2 = lanes(4);
+    const Pair c1 = a1 * a1 - a2, c2 = a1 * a2;
+    const Pair flush = Pair{} + kFlush;
+    Pair x1 = {a.x1, b.x1}, x2 = {a.x2, b.x2}, y1 = {a.y1, b.y1}, y2 = {a.y2, b.y2};
+    const auto flushed = [&](Pair y) {
+        const auto small = (y < flush) & (y > -flush);
+        return small ? Pair{} : y;
+    };
+    int i = 0;
+    for (; i + 1 < count; i += 2) {
+        const Pair u0 = {first[i], second[i]};
+        const Pair u1 = {first[i + 1], second[i + 1]};
+        const Pair f0 = b0 * u0 + b1 * x1 + b2 * x2;
+        const Pair f1 = b0 * u1 + b1 * u0 + b2 * x1;
+        const Pair y0 = flushed(f0 - (a1 * y1 + a2 * y2));
+        const Pair y01 = flushed((f1 - a1 * f0) + (c1 * y1 + c2 * y2));
+        first[i] = y0[0];
+        second[i] = y0[1];
+        first[i + 1] = y01[0];
+        second[i + 1] = y01[1];
+        x2 = u0;
+        x1 = u1;
+        y2 = y0;
+        y1 = y01;
+    }
+    for (int c = 0; c < 2; ++c) {
+        BiquadStage& stage = c == 0 ? a : b;
+        stage.x1 = x1[c];
+        stage.x2 = x2[c];
+        stage.y1 = y1[c];
+        stage.y2 = y2[c];
+    }
+    if (i < count) runPair<false>(a, first + i, b, second + i, count - i);
+}
+
 template <bool Glide>
 float BiquadStage::tick(std::array<float, 5>& c, const std::array<float, 5>& d, float& x1, float& x2,
                         float& y1, float& y2, float x) noexcept {
