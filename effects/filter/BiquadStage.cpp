@@ -209,41 +209,44 @@ void BiquadStage::processPairTwoStep(BiquadStage& a, float* first, BiquadStage& 
 // outputs, so each step of the recursion covers two samples.
 void BiquadStage::runPairTwoStep(BiquadStage& a, float* first, BiquadStage& b, float* second,
                                  int count) noexcept {
-    using Pair = float __attribute__((vector_size(8)));
-    const auto lanes = [&](int c) {
-        return Pair{a.current[static_cast<std::size_t>(c)], b.current[static_cast<std::size_t>(c)]};
+    struct Lane {
+        std::array<float, 5> c;
+        float c1, c2; // a1^2 - a2 and a1 a2
+        float x1, x2, y1, y2;
+        float* data;
     };
-    const Pair b0 = lanes(0), b1 = lanes(1), b2 = lanes(2), a1 = lanes(3), a2 = lanes(4);
-    const Pair c1 = a1 * a1 - a2, c2 = a1 * a2;
-    const Pair flush = Pair{} + kFlush;
-    Pair x1 = {a.x1, b.x1}, x2 = {a.x2, b.x2}, y1 = {a.y1, b.y1}, y2 = {a.y2, b.y2};
-    const auto flushed = [&](Pair y) {
-        const auto small = (y < flush) & (y > -flush);
-        return small ? Pair{} : y;
-    };
+    std::array<Lane, 2> lanes;
+    for (int k = 0; k < 2; ++k) {
+        const BiquadStage& s = k == 0 ? a : b;
+        const std::array<float, 5>& c = s.current;
+        lanes[static_cast<std::size_t>(k)] = {c,    c[3] * c[3] - c[4],     c[3] * c[4], s.x1, s.x2, s.y1,
+                                              s.y2, k == 0 ? first : second};
+    }
+    const auto flushed = [](float y) { return std::fabs(y) < kFlush ? 0.0f : y; };
     int i = 0;
     for (; i + 1 < count; i += 2) {
-        const Pair u0 = {first[i], second[i]};
-        const Pair u1 = {first[i + 1], second[i + 1]};
-        const Pair f0 = b0 * u0 + b1 * x1 + b2 * x2;
-        const Pair f1 = b0 * u1 + b1 * u0 + b2 * x1;
-        const Pair y0 = flushed(f0 - (a1 * y1 + a2 * y2));
-        const Pair y01 = flushed((f1 - a1 * f0) + (c1 * y1 + c2 * y2));
-        first[i] = y0[0];
-        second[i] = y0[1];
-        first[i + 1] = y01[0];
-        second[i + 1] = y01[1];
-        x2 = u0;
-        x1 = u1;
-        y2 = y0;
-        y1 = y01;
+        for (Lane& l : lanes) {
+            const float u0 = l.data[i];
+            const float u1 = l.data[i + 1];
+            const float f0 = l.c[0] * u0 + l.c[1] * l.x1 + l.c[2] * l.x2;
+            const float f1 = l.c[0] * u1 + l.c[1] * u0 + l.c[2] * l.x1;
+            const float y0 = flushed(f0 - (l.c[3] * l.y1 + l.c[4] * l.y2));
+            const float y01 = flushed((f1 - l.c[3] * f0) + (l.c1 * l.y1 + l.c2 * l.y2));
+            l.data[i] = y0;
+            l.data[i + 1] = y01;
+            l.x2 = u0;
+            l.x1 = u1;
+            l.y2 = y0;
+            l.y1 = y01;
+        }
     }
-    for (int c = 0; c < 2; ++c) {
-        BiquadStage& stage = c == 0 ? a : b;
-        stage.x1 = x1[c];
-        stage.x2 = x2[c];
-        stage.y1 = y1[c];
-        stage.y2 = y2[c];
+    for (int k = 0; k < 2; ++k) {
+        BiquadStage& s = k == 0 ? a : b;
+        const Lane& l = lanes[static_cast<std::size_t>(k)];
+        s.x1 = l.x1;
+        s.x2 = l.x2;
+        s.y1 = l.y1;
+        s.y2 = l.y2;
     }
     if (i < count) runPair<false>(a, first + i, b, second + i, count - i);
 }
