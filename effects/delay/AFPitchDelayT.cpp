@@ -152,6 +152,10 @@ float AFPitchDelayT::gateTarget() const noexcept {
 void AFPitchDelayT::updateFilters(bool snap) noexcept {
     const int word = options[3];
     const float pitch = unit(parameterValues[3]);
+    // A setting already in force needs no new design: the glide towards it ends within the tick anyway.
+    if (!snap && word == filterWord && pitch == filterPitch) return;
+    filterWord = word;
+    filterPitch = pitch;
     if (word >= kFirstLoopFilter && word < kFirstInputFilter) {
         const int w = word - kFirstLoopFilter;
         const int group = w / 6;
@@ -262,8 +266,8 @@ void AFPitchDelayT::process(float* left, float* right, int count) noexcept {
         const float* dryL = left + from;
         const float* dryR = right + from;
         for (int i = 0; i < n; ++i) {
-            lineL[i] = std::clamp(dryL[i] * gateIn[i] + wetL[i] * back[i], -1.0f, 1.0f);
-            lineR[i] = std::clamp(dryR[i] * gateIn[i] + wetR[i] * back[i], -1.0f, 1.0f);
+            lineL[i] = std::min(std::max(dryL[i] * gateIn[i] + wetL[i] * back[i], -1.0f), 1.0f);
+            lineR[i] = std::min(std::max(dryR[i] * gateIn[i] + wetR[i] * back[i], -1.0f), 1.0f);
         }
         from += n;
     }

@@ -63,4 +63,7 @@ private:
     // Beats since activation: the rhythm of option 2 counts from there.
     double beatClock = 0.0;
     float gate = 1.0f;
+    // The filter setting last given: option 3's word and "Pitch".
+    int filterWord = -1;
+    float filterPitch = -1.0f;
 };
