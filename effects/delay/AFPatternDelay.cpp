@@ -79,6 +79,16 @@ uint32_t ringFor(const AFSystemInfo& system) noexcept {
     return static_cast<uint32_t>(wanted) + kMirror + 1;
 }
 
+// The crossfade from the old tap set's l, r into the new one's, fade samples before its end.
+void fadeFrom(const float* oldL, const float* oldR, float* l, float* r, int fade, int n) noexcept {
+    constexpr float kFadeStep = 1.0f / static_cast<float>(kFadeSamples);
+    for (int i = 0; i < n; ++i) {
+        const float old = static_cast<float>(fade - i) * kFadeStep;
+        l[i] += old * (oldL[i] - l[i]);
+        r[i] += old * (oldR[i] - r[i]);
+    }
+}
+
 uint32_t maxRing() {
     const double beat = static_cast<double>(
         static_cast<float>(AFSystemInfo::kMaxSampleRate / (AFSystemInfo::kMinTempo * 0.016666666666666666)));
@@ -296,7 +306,6 @@ void AFPatternDelay::runChunk(float* left, float* right, int n) noexcept {
     const auto ring = static_cast<int32_t>(ringSize);
     const int32_t w = writePosition;
     const int fade = fadeLeft;
-    constexpr float kFadeStep = 1.0f / static_cast<float>(kFadeSamples);
 
     // The ring takes the input and one pass of the loop, hard-limited to full scale. No chunk is longer than
     // the loop, so its reads all lie behind this chunk's writes.
@@ -307,11 +316,7 @@ void AFPatternDelay::runChunk(float* left, float* right, int n) noexcept {
         alignas(32) float wasL[kMirror];
         alignas(32) float wasR[kMirror];
         loopFeedback(before, ringL, ringR, w, ring, wasL, wasR, n);
-        for (int i = 0; i < n; ++i) {
-            const float old = static_cast<float>(fade - i) * kFadeStep;
-            fl[i] += old * (wasL[i] - fl[i]);
-            fr[i] += old * (wasR[i] - fr[i]);
-        }
+        fadeFrom(wasL, wasR, fl, fr, fade, n);
     }
     float* __restrict toL = ringL + w;
     float* __restrict toR = ringR + w;
@@ -332,11 +337,7 @@ void AFPatternDelay::runChunk(float* left, float* right, int n) noexcept {
         alignas(32) float oldL[kMirror];
         alignas(32) float oldR[kMirror];
         addTaps(before, ringL, ringR, w, ring, oldL, oldR, n);
-        for (int i = 0; i < n; ++i) {
-            const float old = static_cast<float>(fade - i) * kFadeStep;
-            outL[i] += old * (oldL[i] - outL[i]);
-            outR[i] += old * (oldR[i] - outR[i]);
-        }
+        fadeFrom(oldL, oldR, outL, outR, fade, n);
         fadeLeft = fade - n;
     }
     const float start = amount;
