@@ -365,10 +365,12 @@ LANE_WIDE_CLONES void AFReverbHQ::diffuse(int channel, float* data, int count) n
 
 // Over the whole block, each loop running in vector lanes: read every line at its delay, filter its loss and
 // mix the lines eight samples at a time, take the outputs, add the input and write the lines back.
-LANE_WIDE_CLONES void AFReverbHQ::runNetwork(float* left, float* right, const float* inLeft,
-                                             const float* inRight, int count) noexcept {
-    // Two samples of filter history ahead of each line's block.
-    alignas(32) float taps[kLines][kChunk + 2];
+// The short copies stay loops: a library call costs more than these few samples.
+LANE_WIDE_CLONES __attribute__((optimize("no-tree-loop-distribute-patterns"))) void
+AFReverbHQ::runNetwork(float* left, float* right, const float* inLeft, const float* inRight,
+                       int count) noexcept {
+    // Two samples of filter history ahead of each line's block, and room for a whole vector past it.
+    alignas(32) float taps[kLines][kChunk + 2 + 8];
     alignas(32) float mixed[kLines][kChunk];
     const int padded = (count + 7) & ~7;
     const int w = lineWrite;
@@ -397,9 +399,14 @@ LANE_WIDE_CLONES void AFReverbHQ::runNetwork(float* left, float* right, const fl
             float* __restrict to = out + n;
             const float start = d0 - whole;
             if (step == 0.0f && start == 0.0f) {
-                // A line standing on a whole sample: the read is a copy.
-                for (int i = 0; i < end - n; ++i)
-                    to[i] = from[i + 1];
+                // A line standing on a whole sample: the read is a copy, in whole vectors. The last may
+                // run past the run's end (into the ring's margin, onto taps the next run or the zeros
+                // overwrite).
+                for (int i = 0; i < end - n; i += 8) {
+                    Lanes v;
+                    std::memcpy(&v, from + 1 + i, sizeof v);
+                    std::memcpy(to + i, &v, sizeof v);
+                }
                 n = end;
                 continue;
             }
@@ -415,7 +422,8 @@ LANE_WIDE_CLONES void AFReverbHQ::runNetwork(float* left, float* right, const fl
         taps[k][1] = lossHistory[line][1];
         lossHistory[line] = {taps[k][count], taps[k][count + 1]};
         // Whole vectors past the end read zeros, never stale stack.
-        std::fill(taps[k] + count + 2, taps[k] + padded + 2, 0.0f);
+        const Lanes zeros{};
+        std::memcpy(taps[k] + count + 2, &zeros, sizeof zeros);
     }
     // Eight samples of all sixteen lines at a time: each line's loss filter, then the mix in registers.
     for (int i = 0; i < padded; i += 8) {
