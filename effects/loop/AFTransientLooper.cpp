@@ -496,13 +496,6 @@ using Column = float __attribute__((vector_size(32)));
     r[7] = __builtin_shufflevector(u3, u7, 4, 5, 6, 7, 12, 13, 14, 15);
 }
 
-// A short copy in the caller's own vector loop: a library call costs more than these few samples.
-[[gnu::always_inline]] inline void copyRun(const float* __restrict from, float* __restrict to,
-                                           int n) noexcept {
-    for (int i = 0; i < n; ++i)
-        to[i] = from[i];
-}
-
 } // namespace
 
 // Eight lines with Householder feedback, each line getting itself minus a quarter of the sum, darkened and
@@ -521,8 +514,8 @@ LANE_WIDE_CLONES void AFTransientLooper::runTail(float* left, float* right, cons
         const float* line = ring + i * kLineStride;
         const int32_t start = (w - lineLength[i]) & mask;
         const int first = std::min(padded, mask + 1 - start);
-        copyRun(line + start, rows[i], first);
-        copyRun(line, rows[i] + first, padded - first);
+        std::memcpy(rows[i], line + start, sizeof(float) * static_cast<std::size_t>(first));
+        std::memcpy(rows[i] + first, line, sizeof(float) * static_cast<std::size_t>(padded - first));
     }
     alignas(32) float reflected[64];
     for (int j = 0; j < padded; ++j) {
@@ -563,8 +556,8 @@ LANE_WIDE_CLONES void AFTransientLooper::runTail(float* left, float* right, cons
     const int first = std::min(n, mask + 1 - w);
     for (std::size_t i = 0; i < kLines; ++i) {
         float* line = ring + i * kLineStride;
-        copyRun(rows[i], line + w, first);
-        copyRun(rows[i] + first, line, n - first);
+        std::memcpy(line + w, rows[i], sizeof(float) * static_cast<std::size_t>(first));
+        std::memcpy(line, rows[i] + first, sizeof(float) * static_cast<std::size_t>(n - first));
     }
     lineWrite = (w + n) & mask;
 }
