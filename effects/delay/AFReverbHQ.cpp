@@ -194,9 +194,9 @@ void AFReverbHQ::derive(bool jump) noexcept {
         // Only the even lines drift; the odd ones sit on whole samples, where reading between two samples
         // costs no treble.
         const Lanes drift = Lanes{1, 0, 1, 0, 1, 0, 1, 0} * depth;
-        Lanes whole = length[h] + 0.5f;
-        for (int k = 0; k < 8; ++k)
-            whole[k] = std::floor(whole[k]);
+        // Lengths are positive, so truncation rounds them down.
+        const Lanes whole =
+            __builtin_convertvector(__builtin_convertvector(length[h] + 0.5f, LaneInts), Lanes);
         const Lanes target = Lanes{0, 1, 0, 1, 0, 1, 0, 1} * whole +
                              Lanes{1, 0, 1, 0, 1, 0, 1, 0} * length[h] + drift * wobbleSin[h];
         if (jump) {
