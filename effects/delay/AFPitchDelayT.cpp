@@ -182,6 +182,24 @@ void AFPitchDelayT::controlTick() noexcept {
     feedbackRamp.setTarget(unit(parameterValues[2]) * kFeedbackScale);
     feedbackRamp.controlTick();
     const int word = options[3];
+    // The shifters' setting follows the knobs, the options and the tempo; most ticks none of them moved.
+    const std::array<float, 8> key{parameterValues[0],
+                                   parameterValues[1],
+                                   parameterValues[3],
+                                   systemInfo->samplesPerBeat,
+                                   systemInfo->sampleRate,
+                                   static_cast<float>(options[0]),
+                                   static_cast<float>(options[1]),
+                                   static_cast<float>(word)};
+    if (key != shifterKey) {
+        shifterKey = key;
+        configureShifters();
+    }
+    updateFilters(false);
+}
+
+void AFPitchDelayT::configureShifters() noexcept {
+    const int word = options[3];
     const bool shifting = word < kFirstLoopFilter || word >= kFirstInputFilter ||
                           (word - kFirstLoopFilter) / 6 != kGroupInstead;
     const double ratio =
@@ -197,7 +215,6 @@ void AFPitchDelayT::controlTick() noexcept {
         shifter.setCentre(delay, kLeastDelay);
         shifter.setRatio(ratio);
     }
-    updateFilters(false);
 }
 
 int32_t AFPitchDelayT::activate() noexcept {
@@ -208,6 +225,7 @@ int32_t AFPitchDelayT::activate() noexcept {
     gate = gateTarget();
     feedbackRamp.setTarget(unit(parameterValues[2]) * kFeedbackScale);
     feedbackRamp.jump();
+    shifterKey = {};
     controlTick();
     leftShifter.reset();
     rightShifter.reset();
