@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 namespace {
 
@@ -170,21 +171,31 @@ void AFDirectFilter::runCores(Core& ca, Core& cb, int chA, int chB, float* left,
         const Lanes v1 = b1 + (m11 * b1 + m12 * b2), v2 = b2 + (m21 * b1 + m22 * b2);
         const Lanes e1 = c1 + (c1 * m11 + c2 * m21), e2 = c2 + (c1 * m12 + c2 * m22);
         const Lanes f = c1 * b1 + c2 * b2;
+        // Both channels and both samples side by side: lanes left and right now, then left and right one
+        // sample on; the state as s1 left and right, then s2.
+        using Quad = float __attribute__((vector_size(16)));
+        const auto quad = [](Lanes a, Lanes b) { return Quad{a[0], a[1], b[0], b[1]}; };
+        const Quad ca = quad(c1, e1), cb = quad(c2, e2), df = quad(d, f), dd = quad(Lanes{}, d);
+        const Quad wa = quad(w11, w21), wb = quad(w12, w22), va = quad(v1, v2), vb = quad(b1, b2);
+        Quad state = quad(s1, s2);
         for (; i + 1 < count; i += 2) {
-            const Lanes x0 = {left[i], right[i]};
-            const Lanes x1 = {left[i + 1], right[i + 1]};
-            const Lanes y0 = (c1 * s1 + c2 * s2) + d * x0;
-            const Lanes y1 = (e1 * s1 + e2 * s2) + (f * x0 + d * x1);
-            const Lanes n1 = s1 + ((w11 * s1 + w12 * s2) + (v1 * x0 + b1 * x1));
-            s2 = s2 + ((w21 * s1 + w22 * s2) + (v2 * x0 + b2 * x1));
-            s1 = n1;
-            left[i] = y0[0];
-            left[i + 1] = y1[0];
-            if (pair) {
-                right[i] = y0[1];
-                right[i + 1] = y1[1];
-            }
+            Lanes l, r;
+            std::memcpy(&l, left + i, sizeof l);
+            std::memcpy(&r, right + i, sizeof r);
+            const Quad x = __builtin_shufflevector(l, r, 0, 2, 1, 3);
+            const Quad x0 = __builtin_shufflevector(x, x, 0, 1, 0, 1);
+            const Quad x1 = __builtin_shufflevector(x, x, 2, 3, 2, 3);
+            const Quad first = __builtin_shufflevector(state, state, 0, 1, 0, 1);
+            const Quad second = __builtin_shufflevector(state, state, 2, 3, 2, 3);
+            const Quad y = (ca * first + cb * second) + (df * x0 + dd * x);
+            state = (state + (va * x0 + vb * x1)) + (wa * first + wb * second);
+            const Lanes outLeft = __builtin_shufflevector(y, y, 0, 2);
+            const Lanes outRight = __builtin_shufflevector(y, y, 1, 3);
+            std::memcpy(left + i, &outLeft, sizeof outLeft);
+            if (pair) std::memcpy(right + i, &outRight, sizeof outRight);
         }
+        s1 = Lanes{state[0], state[1]};
+        s2 = Lanes{state[2], state[3]};
     }
     for (; i < count; ++i) {
         if constexpr (Glide) {
