@@ -383,16 +383,31 @@ void AFTransientLooper::spawnGrain() noexcept {
     g.start = span > 0.0 ? static_cast<uint32_t>(std::fmod(head + jitter, span)) : 0u;
 }
 
+inline void AFTransientLooper::addGrain(const Grain& g, float w, float& yL, float& yR) const noexcept {
+    const float offset = g.age * g.ratio;
+    const auto whole = static_cast<uint32_t>(offset);
+    const float t = offset - static_cast<float>(whole);
+    const uint32_t i = g.start + whole;
+    const float* bufferL = recordL.get();
+    const float* bufferR = recordR.get();
+    yL += w * (bufferL[i] + t * (bufferL[i + 1] - bufferL[i]));
+    yR += w * (bufferR[i] + t * (bufferR[i + 1] - bufferR[i]));
+}
+
 void AFTransientLooper::runFreeze(float* left, float* right, int from, int count) noexcept {
     recordBlock(left + from, right + from, count - from);
     const auto holdSamples = static_cast<int64_t>(hold);
     const float crossfade = grainLength * 0.5f;
-    const float* bufferL = recordL.get();
-    const float* bufferR = recordR.get();
     int64_t since = sinceHit;
     for (int j = from; j < count; ++j) {
         if (since < holdSamples) {
             ++since;
+            continue;
+        }
+        const int steady = freezeStretch(left, right, j, count, static_cast<float>(since - holdSamples));
+        if (steady > 0) {
+            since += steady;
+            j += steady - 1;
             continue;
         }
         const float inL = left[j];
@@ -409,13 +424,7 @@ void AFTransientLooper::runFreeze(float* left, float* right, int from, int count
         float yL = 0.0f;
         float yR = 0.0f;
         for (Grain& g : grains) {
-            const float w = g.on ? hann[static_cast<std::size_t>(g.age * g.scale)] : 0.0f;
-            const float offset = g.age * g.ratio;
-            const auto whole = static_cast<uint32_t>(offset);
-            const float t = offset - static_cast<float>(whole);
-            const uint32_t i = g.start + whole;
-            yL += w * (bufferL[i] + t * (bufferL[i + 1] - bufferL[i]));
-            yR += w * (bufferR[i] + t * (bufferR[i + 1] - bufferR[i]));
+            addGrain(g, g.on ? hann[static_cast<std::size_t>(g.age * g.scale)] : 0.0f, yL, yR);
             g.age += 1.0f;
             if (g.age >= g.length) {
                 g.on = false;
@@ -430,6 +439,46 @@ void AFTransientLooper::runFreeze(float* left, float* right, int from, int count
         if (head < 0.0) head += hold;
     }
     sinceHit = since;
+}
+
+// Past the crossfade, a stretch in which no grain starts or ends runs without those checks, the sounding
+// grains' state in locals: the same arithmetic, sample for sample.
+int AFTransientLooper::freezeStretch(float* left, float* right, int from, int count, float into) noexcept {
+    if (into < grainLength * 0.5f) return 0;
+    // The stretch ends before the sample at which the next grain starts, and before any sounding grain ends.
+    int n = std::min(count - from, static_cast<int>(std::ceil(untilGrain)) - 1);
+    std::array<Grain, kGrains> sounding{};
+    int voices = 0;
+    for (const Grain& g : grains) {
+        if (!g.on) continue;
+        n = std::min(n, static_cast<int>(std::ceil(g.length - g.age)) - 1);
+        sounding[static_cast<std::size_t>(voices++)] = g;
+    }
+    if (n <= 0) return 0;
+    const float* window = hann.data();
+    double at = head;
+    for (int j = from; j < from + n; ++j) {
+        float yL = 0.0f;
+        float yR = 0.0f;
+        for (int v = 0; v < voices; ++v) {
+            Grain& g = sounding[static_cast<std::size_t>(v)];
+            addGrain(g, window[static_cast<std::size_t>(g.age * g.scale)], yL, yR);
+            g.age += 1.0f;
+        }
+        // As the full step mixes at 1, rounding included.
+        left[j] += yL - left[j];
+        right[j] += yR - right[j];
+        at += drift;
+        if (at >= hold) at -= hold;
+        if (at < 0.0) at += hold;
+    }
+    head = at;
+    untilGrain -= static_cast<float>(n);
+    int v = 0;
+    for (Grain& g : grains) {
+        if (g.on) g.age = sounding[static_cast<std::size_t>(v++)].age;
+    }
+    return n;
 }
 
 void AFTransientLooper::runReverb(float* left, float* right, int from, int count) noexcept {
