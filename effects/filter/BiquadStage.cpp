@@ -219,8 +219,8 @@ void BiquadStage::runPairTwoStep(BiquadStage& a, float* first, BiquadStage& b, f
     for (int k = 0; k < 2; ++k) {
         const BiquadStage& s = k == 0 ? a : b;
         const std::array<float, 5>& c = s.current;
-        lanes[static_cast<std::size_t>(k)] = {c,    c[3] * c[3] - c[4],     c[3] * c[4], s.x1, s.x2, s.y1,
-                                              s.y2, k == 0 ? first : second};
+        Lane& lane = lanes[static_cast<std::size_t>(k)];
+        lane = {c, c[3] * c[3] - c[4], c[3] * c[4], s.x1, s.x2, s.y1, s.y2, k == 0 ? first : second};
     }
     const auto flushed = [](float y) { return std::fabs(y) < kFlush ? 0.0f : y; };
     int i = 0;
