@@ -15,7 +15,8 @@ constexpr int kChunk = 64;
 // Rings in powers of two, so reads wrap by a mask; sized for the longest line at the highest rate.
 constexpr int kLineSize = 32768;
 // Each ring and its guard sample, the rings spaced off the power of two (by 273 samples, a little over four
-// cache lines) so that lines written at the same place do not fall into the same cache sets.
+// cache lines) so that lines written at the same place do not fall into the same cache sets; the diffusers'
+// rings likewise.
 constexpr int kLineStride = kLineSize + 273;
 constexpr int kDiffuserSize = 4096;
 constexpr int kDiffuserMask = kDiffuserSize - 1;
