@@ -247,7 +247,7 @@ void AFPitchDelayT::process(float* left, float* right, int count) noexcept {
         const int mode = kLoopModes[static_cast<std::size_t>(((word - kFirstLoopFilter) % 6) / 2)];
         loopFilter.processStereoTwoStep(mode, wetLeft.data(), wetRight.data(), count);
     } else if (word >= kFirstInputFilter) {
-        BiquadStage::processPair(leftInput, left, rightInput, right, count);
+        BiquadStage::processPairTwoStep(leftInput, left, rightInput, right, count);
     }
     const double beatStep = 1.0 / std::max(1.0f, systemInfo->samplesPerBeat);
     // The way in, per sample: the rhythm's gate (1 while it stays open) and the feedback ramp.
