@@ -1,5 +1,6 @@
 #include "effects/delay/AFPatternDelay.h"
 
+#include "effects/filter/LaneFilter.h"
 #include "effects/framework/AFBpmListenerList.h"
 #include "effects/framework/AFSystemInfo.h"
 #include "effects/framework/TimeValueTables.h"
@@ -76,6 +77,16 @@ uint32_t ringFor(const AFSystemInfo& system) noexcept {
     const double wanted =
         std::clamp(samples, 1.0, static_cast<double>(AFPatternDelay::kMaxRing - kMirror - 1));
     return static_cast<uint32_t>(wanted) + kMirror + 1;
+}
+
+// The crossfade from the old tap set's l, r into the new one's, fade samples before its end.
+void fadeFrom(const float* oldL, const float* oldR, float* l, float* r, int fade, int n) noexcept {
+    constexpr float kFadeStep = 1.0f / static_cast<float>(kFadeSamples);
+    for (int i = 0; i < n; ++i) {
+        const float old = static_cast<float>(fade - i) * kFadeStep;
+        l[i] += old * (oldL[i] - l[i]);
+        r[i] += old * (oldR[i] - r[i]);
+    }
 }
 
 uint32_t maxRing() {
@@ -231,21 +242,59 @@ int32_t AFPatternDelay::activate() noexcept {
     return 1;
 }
 
-void AFPatternDelay::addTaps(const TapSet& set, const float* ringL, const float* ringR, int32_t write,
-                             int32_t ring, float* outL, float* outR, int n) noexcept {
-    for (int t = 0; t < set.count; ++t) {
+LANE_WIDE_CLONES void AFPatternDelay::addTaps(const TapSet& set, const float* ringL, const float* ringR,
+                                              int32_t write, int32_t ring, float* outL, float* outR,
+                                              int n) noexcept {
+    // Every tap's run is straight (the mirror past the ring's end holds its start), so the taps are summed
+    // eight samples at a time in registers, each tap's reads in turn.
+    std::array<const float*, kMaxTaps> fromL;
+    std::array<const float*, kMaxTaps> fromR;
+    const int taps = set.count;
+    for (int t = 0; t < taps; ++t) {
         const auto tap = static_cast<std::size_t>(t);
         int32_t start = write - set.delay[tap];
         if (start < 0) start += ring;
-        const float* __restrict a = (set.cross[tap] ? ringR : ringL) + start;
-        const float* __restrict b = (set.cross[tap] ? ringL : ringR) + start;
-        float* __restrict l = outL;
-        float* __restrict r = outR;
-        const float g = set.gain[tap];
-        for (int i = 0; i < n; ++i) {
-            l[i] += g * a[i];
-            r[i] += g * b[i];
+        fromL[tap] = (set.cross[tap] ? ringR : ringL) + start;
+        fromR[tap] = (set.cross[tap] ? ringL : ringR) + start;
+    }
+    using Lanes = float __attribute__((vector_size(32)));
+    int i = 0;
+    for (; i + 8 <= n; i += 8) {
+        Lanes l{};
+        Lanes r{};
+        for (std::size_t t = 0; t < static_cast<std::size_t>(taps); ++t) {
+            Lanes a, b;
+            std::memcpy(&a, fromL[t] + i, sizeof a);
+            std::memcpy(&b, fromR[t] + i, sizeof b);
+            l += set.gain[t] * a;
+            r += set.gain[t] * b;
         }
+        std::memcpy(outL + i, &l, sizeof l);
+        std::memcpy(outR + i, &r, sizeof r);
+    }
+    for (; i < n; ++i) {
+        float l = 0.0f;
+        float r = 0.0f;
+        for (std::size_t t = 0; t < static_cast<std::size_t>(taps); ++t) {
+            l += set.gain[t] * fromL[t][i];
+            r += set.gain[t] * fromR[t][i];
+        }
+        outL[i] = l;
+        outR[i] = r;
+    }
+}
+
+// One straight read (the mirror holds the ring's start past its end).
+void AFPatternDelay::loopFeedback(const TapSet& set, const float* ringL, const float* ringR, int32_t write,
+                                  int32_t ring, float* toL, float* toR, int n) noexcept {
+    int32_t at = write - set.loop;
+    if (at < 0) at += ring;
+    const float* __restrict fromL = (set.loopCross ? ringR : ringL) + at;
+    const float* __restrict fromR = (set.loopCross ? ringL : ringR) + at;
+    const float g = set.feedback;
+    for (int i = 0; i < n; ++i) {
+        toL[i] = g * fromL[i];
+        toR[i] = g * fromR[i];
     }
 }
 
@@ -257,27 +306,23 @@ void AFPatternDelay::runChunk(float* left, float* right, int n) noexcept {
     const auto ring = static_cast<int32_t>(ringSize);
     const int32_t w = writePosition;
     const int fade = fadeLeft;
-    constexpr float kFadeStep = 1.0f / static_cast<float>(kFadeSamples);
 
-    // The ring takes the input and one pass of the loop, hard-limited to full scale.
-    const float* loopL = now.loopCross ? ringR : ringL;
-    const float* loopR = now.loopCross ? ringL : ringR;
-    const float* wasL = before.loopCross ? ringR : ringL;
-    const float* wasR = before.loopCross ? ringL : ringR;
+    // The ring takes the input and one pass of the loop, hard-limited to full scale. No chunk is longer than
+    // the loop, so its reads all lie behind this chunk's writes.
+    alignas(32) float fl[kMirror];
+    alignas(32) float fr[kMirror];
+    loopFeedback(now, ringL, ringR, w, ring, fl, fr, n);
+    if (fade > 0) {
+        alignas(32) float wasL[kMirror];
+        alignas(32) float wasR[kMirror];
+        loopFeedback(before, ringL, ringR, w, ring, wasL, wasR, n);
+        fadeFrom(wasL, wasR, fl, fr, fade, n);
+    }
+    float* __restrict toL = ringL + w;
+    float* __restrict toR = ringR + w;
     for (int i = 0; i < n; ++i) {
-        int32_t at = w + i - now.loop;
-        if (at < 0) at += ring;
-        float fl = now.feedback * loopL[at];
-        float fr = now.feedback * loopR[at];
-        if (fade > 0) {
-            int32_t was = w + i - before.loop;
-            if (was < 0) was += ring;
-            const float old = static_cast<float>(fade - i) * kFadeStep;
-            fl += old * (before.feedback * wasL[was] - fl);
-            fr += old * (before.feedback * wasR[was] - fr);
-        }
-        ringL[w + i] = std::clamp(left[i] + fl, -1.0f, 1.0f);
-        ringR[w + i] = std::clamp(right[i] + fr, -1.0f, 1.0f);
+        toL[i] = std::min(std::max(left[i] + fl[i], -1.0f), 1.0f);
+        toR[i] = std::min(std::max(right[i] + fr[i], -1.0f), 1.0f);
     }
     if (w < kMirror) {
         const int copied = std::min(n, kMirror - w);
@@ -285,18 +330,14 @@ void AFPatternDelay::runChunk(float* left, float* right, int n) noexcept {
         std::memcpy(ringR + ring + w, ringR + w, sizeof(float) * static_cast<std::size_t>(copied));
     }
 
-    alignas(32) float outL[kMirror] = {};
-    alignas(32) float outR[kMirror] = {};
+    alignas(32) float outL[kMirror];
+    alignas(32) float outR[kMirror];
     addTaps(now, ringL, ringR, w, ring, outL, outR, n);
     if (fade > 0) {
-        alignas(32) float oldL[kMirror] = {};
-        alignas(32) float oldR[kMirror] = {};
+        alignas(32) float oldL[kMirror];
+        alignas(32) float oldR[kMirror];
         addTaps(before, ringL, ringR, w, ring, oldL, oldR, n);
-        for (int i = 0; i < n; ++i) {
-            const float old = static_cast<float>(fade - i) * kFadeStep;
-            outL[i] += old * (oldL[i] - outL[i]);
-            outR[i] += old * (oldR[i] - outR[i]);
-        }
+        fadeFrom(oldL, oldR, outL, outR, fade, n);
         fadeLeft = fade - n;
     }
     const float start = amount;
@@ -314,8 +355,8 @@ void AFPatternDelay::process(float* left, float* right, int count) noexcept {
     int done = 0;
     while (done < count) {
         int n = std::min(count - done, static_cast<int>(ringSize) - writePosition);
-        n = std::min(n, kMirror);
-        if (fadeLeft > 0) n = std::min(n, fadeLeft);
+        n = std::min({n, kMirror, taps[static_cast<std::size_t>(active)].loop});
+        if (fadeLeft > 0) n = std::min({n, fadeLeft, taps[static_cast<std::size_t>(1 - active)].loop});
         runChunk(left + done, right + done, n);
         done += n;
     }

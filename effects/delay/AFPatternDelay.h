@@ -71,10 +71,13 @@ private:
     double stepFor(float value) const noexcept;
     Key wantedKey() const noexcept;
     void build(const Key& key, TapSet& set) const noexcept;
-    // One stretch that neither crosses the ring's end nor a fade's end.
+    // One stretch that crosses neither the ring's end nor a fade's end and is no longer than the loop.
     void runChunk(float* left, float* right, int n) noexcept;
     static void addTaps(const TapSet& set, const float* ringL, const float* ringR, int32_t write,
                         int32_t ring, float* outL, float* outR, int n) noexcept;
+    // The loop's pass of n samples into to, scaled by its feedback.
+    static void loopFeedback(const TapSet& set, const float* ringL, const float* ringR, int32_t write,
+                             int32_t ring, float* toL, float* toR, int n) noexcept;
 
     std::array<int32_t, 4> options{};
     std::unique_ptr<float[]> ringLeft;

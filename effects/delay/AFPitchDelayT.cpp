@@ -152,6 +152,10 @@ float AFPitchDelayT::gateTarget() const noexcept {
 void AFPitchDelayT::updateFilters(bool snap) noexcept {
     const int word = options[3];
     const float pitch = unit(parameterValues[3]);
+    // A setting already in force needs no new design: the glide towards it ends within the tick anyway.
+    if (!snap && word == filterWord && pitch == filterPitch) return;
+    filterWord = word;
+    filterPitch = pitch;
     if (word >= kFirstLoopFilter && word < kFirstInputFilter) {
         const int w = word - kFirstLoopFilter;
         const int group = w / 6;
@@ -178,6 +182,24 @@ void AFPitchDelayT::controlTick() noexcept {
     feedbackRamp.setTarget(unit(parameterValues[2]) * kFeedbackScale);
     feedbackRamp.controlTick();
     const int word = options[3];
+    // The shifters' setting follows the knobs, the options and the tempo; most ticks none of them moved.
+    const std::array<float, 8> key{parameterValues[0],
+                                   parameterValues[1],
+                                   parameterValues[3],
+                                   systemInfo->samplesPerBeat,
+                                   systemInfo->sampleRate,
+                                   static_cast<float>(options[0]),
+                                   static_cast<float>(options[1]),
+                                   static_cast<float>(word)};
+    if (key != shifterKey) {
+        shifterKey = key;
+        configureShifters();
+    }
+    updateFilters(false);
+}
+
+void AFPitchDelayT::configureShifters() noexcept {
+    const int word = options[3];
     const bool shifting = word < kFirstLoopFilter || word >= kFirstInputFilter ||
                           (word - kFirstLoopFilter) / 6 != kGroupInstead;
     const double ratio =
@@ -193,7 +215,6 @@ void AFPitchDelayT::controlTick() noexcept {
         shifter.setCentre(delay, kLeastDelay);
         shifter.setRatio(ratio);
     }
-    updateFilters(false);
 }
 
 int32_t AFPitchDelayT::activate() noexcept {
@@ -204,6 +225,7 @@ int32_t AFPitchDelayT::activate() noexcept {
     gate = gateTarget();
     feedbackRamp.setTarget(unit(parameterValues[2]) * kFeedbackScale);
     feedbackRamp.jump();
+    shifterKey = {};
     controlTick();
     leftShifter.reset();
     rightShifter.reset();
@@ -223,9 +245,9 @@ void AFPitchDelayT::process(float* left, float* right, int count) noexcept {
     const int word = options[3];
     if (word >= kFirstLoopFilter && word < kFirstInputFilter) {
         const int mode = kLoopModes[static_cast<std::size_t>(((word - kFirstLoopFilter) % 6) / 2)];
-        loopFilter.processStereo(mode, wetLeft.data(), wetRight.data(), count);
+        loopFilter.processStereoTwoStep(mode, wetLeft.data(), wetRight.data(), count);
     } else if (word >= kFirstInputFilter) {
-        BiquadStage::processPair(leftInput, left, rightInput, right, count);
+        BiquadStage::processPairTwoStep(leftInput, left, rightInput, right, count);
     }
     const double beatStep = 1.0 / std::max(1.0f, systemInfo->samplesPerBeat);
     // The way in, per sample: the rhythm's gate (1 while it stays open) and the feedback ramp.
@@ -262,8 +284,8 @@ void AFPitchDelayT::process(float* left, float* right, int count) noexcept {
         const float* dryL = left + from;
         const float* dryR = right + from;
         for (int i = 0; i < n; ++i) {
-            lineL[i] = std::clamp(dryL[i] * gateIn[i] + wetL[i] * back[i], -1.0f, 1.0f);
-            lineR[i] = std::clamp(dryR[i] * gateIn[i] + wetR[i] * back[i], -1.0f, 1.0f);
+            lineL[i] = std::min(std::max(dryL[i] * gateIn[i] + wetL[i] * back[i], -1.0f), 1.0f);
+            lineR[i] = std::min(std::max(dryR[i] * gateIn[i] + wetR[i] * back[i], -1.0f), 1.0f);
         }
         from += n;
     }

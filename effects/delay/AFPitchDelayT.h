@@ -46,6 +46,7 @@ public:
 
 private:
     void updateFilters(bool snap) noexcept;
+    void configureShifters() noexcept;
     float gateTarget() const noexcept;
 
     std::array<int32_t, 4> options{};
@@ -63,4 +64,9 @@ private:
     // Beats since activation: the rhythm of option 2 counts from there.
     double beatClock = 0.0;
     float gate = 1.0f;
+    // What the shifters were last configured for: three knobs, the tempo, the rate and three options.
+    std::array<float, 8> shifterKey{};
+    // The filter setting last given: option 3's word and "Pitch".
+    int filterWord = -1;
+    float filterPitch = -1.0f;
 };

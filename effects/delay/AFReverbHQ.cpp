@@ -14,9 +14,13 @@ namespace {
 constexpr int kChunk = 64;
 // Rings in powers of two, so reads wrap by a mask; sized for the longest line at the highest rate.
 constexpr int kLineSize = 32768;
-constexpr int kLineStride = kLineSize + 1; // each ring and its guard sample
+// Each ring and its guard sample, the rings spaced off the power of two (by 273 samples, a little over four
+// cache lines) so that lines written at the same place do not fall into the same cache sets; the diffusers'
+// rings likewise.
+constexpr int kLineStride = kLineSize + 273;
 constexpr int kDiffuserSize = 4096;
 constexpr int kDiffuserMask = kDiffuserSize - 1;
+constexpr int kDiffuserStride = kDiffuserSize + 80;
 
 // Line lengths at "Size" 1/5 of the way, in ms: spread over more than an octave, no two in a simple ratio.
 constexpr std::array<float, AFReverbHQ::kLines> kLineMs{23.0f, 24.9f, 26.7f, 28.3f, 30.4f, 32.3f,
@@ -119,11 +123,11 @@ const AFEffectDescriptor AFReverbHQ::descriptor{.typeId = 13,
 AFReverbHQ::AFReverbHQ(uint32_t type, AFSystemInfo* system, uint32_t flag)
     : AFEffect(descriptor, type, system, flag),
       lineStore(static_cast<std::size_t>(kLines) * kLineStride, 0.0f),
-      diffuserStore(static_cast<std::size_t>(2 * kDiffusers) * kDiffuserSize, 0.0f), colourFilter(system) {
+      diffuserStore(static_cast<std::size_t>(2 * kDiffusers) * kDiffuserStride, 0.0f), colourFilter(system) {
 
     for (int ch = 0; ch < 2; ++ch)
         for (int k = 0; k < kDiffusers; ++k)
-            diffusers[ch][k] = {(ch * kDiffusers + k) * kDiffuserSize, 2, kDiffuserGain[k]};
+            diffusers[ch][k] = {(ch * kDiffusers + k) * kDiffuserStride, 2, kDiffuserGain[k]};
     // The drifts start spread round the circle, by the golden angle.
     for (int k = 0; k < kLines; ++k) {
         const double phase = 2.399963229728653 * k;
@@ -191,9 +195,9 @@ void AFReverbHQ::derive(bool jump) noexcept {
         // Only the even lines drift; the odd ones sit on whole samples, where reading between two samples
         // costs no treble.
         const Lanes drift = Lanes{1, 0, 1, 0, 1, 0, 1, 0} * depth;
-        Lanes whole = length[h] + 0.5f;
-        for (int k = 0; k < 8; ++k)
-            whole[k] = std::floor(whole[k]);
+        // Lengths are positive, so truncation rounds them down.
+        const Lanes whole =
+            __builtin_convertvector(__builtin_convertvector(length[h] + 0.5f, LaneInts), Lanes);
         const Lanes target = Lanes{0, 1, 0, 1, 0, 1, 0, 1} * whole +
                              Lanes{1, 0, 1, 0, 1, 0, 1, 0} * length[h] + drift * wobbleSin[h];
         if (jump) {
@@ -306,11 +310,15 @@ void AFReverbHQ::process(float* left, float* right, int count) noexcept {
         float* r = right + done;
         float inLeft[kChunk];
         float inRight[kChunk];
+        // The send's ramp from its start, so that the samples do not wait on one another.
+        const float start = send;
+        const float step = sendStep;
         for (int i = 0; i < n; ++i) {
-            send += sendStep;
-            inLeft[i] = l[i] * send + kFloor;
-            inRight[i] = r[i] * send + kFloor;
+            const float gain = start + static_cast<float>(i + 1) * step;
+            inLeft[i] = l[i] * gain + kFloor;
+            inRight[i] = r[i] * gain + kFloor;
         }
+        send = start + static_cast<float>(n) * step;
         filterInput(inLeft, inRight, n);
         diffuse(0, inLeft, n);
         diffuse(1, inRight, n);
@@ -323,7 +331,7 @@ void AFReverbHQ::process(float* left, float* right, int count) noexcept {
 void AFReverbHQ::filterInput(float* left, float* right, int count) noexcept {
     const int option = options[2];
     if (option >= 1 && option <= 6) {
-        BiquadStage::processPair(highPassLeft, left, highPassRight, right, count);
+        BiquadStage::processPairTwoStep(highPassLeft, left, highPassRight, right, count);
     } else if (option >= 7) {
         constexpr std::array<int, 4> kColourModes{AFDirectFilter::Highpass, AFDirectFilter::Comb,
                                                   AFDirectFilter::Bandpass, AFDirectFilter::Lowpass};
@@ -356,13 +364,16 @@ LANE_WIDE_CLONES void AFReverbHQ::diffuse(int channel, float* data, int count) n
     }
 }
 
-// Line by line over the whole block, each loop running in vector lanes: read every line at its delay, filter
-// its loss, mix the lines, take the outputs, add the input and write the lines back.
-LANE_WIDE_CLONES void AFReverbHQ::runNetwork(float* left, float* right, const float* inLeft,
-                                             const float* inRight, int count) noexcept {
-    // Two samples of filter history ahead of each line's block.
-    alignas(32) float taps[kLines][kChunk + 2];
+// Over the whole block, each loop running in vector lanes: read every line at its delay, filter its loss and
+// mix the lines eight samples at a time, take the outputs, add the input and write the lines back.
+// The short copies stay loops: a library call costs more than these few samples.
+LANE_WIDE_CLONES __attribute__((optimize("no-tree-loop-distribute-patterns"))) void
+AFReverbHQ::runNetwork(float* left, float* right, const float* inLeft, const float* inRight,
+                       int count) noexcept {
+    // Two samples of filter history ahead of each line's block, and room for a whole vector past it.
+    alignas(32) float taps[kLines][kChunk + 2 + 8];
     alignas(32) float mixed[kLines][kChunk];
+    const int padded = (count + 7) & ~7;
     const int w = lineWrite;
     for (int k = 0; k < kLines; ++k) {
         float* ring = lineStore.data() + static_cast<std::size_t>(k) * kLineStride;
@@ -388,6 +399,18 @@ LANE_WIDE_CLONES void AFReverbHQ::runNetwork(float* left, float* right, const fl
             const float* __restrict from = ring + older;
             float* __restrict to = out + n;
             const float start = d0 - whole;
+            if (step == 0.0f && start == 0.0f) {
+                // A line standing on a whole sample: the read is a copy, in whole vectors. The last may
+                // run past the run's end (into the ring's margin, onto taps the next run or the zeros
+                // overwrite).
+                for (int i = 0; i < end - n; i += 8) {
+                    Lanes v;
+                    std::memcpy(&v, from + 1 + i, sizeof v);
+                    std::memcpy(to + i, &v, sizeof v);
+                }
+                n = end;
+                continue;
+            }
             for (int i = 0; i < end - n; ++i) {
                 const float a = from[i + 1];
                 const float fraction = start + static_cast<float>(n + i + 1) * step;
@@ -398,25 +421,33 @@ LANE_WIDE_CLONES void AFReverbHQ::runNetwork(float* left, float* right, const fl
         const std::size_t line = static_cast<std::size_t>(k);
         taps[k][0] = lossHistory[line][0];
         taps[k][1] = lossHistory[line][1];
-        const float e = edgeTap[line];
-        const float c = centreTap[line];
-        const float* __restrict x = taps[k];
-        float* __restrict y = mixed[k];
-        for (int i = 0; i < count; ++i)
-            y[i] = e * (x[i] + x[i + 2]) + c * x[i + 1];
         lossHistory[line] = {taps[k][count], taps[k][count + 1]};
+        // Whole vectors past the end read zeros, never stale stack.
+        const Lanes zeros{};
+        std::memcpy(taps[k] + count + 2, &zeros, sizeof zeros);
     }
-    for (int span = kLines / 2; span >= 1; span /= 2) {
-        for (int k = 0; k < kLines; ++k) {
-            if ((k & span) != 0) continue;
-            float* __restrict a = mixed[k];
-            float* __restrict b = mixed[k + span];
-            for (int i = 0; i < count; ++i) {
-                const float sum = a[i] + b[i];
-                b[i] = a[i] - b[i];
-                a[i] = sum;
+    // Eight samples of all sixteen lines at a time: each line's loss filter, then the mix in registers.
+    for (int i = 0; i < padded; i += 8) {
+        std::array<Lanes, kLines> v;
+        for (std::size_t k = 0; k < kLines; ++k) {
+            Lanes x0, x1, x2;
+            std::memcpy(&x0, taps[k] + i, sizeof(Lanes));
+            std::memcpy(&x1, taps[k] + i + 1, sizeof(Lanes));
+            std::memcpy(&x2, taps[k] + i + 2, sizeof(Lanes));
+            v[k] = edgeTap[k] * (x0 + x2) + centreTap[k] * x1;
+        }
+#pragma GCC unroll 4
+        for (std::size_t span = kLines / 2; span >= 1; span /= 2) {
+#pragma GCC unroll 16
+            for (std::size_t k = 0; k < kLines; ++k) {
+                if ((k & span) != 0) continue;
+                const Lanes sum = v[k] + v[k + span];
+                v[k + span] = v[k] - v[k + span];
+                v[k] = sum;
             }
         }
+        for (std::size_t k = 0; k < kLines; ++k)
+            std::memcpy(mixed[k] + i, &v[k], sizeof(Lanes));
     }
     for (int i = 0; i < count; ++i) {
         left[i] = kLateLevel * mixed[0][i] + kEarlyLevel * inLeft[i];

@@ -67,7 +67,7 @@ private:
 
     std::array<int32_t, 4> options{};
     std::vector<float> lineStore;     // kLines rings of kLineSize
-    std::vector<float> diffuserStore; // 2 x kDiffusers rings of kDiffuserSize
+    std::vector<float> diffuserStore; // 2 x kDiffusers rings of kDiffuserSize, spaced apart
     std::array<std::array<Diffuser, kDiffusers>, 2> diffusers{};
     int diffuserWrite = 0;
     int lineWrite = 0;

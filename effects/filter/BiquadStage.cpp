@@ -197,6 +197,60 @@ void BiquadStage::processPair(BiquadStage& a, float* first, BiquadStage& b, floa
     }
 }
 
+void BiquadStage::processPairTwoStep(BiquadStage& a, float* first, BiquadStage& b, float* second,
+                                     int count) noexcept {
+    const int gliding = std::min(count, std::max(a.glideLeft, b.glideLeft));
+    if (gliding > 0) processPair(a, first, b, second, gliding);
+    if (count > gliding) runPairTwoStep(a, first + gliding, b, second + gliding, count - gliding);
+}
+
+// Two samples from the last two outputs at once: y0 = f0 - a1 y1 - a2 y2 and, putting y0 into the next,
+// y1' = f1 - a1 f0 + (a1^2 - a2) y1 + a1 a2 y2, where f is the feed-forward part. Both hang off the same two
+// outputs, so each step of the recursion covers two samples.
+void BiquadStage::runPairTwoStep(BiquadStage& a, float* first, BiquadStage& b, float* second,
+                                 int count) noexcept {
+    struct Lane {
+        std::array<float, 5> c;
+        float c1, c2; // a1^2 - a2 and a1 a2
+        float x1, x2, y1, y2;
+        float* data;
+    };
+    std::array<Lane, 2> lanes;
+    for (int k = 0; k < 2; ++k) {
+        const BiquadStage& s = k == 0 ? a : b;
+        const std::array<float, 5>& c = s.current;
+        Lane& lane = lanes[static_cast<std::size_t>(k)];
+        lane = {c, c[3] * c[3] - c[4], c[3] * c[4], s.x1, s.x2, s.y1, s.y2, k == 0 ? first : second};
+    }
+    const auto flushed = [](float y) { return std::fabs(y) < kFlush ? 0.0f : y; };
+    int i = 0;
+    for (; i + 1 < count; i += 2) {
+        for (Lane& l : lanes) {
+            const float u0 = l.data[i];
+            const float u1 = l.data[i + 1];
+            const float f0 = l.c[0] * u0 + l.c[1] * l.x1 + l.c[2] * l.x2;
+            const float f1 = l.c[0] * u1 + l.c[1] * u0 + l.c[2] * l.x1;
+            const float y0 = flushed(f0 - (l.c[3] * l.y1 + l.c[4] * l.y2));
+            const float y01 = flushed((f1 - l.c[3] * f0) + (l.c1 * l.y1 + l.c2 * l.y2));
+            l.data[i] = y0;
+            l.data[i + 1] = y01;
+            l.x2 = u0;
+            l.x1 = u1;
+            l.y2 = y0;
+            l.y1 = y01;
+        }
+    }
+    for (int k = 0; k < 2; ++k) {
+        BiquadStage& s = k == 0 ? a : b;
+        const Lane& l = lanes[static_cast<std::size_t>(k)];
+        s.x1 = l.x1;
+        s.x2 = l.x2;
+        s.y1 = l.y1;
+        s.y2 = l.y2;
+    }
+    if (i < count) runPair<false>(a, first + i, b, second + i, count - i);
+}
+
 template <bool Glide>
 float BiquadStage::tick(std::array<float, 5>& c, const std::array<float, 5>& d, float& x1, float& x2,
                         float& y1, float& y2, float x) noexcept {

@@ -25,6 +25,10 @@ public:
     void process(float* data, int count) noexcept;
     // Audio thread: two independent stages over two buffers, interleaved so that their recursions overlap.
     static void processPair(BiquadStage& a, float* first, BiquadStage& b, float* second, int count) noexcept;
+    // Audio thread: as processPair, a standing stage moving two samples a step, so that its recursion is
+    // half as long: the same response, rounded differently.
+    static void processPairTwoStep(BiquadStage& a, float* first, BiquadStage& b, float* second,
+                                   int count) noexcept;
     // Audio thread: two cascades of two stages (a then a2 over first, b then b2 over second) in one pass, the
     // same as running each stage over its whole buffer in turn.
     static void processCascadePair(BiquadStage& a, BiquadStage& a2, float* first, BiquadStage& b,
@@ -41,6 +45,8 @@ private:
     template <bool Glide>
     static void runCascadePair(BiquadStage& a, BiquadStage& a2, float* first, BiquadStage& b, BiquadStage& b2,
                                float* second, int count) noexcept;
+    static void runPairTwoStep(BiquadStage& a, float* first, BiquadStage& b, float* second,
+                               int count) noexcept;
     void finishGlide(int samples) noexcept;
     // One sample through the stage's registers: glide, filter, flush, shift.
     template <bool Glide>

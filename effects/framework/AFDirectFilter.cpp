@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 namespace {
 
@@ -131,7 +132,7 @@ void AFDirectFilter::finishGlide(CombLine& line, int samples) noexcept {
 // path, whose two pointers are the same buffer.
 template <int Mode, bool Glide>
 void AFDirectFilter::runCores(Core& ca, Core& cb, int chA, int chB, float* left, float* right, bool pair,
-                              int count) noexcept {
+                              int count, bool twoStep) noexcept {
     using Lanes = float __attribute__((vector_size(8)));
     const auto ia = static_cast<std::size_t>(chA);
     const auto ib = static_cast<std::size_t>(chB);
@@ -143,7 +144,60 @@ void AFDirectFilter::runCores(Core& ca, Core& cb, int chA, int chB, float* left,
     Lanes s2 = {ca.s2[ia], cb.s2[ib]};
     const Lanes one = {1.0f, 1.0f};
     Lanes a1 = one / (one + g * (g + k));
-    for (int i = 0; i < count; ++i) {
+    int i = 0;
+    if (!Glide && twoStep) {
+        // Standing still, the core is a fixed linear system, s' = s + M s + B x and y = C s + D x, and the
+        // state can move two samples on at once: the recursion is half as long, and the sample between hangs
+        // off it. The state moves by increments, as in the core's own form, so low cutoffs keep their
+        // precision.
+        const Lanes a2 = g * a1;
+        const Lanes a3 = g * a2;
+        const Lanes m11 = -2.0f * g * (g + k) * a1, m12 = -2.0f * a2, m21 = 2.0f * a2, m22 = -2.0f * a3;
+        const Lanes b1 = 2.0f * a2, b2 = 2.0f * a3;
+        Lanes c1 = a2, c2 = one - a3, d = a3;
+        if constexpr (Mode == Highpass) {
+            c1 = -(k * a1) - a2;
+            c2 = k * a2 - c2;
+            d = a1;
+        }
+        if constexpr (Mode == Bandpass) {
+            c1 = k * a1;
+            c2 = -(k * a2);
+            d = k * a2;
+        }
+        // Two steps: (I + M)^2 - I = M^2 + 2M, (I + M) B, and C (I + M), C B for the sample between.
+        const Lanes w11 = (m11 * m11 + m12 * m21) + 2.0f * m11, w12 = (m11 * m12 + m12 * m22) + 2.0f * m12;
+        const Lanes w21 = (m21 * m11 + m22 * m21) + 2.0f * m21, w22 = (m21 * m12 + m22 * m22) + 2.0f * m22;
+        const Lanes v1 = b1 + (m11 * b1 + m12 * b2), v2 = b2 + (m21 * b1 + m22 * b2);
+        const Lanes e1 = c1 + (c1 * m11 + c2 * m21), e2 = c2 + (c1 * m12 + c2 * m22);
+        const Lanes f = c1 * b1 + c2 * b2;
+        // Both channels and both samples side by side: lanes left and right now, then left and right one
+        // sample on; the state as s1 left and right, then s2.
+        using Quad = float __attribute__((vector_size(16)));
+        const auto quad = [](Lanes a, Lanes b) { return Quad{a[0], a[1], b[0], b[1]}; };
+        const Quad ca = quad(c1, e1), cb = quad(c2, e2), df = quad(d, f), dd = quad(Lanes{}, d);
+        const Quad wa = quad(w11, w21), wb = quad(w12, w22), va = quad(v1, v2), vb = quad(b1, b2);
+        Quad state = quad(s1, s2);
+        for (; i + 1 < count; i += 2) {
+            Lanes l, r;
+            std::memcpy(&l, left + i, sizeof l);
+            std::memcpy(&r, right + i, sizeof r);
+            const Quad x = __builtin_shufflevector(l, r, 0, 2, 1, 3);
+            const Quad x0 = __builtin_shufflevector(x, x, 0, 1, 0, 1);
+            const Quad x1 = __builtin_shufflevector(x, x, 2, 3, 2, 3);
+            const Quad first = __builtin_shufflevector(state, state, 0, 1, 0, 1);
+            const Quad second = __builtin_shufflevector(state, state, 2, 3, 2, 3);
+            const Quad y = (ca * first + cb * second) + (df * x0 + dd * x);
+            state = (state + (va * x0 + vb * x1)) + (wa * first + wb * second);
+            const Lanes outLeft = __builtin_shufflevector(y, y, 0, 2);
+            const Lanes outRight = __builtin_shufflevector(y, y, 1, 3);
+            std::memcpy(left + i, &outLeft, sizeof outLeft);
+            if (pair) std::memcpy(right + i, &outRight, sizeof outRight);
+        }
+        s1 = Lanes{state[0], state[1]};
+        s2 = Lanes{state[2], state[3]};
+    }
+    for (; i < count; ++i) {
         if constexpr (Glide) {
             g += gStep;
             k += kStep;
@@ -218,7 +272,8 @@ void AFDirectFilter::runCombs(AFDirectFilter& fa, AFDirectFilter& fb, float* lin
     cb.write = wb;
 }
 
-void AFDirectFilter::run(int mode, const Side& a, const Side& b, bool pair, int count) noexcept {
+void AFDirectFilter::run(int mode, const Side& a, const Side& b, bool pair, int count,
+                         bool twoStep) noexcept {
     AFDirectFilter& fa = *a.filter;
     AFDirectFilter& fb = *b.filter;
     const bool shared = &fa == &fb;
@@ -259,22 +314,22 @@ void AFDirectFilter::run(int mode, const Side& a, const Side& b, bool pair, int 
             }
             switch (mode * 2 + (glide ? 1 : 0)) {
             case Highpass * 2:
-                runCores<Highpass, false>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+                runCores<Highpass, false>(ca, cb, a.channel, b.channel, left, right, pair, segment, twoStep);
                 break;
             case Highpass * 2 + 1:
-                runCores<Highpass, true>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+                runCores<Highpass, true>(ca, cb, a.channel, b.channel, left, right, pair, segment, twoStep);
                 break;
             case Bandpass * 2:
-                runCores<Bandpass, false>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+                runCores<Bandpass, false>(ca, cb, a.channel, b.channel, left, right, pair, segment, twoStep);
                 break;
             case Bandpass * 2 + 1:
-                runCores<Bandpass, true>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+                runCores<Bandpass, true>(ca, cb, a.channel, b.channel, left, right, pair, segment, twoStep);
                 break;
             case Lowpass * 2:
-                runCores<Lowpass, false>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+                runCores<Lowpass, false>(ca, cb, a.channel, b.channel, left, right, pair, segment, twoStep);
                 break;
             default:
-                runCores<Lowpass, true>(ca, cb, a.channel, b.channel, left, right, pair, segment);
+                runCores<Lowpass, true>(ca, cb, a.channel, b.channel, left, right, pair, segment, twoStep);
                 break;
             }
             finishGlide(ca, segment);
@@ -291,6 +346,10 @@ void AFDirectFilter::process(int mode, float* data, int count) noexcept {
 
 void AFDirectFilter::processStereo(int mode, float* left, float* right, int count) noexcept {
     run(std::clamp(mode, 0, kModeCount - 1), Side{this, 0, left}, Side{this, 1, right}, true, count);
+}
+
+void AFDirectFilter::processStereoTwoStep(int mode, float* left, float* right, int count) noexcept {
+    run(std::clamp(mode, 0, kModeCount - 1), Side{this, 0, left}, Side{this, 1, right}, true, count, true);
 }
 
 void AFDirectFilter::processPair(int mode, AFDirectFilter& leftFilter, float* left,

@@ -29,6 +29,9 @@ public:
     void process(int mode, float* data, int count) noexcept;
     // Audio thread: in place, both channels with the same coefficients and their own state.
     void processStereo(int mode, float* left, float* right, int count) noexcept;
+    // Audio thread: as processStereo, a standing core moving two samples a step, so that its recursion is
+    // half as long: the same response, rounded differently.
+    void processStereoTwoStep(int mode, float* left, float* right, int count) noexcept;
     // Audio thread: the same as processStereo(Lowpass) and then processStereo(Highpass), in one pass so that
     // the two filters' recursions overlap.
     void processStereoBand(float* left, float* right, int count) noexcept;
@@ -81,10 +84,11 @@ private:
     };
 
     void design(int mode, float cutoff, float resonance, float& first, float& second) const noexcept;
-    static void run(int mode, const Side& a, const Side& b, bool pair, int count) noexcept;
+    static void run(int mode, const Side& a, const Side& b, bool pair, int count,
+                    bool twoStep = false) noexcept;
     template <int Mode, bool Glide>
     static void runCores(Core& ca, Core& cb, int chA, int chB, float* left, float* right, bool pair,
-                         int count) noexcept;
+                         int count, bool twoStep) noexcept;
     template <bool Glide>
     static void runCombs(AFDirectFilter& fa, AFDirectFilter& fb, float* lineA, float* lineB, float* left,
                          float* right, bool pair, int count) noexcept;

@@ -1,5 +1,6 @@
 #include "effects/loop/AFTransientLooper.h"
 
+#include "effects/filter/LaneFilter.h"
 #include "effects/framework/AFBpmListenerList.h"
 #include "effects/framework/AFSystemInfo.h"
 #include "effects/framework/TimeValueTables.h"
@@ -382,16 +383,31 @@ void AFTransientLooper::spawnGrain() noexcept {
     g.start = span > 0.0 ? static_cast<uint32_t>(std::fmod(head + jitter, span)) : 0u;
 }
 
+inline void AFTransientLooper::addGrain(const Grain& g, float w, float& yL, float& yR) const noexcept {
+    const float offset = g.age * g.ratio;
+    const auto whole = static_cast<uint32_t>(offset);
+    const float t = offset - static_cast<float>(whole);
+    const uint32_t i = g.start + whole;
+    const float* bufferL = recordL.get();
+    const float* bufferR = recordR.get();
+    yL += w * (bufferL[i] + t * (bufferL[i + 1] - bufferL[i]));
+    yR += w * (bufferR[i] + t * (bufferR[i + 1] - bufferR[i]));
+}
+
 void AFTransientLooper::runFreeze(float* left, float* right, int from, int count) noexcept {
     recordBlock(left + from, right + from, count - from);
     const auto holdSamples = static_cast<int64_t>(hold);
     const float crossfade = grainLength * 0.5f;
-    const float* bufferL = recordL.get();
-    const float* bufferR = recordR.get();
     int64_t since = sinceHit;
     for (int j = from; j < count; ++j) {
         if (since < holdSamples) {
             ++since;
+            continue;
+        }
+        const int steady = freezeStretch(left, right, j, count, static_cast<float>(since - holdSamples));
+        if (steady > 0) {
+            since += steady;
+            j += steady - 1;
             continue;
         }
         const float inL = left[j];
@@ -408,13 +424,7 @@ void AFTransientLooper::runFreeze(float* left, float* right, int from, int count
         float yL = 0.0f;
         float yR = 0.0f;
         for (Grain& g : grains) {
-            const float w = g.on ? hann[static_cast<std::size_t>(g.age * g.scale)] : 0.0f;
-            const float offset = g.age * g.ratio;
-            const auto whole = static_cast<uint32_t>(offset);
-            const float t = offset - static_cast<float>(whole);
-            const uint32_t i = g.start + whole;
-            yL += w * (bufferL[i] + t * (bufferL[i + 1] - bufferL[i]));
-            yR += w * (bufferR[i] + t * (bufferR[i + 1] - bufferR[i]));
+            addGrain(g, g.on ? hann[static_cast<std::size_t>(g.age * g.scale)] : 0.0f, yL, yR);
             g.age += 1.0f;
             if (g.age >= g.length) {
                 g.on = false;
@@ -431,6 +441,46 @@ void AFTransientLooper::runFreeze(float* left, float* right, int from, int count
     sinceHit = since;
 }
 
+// Past the crossfade, a stretch in which no grain starts or ends runs without those checks, the sounding
+// grains' state in locals: the same arithmetic, sample for sample.
+int AFTransientLooper::freezeStretch(float* left, float* right, int from, int count, float into) noexcept {
+    if (into < grainLength * 0.5f) return 0;
+    // The stretch ends before the sample at which the next grain starts, and before any sounding grain ends.
+    int n = std::min(count - from, static_cast<int>(std::ceil(untilGrain)) - 1);
+    std::array<Grain, kGrains> sounding{};
+    int voices = 0;
+    for (const Grain& g : grains) {
+        if (!g.on) continue;
+        n = std::min(n, static_cast<int>(std::ceil(g.length - g.age)) - 1);
+        sounding[static_cast<std::size_t>(voices++)] = g;
+    }
+    if (n <= 0) return 0;
+    const float* window = hann.data();
+    double at = head;
+    for (int j = from; j < from + n; ++j) {
+        float yL = 0.0f;
+        float yR = 0.0f;
+        for (int v = 0; v < voices; ++v) {
+            Grain& g = sounding[static_cast<std::size_t>(v)];
+            addGrain(g, window[static_cast<std::size_t>(g.age * g.scale)], yL, yR);
+            g.age += 1.0f;
+        }
+        // As the full step mixes at 1, rounding included.
+        left[j] += yL - left[j];
+        right[j] += yR - right[j];
+        at += drift;
+        if (at >= hold) at -= hold;
+        if (at < 0.0) at += hold;
+    }
+    head = at;
+    untilGrain -= static_cast<float>(n);
+    int v = 0;
+    for (Grain& g : grains) {
+        if (g.on) g.age = sounding[static_cast<std::size_t>(v++)].age;
+    }
+    return n;
+}
+
 void AFTransientLooper::runReverb(float* left, float* right, int from, int count) noexcept {
     const double holdSamples = hold;
     // After the burst has faded and left the pitch shifter, only the tail sounds.
@@ -439,49 +489,126 @@ void AFTransientLooper::runReverb(float* left, float* right, int from, int count
     alignas(32) std::array<float, 64> sendL;
     alignas(32) std::array<float, 64> sendR;
     const bool bursting = static_cast<double>(sinceHit) < quiet;
-    for (int j = 0; j < n; ++j) {
-        const auto k = static_cast<std::size_t>(j);
-        const double after = static_cast<double>(sinceHit + j) - holdSamples;
-        const auto burst = static_cast<float>(after < 0.0 ? 1.0 : std::max(0.0, 1.0 - after * kInverseFade));
-        sendL[k] = left[from + j] * burst;
-        sendR[k] = right[from + j] * burst;
-        left[from + j] = sendL[k];
-        right[from + j] = sendR[k];
+    if (static_cast<double>(sinceHit) >= holdSamples + kFade) {
+        // The burst is over: nothing enters the tail, and the tail alone sounds.
+        sendL.fill(0.0f);
+        sendR.fill(0.0f);
+        std::fill_n(left + from, n, 0.0f);
+        std::fill_n(right + from, n, 0.0f);
+    } else {
+        for (int j = 0; j < n; ++j) {
+            const auto k = static_cast<std::size_t>(j);
+            const double after = static_cast<double>(sinceHit + j) - holdSamples;
+            const auto burst =
+                static_cast<float>(after < 0.0 ? 1.0 : std::max(0.0, 1.0 - after * kInverseFade));
+            sendL[k] = left[from + j] * burst;
+            sendR[k] = right[from + j] * burst;
+            left[from + j] = sendL[k];
+            right[from + j] = sendR[k];
+        }
     }
     if (bursting) transpose(sendL.data(), sendR.data(), n);
     sinceHit += n;
 
-    // The tail on local state: eight lines with Householder feedback, each line getting itself minus a
-    // quarter of the sum, darkened and decayed.
-    std::array<float, kLines> low = lineLow;
-    const std::array<float, kLines> gain = lineGain;
-    const std::array<int32_t, kLines> length = lineLength;
+    runTail(left + from, right + from, sendL.data(), sendR.data(), n);
+}
+
+namespace {
+
+using Column = float __attribute__((vector_size(32)));
+
+// Eight rows of eight samples to eight columns of eight (and back: the transpose is its own inverse).
+[[gnu::always_inline]] inline void swapRowsAndColumns(Column* r) noexcept {
+    const Column t0 = __builtin_shufflevector(r[0], r[1], 0, 8, 1, 9, 4, 12, 5, 13);
+    const Column t1 = __builtin_shufflevector(r[0], r[1], 2, 10, 3, 11, 6, 14, 7, 15);
+    const Column t2 = __builtin_shufflevector(r[2], r[3], 0, 8, 1, 9, 4, 12, 5, 13);
+    const Column t3 = __builtin_shufflevector(r[2], r[3], 2, 10, 3, 11, 6, 14, 7, 15);
+    const Column t4 = __builtin_shufflevector(r[4], r[5], 0, 8, 1, 9, 4, 12, 5, 13);
+    const Column t5 = __builtin_shufflevector(r[4], r[5], 2, 10, 3, 11, 6, 14, 7, 15);
+    const Column t6 = __builtin_shufflevector(r[6], r[7], 0, 8, 1, 9, 4, 12, 5, 13);
+    const Column t7 = __builtin_shufflevector(r[6], r[7], 2, 10, 3, 11, 6, 14, 7, 15);
+    const Column u0 = __builtin_shufflevector(t0, t2, 0, 1, 8, 9, 4, 5, 12, 13);
+    const Column u1 = __builtin_shufflevector(t0, t2, 2, 3, 10, 11, 6, 7, 14, 15);
+    const Column u2 = __builtin_shufflevector(t1, t3, 0, 1, 8, 9, 4, 5, 12, 13);
+    const Column u3 = __builtin_shufflevector(t1, t3, 2, 3, 10, 11, 6, 7, 14, 15);
+    const Column u4 = __builtin_shufflevector(t4, t6, 0, 1, 8, 9, 4, 5, 12, 13);
+    const Column u5 = __builtin_shufflevector(t4, t6, 2, 3, 10, 11, 6, 7, 14, 15);
+    const Column u6 = __builtin_shufflevector(t5, t7, 0, 1, 8, 9, 4, 5, 12, 13);
+    const Column u7 = __builtin_shufflevector(t5, t7, 2, 3, 10, 11, 6, 7, 14, 15);
+    r[0] = __builtin_shufflevector(u0, u4, 0, 1, 2, 3, 8, 9, 10, 11);
+    r[1] = __builtin_shufflevector(u1, u5, 0, 1, 2, 3, 8, 9, 10, 11);
+    r[2] = __builtin_shufflevector(u2, u6, 0, 1, 2, 3, 8, 9, 10, 11);
+    r[3] = __builtin_shufflevector(u3, u7, 0, 1, 2, 3, 8, 9, 10, 11);
+    r[4] = __builtin_shufflevector(u0, u4, 4, 5, 6, 7, 12, 13, 14, 15);
+    r[5] = __builtin_shufflevector(u1, u5, 4, 5, 6, 7, 12, 13, 14, 15);
+    r[6] = __builtin_shufflevector(u2, u6, 4, 5, 6, 7, 12, 13, 14, 15);
+    r[7] = __builtin_shufflevector(u3, u7, 4, 5, 6, 7, 12, 13, 14, 15);
+}
+
+} // namespace
+
+// Eight lines with Householder feedback, each line getting itself minus a quarter of the sum, darkened and
+// decayed. Every line is longer than a block, so the block's reads come before its writes: each line is read
+// and written in one straight copy, the taps and the mix run across the block, and the darkening's
+// recursion runs on all eight lines at once, one vector lane each.
+LANE_WIDE_CLONES void AFTransientLooper::runTail(float* left, float* right, const float* sendL,
+                                                 const float* sendR, int n) noexcept {
+    // Whole columns of eight; the samples past n are read but never kept.
+    const int padded = (n + 7) & ~7;
     const int32_t mask = lineMask;
-    int32_t w = lineWrite;
+    const int32_t w = lineWrite;
     float* ring = lines.get();
-    for (int j = 0; j < n; ++j) {
-        const auto k = static_cast<std::size_t>(j);
-        std::array<float, kLines> x;
-        float sum = 0.0f;
-        for (std::size_t i = 0; i < kLines; ++i) {
-            x[i] = ring[i * kLineStride + static_cast<std::size_t>((w - length[i]) & mask)];
-            sum += x[i];
-        }
-        left[from + j] += 0.6f * (x[0] - x[2] + x[4] - x[6]);
-        right[from + j] += 0.6f * (x[1] - x[3] + x[5] - x[7]);
-        const float reflected = sum * 0.25f;
-        const float inL = sendL[k] * 0.5f;
-        const float inR = sendR[k] * 0.5f;
-        for (std::size_t i = 0; i < kLines; ++i) {
-            low[i] += 0.85f * (x[i] - reflected - low[i]);
-            const float feed = (i & 1) != 0 ? inR : inL;
-            ring[i * kLineStride + static_cast<std::size_t>(w)] =
-                low[i] * gain[i] + ((i & 2) != 0 ? -feed : feed);
-        }
-        w = (w + 1) & mask;
+    alignas(32) float rows[kLines][64];
+    for (std::size_t i = 0; i < kLines; ++i) {
+        const float* line = ring + i * kLineStride;
+        const int32_t start = (w - lineLength[i]) & mask;
+        const int first = std::min(padded, mask + 1 - start);
+        std::memcpy(rows[i], line + start, sizeof(float) * static_cast<std::size_t>(first));
+        std::memcpy(rows[i] + first, line, sizeof(float) * static_cast<std::size_t>(padded - first));
     }
-    lineLow = low;
-    lineWrite = w;
+    alignas(32) float reflected[64];
+    for (int j = 0; j < padded; ++j) {
+        float sum = 0.0f;
+        for (std::size_t i = 0; i < kLines; ++i)
+            sum += rows[i][j];
+        reflected[j] = sum * 0.25f;
+    }
+    for (int j = 0; j < n; ++j) {
+        left[j] += 0.6f * (rows[0][j] - rows[2][j] + rows[4][j] - rows[6][j]);
+        right[j] += 0.6f * (rows[1][j] - rows[3][j] + rows[5][j] - rows[7][j]);
+    }
+    Column low;
+    Column gain;
+    std::memcpy(&low, lineLow.data(), sizeof low);
+    std::memcpy(&gain, lineGain.data(), sizeof gain);
+    // Left feeds the even lines and right the odd ones, lines 2, 3, 6 and 7 inverted.
+    const Column sign{1.0f, 1.0f, -1.0f, -1.0f, 1.0f, 1.0f, -1.0f, -1.0f};
+    for (int j0 = 0; j0 < padded; j0 += 8) {
+        std::array<Column, kLines> block;
+        for (std::size_t i = 0; i < kLines; ++i)
+            std::memcpy(&block[i], rows[i] + j0, sizeof(Column));
+        swapRowsAndColumns(block.data());
+        const int end = std::min(8, n - j0);
+        for (int k = 0; k < end; ++k) {
+            const int j = j0 + k;
+            const float inL = sendL[j] * 0.5f;
+            const float inR = sendR[j] * 0.5f;
+            low += 0.85f * (block[static_cast<std::size_t>(k)] - reflected[j] - low);
+            const Column feed{inL, inR, inL, inR, inL, inR, inL, inR};
+            block[static_cast<std::size_t>(k)] = low * gain + sign * feed;
+        }
+        swapRowsAndColumns(block.data());
+        for (std::size_t i = 0; i < kLines; ++i)
+            std::memcpy(rows[i] + j0, &block[i], sizeof(Column));
+    }
+    std::memcpy(lineLow.data(), &low, sizeof low);
+    const int first = std::min(n, mask + 1 - w);
+    for (std::size_t i = 0; i < kLines; ++i) {
+        float* line = ring + i * kLineStride;
+        std::memcpy(line + w, rows[i], sizeof(float) * static_cast<std::size_t>(first));
+        std::memcpy(line, rows[i] + first, sizeof(float) * static_cast<std::size_t>(n - first));
+    }
+    lineWrite = (w + n) & mask;
 }
 
 void AFTransientLooper::process(float* left, float* right, int count) noexcept {

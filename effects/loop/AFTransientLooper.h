@@ -70,8 +70,15 @@ private:
     void recordBlock(const float* l, const float* r, int count) noexcept;
     [[gnu::always_inline]] void read(double position, float& l, float& r) const noexcept;
     void runLooper(float* left, float* right, int from, int count) noexcept;
+    // A grain's read at its age, weighted by w, added to yL and yR.
+    [[gnu::always_inline]] void addGrain(const Grain& g, float w, float& yL, float& yR) const noexcept;
     void runFreeze(float* left, float* right, int from, int count) noexcept;
+    // Samples from..count of the frozen sound once fully faded in, as far as no grain starts or ends: how
+    // many it rendered (0: none, the next sample needs the full step).
+    int freezeStretch(float* left, float* right, int from, int count, float into) noexcept;
     void runReverb(float* left, float* right, int from, int count) noexcept;
+    // The reverb's tail over n samples, added to the output; send is what enters it.
+    void runTail(float* left, float* right, const float* sendL, const float* sendR, int n) noexcept;
     void spawnGrain() noexcept;
     // In place: the block into the pitch rings and, while pitched or fading out, the shifted sound over it.
     void transpose(float* left, float* right, int count) noexcept;
