@@ -64,7 +64,7 @@ AFUniClient::AFUniClient(AFHostCallback callback, void* user)
         slots[ss] =
             std::make_unique<KnobEngine>(&systemInfo, gate, options, processingOrder, s,
                                          &parameters[static_cast<std::size_t>(AFParameterMap::slotRow(s, 0))],
-                                         &modulationAmounts[ss * KnobEngine::kAmountCount], &parameters[ss]);
+                                         &modulationAmounts[ss * KnobEngine::kAmountCount]);
         for (int row = KnobEngine::kParam1KnobAmt; row <= KnobEngine::kDryWetKnobAmt; ++row)
             parameters[static_cast<std::size_t>(AFParameterMap::slotRow(s, row))].store(
                 0.5f, std::memory_order_relaxed);

@@ -26,9 +26,9 @@ constexpr double kGridQuarters[KnobEngine::kQuantiseModes] = {0.0, 0.25, 0.5, 1.
 
 KnobEngine::KnobEngine(AFSystemInfo* systemInfo, AFAudioGate& audioGate, const AFGlobalOptions& globalOptions,
                        AFProcessingOrder& chainOrder, int slotIndex, std::atomic<float>* params,
-                       std::atomic<float>* modulationAmounts, std::atomic<float>* mainControl)
+                       std::atomic<float>* modulationAmounts)
     : system(systemInfo), gate(audioGate), options(globalOptions), order(chainOrder), parameters(params),
-      amounts(modulationAmounts), control(mainControl), index(slotIndex) {
+      amounts(modulationAmounts), index(slotIndex) {
     effect = EffectFactory::create(system, EffectFactory::kFirstSlotEffect);
     lfo1 = std::make_unique<AFLfo>(system);
     lfo2 = std::make_unique<AFLfo>(system);

@@ -55,11 +55,11 @@ public:
     static int rowByName(const char* name) noexcept;
 
     // Construction, on the host thread. `parameters` points at the slot's 29 host parameters, `amounts` at
-    // its 15 modulation amounts, `control` at its main control, all inside the client's table. The gate, the
-    // options and the chain order are the client's.
+    // its 15 modulation amounts, both inside the client's table; the main control arrives through
+    // controlMoved. The gate, the options and the chain order are the client's.
     KnobEngine(AFSystemInfo* system, AFAudioGate& gate, const AFGlobalOptions& options,
                AFProcessingOrder& order, int index, std::atomic<float>* parameters,
-               std::atomic<float>* amounts, std::atomic<float>* control);
+               std::atomic<float>* amounts);
     virtual ~KnobEngine();
     KnobEngine(const KnobEngine&) = delete;
     KnobEngine& operator=(const KnobEngine&) = delete;
@@ -177,7 +177,6 @@ private:
     std::atomic<int> mixLaw{1};
     std::atomic<float>* parameters;
     std::atomic<float>* amounts;
-    std::atomic<float>* control;
     std::array<float, 5> effective{};
     float lfo1Amount = 0.0f, lfo1Phase = 0.0f, lfo1Rate = 0.0f, lfo1Output = 0.0f;
     float envelopeAmount = 0.0f, envelopeAttack = 0.0f, envelopeRelease = 0.0f, envelopeOutput = 0.0f;

@@ -56,7 +56,7 @@ constexpr int kOctave = 12;
 // fixed filters on the input.
 constexpr int kFirstLoopFilter = 1;
 constexpr int kFirstInputFilter = 19;
-constexpr int kGroupFollow = 0;
+// Group 0 follows the pitch.
 constexpr int kGroupOppose = 1;
 constexpr int kGroupInstead = 2;
 constexpr std::array<int, 3> kLoopModes{AFDirectFilter::Lowpass, AFDirectFilter::Comb,

@@ -29,7 +29,6 @@ constexpr int32_t kReverb = 1;
 // Every edge the Reactor makes (engaging, loop and run ends, the end of the burst) fades over 44 samples.
 constexpr double kFade = 44.0;
 constexpr double kInverseFade = 1.0 / 44.0;
-constexpr float kFadeF = 44.0f;
 // The pitch path writes its block before it reads: the Hermite points of a read two samples back are written.
 constexpr double kPitchLeast = 3.0;
 // The reverb's delay lines, in samples at 48 kHz; each ring holds the longest at the highest rate.
