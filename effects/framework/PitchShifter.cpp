@@ -1,6 +1,5 @@
 #include "effects/framework/PitchShifter.h"
 
-#include "effects/filter/LaneFilter.h"
 #include "effects/framework/AFSystemInfo.h"
 
 namespace {
@@ -13,89 +12,198 @@ int samplesFor(double ms, double rate) {
 
 constexpr double kCoarseRate = 8000.0;
 
-using Lanes = float __attribute__((vector_size(16)));
-using Ints = int32_t __attribute__((vector_size(16)));
+// Groups of four samples everywhere, eight where the processor has AVX2 (with g++; clang, which builds the
+// fuzz targets, takes the narrow form): an eight-wide group is two four-wide ones side by side, each lane
+// computed as the narrow form computes it, so both give the same output bit for bit. The eight-wide helpers
+// are inlined into the AVX2 function only, so the ABI of passing their vectors never comes into play.
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+#define ORVANTO_WIDE_SHIFTER 1
+#pragma GCC diagnostic ignored "-Wpsabi"
+#endif
+using Lanes4 = float __attribute__((vector_size(16)));
+using Ints4 = int32_t __attribute__((vector_size(16)));
+using Lanes8 = float __attribute__((vector_size(32)));
+using Ints8 = int32_t __attribute__((vector_size(32)));
+
+template <int W>
+struct Wide;
+template <>
+struct Wide<4> {
+    using Lanes = Lanes4;
+    using Ints = Ints4;
+    static Lanes halves(Lanes4 low, Lanes4) noexcept { return low; }
+    static Ints halvesInt(int32_t low, int32_t) noexcept { return Ints{low, low, low, low}; }
+};
 
 // The window of four samples, the first at phase x + one step: sin²(pi x) as cos²(pi (x - 1/2)), the cosine
 // by its series to the eighth power, within 3e-6 over the grain.
-[[gnu::always_inline]] inline Lanes window(float x, float step) noexcept {
+template <class Lanes>
+[[gnu::always_inline]] inline Lanes window(const Lanes& at) noexcept {
     constexpr float kPi = 3.14159265f;
-    const Lanes at = (x - 0.5f) + Lanes{1.0f, 2.0f, 3.0f, 4.0f} * step;
     const Lanes z = (at * kPi) * (at * kPi);
     const Lanes c = 1.0f + z * (-0.5f + z * (1.0f / 24.0f + z * (-1.0f / 720.0f + z * (1.0f / 40320.0f))));
     return c * c;
 }
 
-// Four reads of one tap: where in its rows they fall, and the weights of the four samples around each, the
-// tap's window included. The weights are shared by both channels.
-struct Group {
-    std::array<int32_t, 4> at;
-    Lanes w0, w1, w2, w3;
+// Where each read of a tap falls in its rows and the weights of the four samples around it, the tap's window
+// included: worked out for the whole stretch first and shared by both channels.
+struct Reads {
+    static constexpr int kMax = PitchShifter::kMaxRun;
+    alignas(32) std::array<std::array<float, kMax>, 4> weight;
+    alignas(32) std::array<uint32_t, kMax> at;
 };
 
-// The reads at offset + ratio k for k = 0..3 of a group: the four-point Hermite weights of the samples at
-// whole - 1 .. whole + 2, times the window g.
-[[gnu::always_inline]] inline Group locate(double offset, Lanes ramp, Lanes g) noexcept {
-    const auto base = static_cast<int32_t>(offset);
-    const Lanes rel = static_cast<float>(offset - base) + ramp;
+// The reads at offset + ratio k for k = 0..W-1 into reads from sample j on: the four-point Hermite weights of
+// the samples at whole - 1 .. whole + 2, times the window g. The second four-wide half starts from further,
+// where the narrow form's next group starts.
+template <int W>
+[[gnu::always_inline]] inline void locate(double offset, double further, Lanes4 ramp,
+                                          const typename Wide<W>::Lanes& g, Reads& reads, int j) noexcept {
+    using Lanes = typename Wide<W>::Lanes;
+    using Ints = typename Wide<W>::Ints;
+    const auto low = static_cast<int32_t>(offset);
+    const auto high = static_cast<int32_t>(further);
+    const Lanes rel =
+        Wide<W>::halves(static_cast<float>(offset - low) + ramp, static_cast<float>(further - high) + ramp);
     const Ints whole = __builtin_convertvector(rel, Ints);
     const Lanes t = rel - __builtin_convertvector(whole, Lanes);
     const Lanes t2 = t * t;
     const Lanes half = 0.5f * g;
     const Lanes w3 = (t2 * t - t2) * half;
     const Lanes w0 = (t2 + t2 - t2 * t - t) * half;
-    Group group{{base - 1 + whole[0], base - 1 + whole[1], base - 1 + whole[2], base - 1 + whole[3]},
-                w0,
-                (2.0f - 2.0f * t2) * half + 3.0f * w3,
-                t * g + w0 - (w3 + w3),
-                w3};
-    return group;
+    const Lanes w1 = (2.0f - 2.0f * t2) * half + 3.0f * w3;
+    const Lanes w2 = t * g + w0 - (w3 + w3);
+    const Ints first = whole + Wide<W>::halvesInt(low - 1, high - 1);
+    const auto k = static_cast<std::size_t>(j);
+    __builtin_memcpy(&reads.weight[0][k], &w0, sizeof w0);
+    __builtin_memcpy(&reads.weight[1][k], &w1, sizeof w1);
+    __builtin_memcpy(&reads.weight[2][k], &w2, sizeof w2);
+    __builtin_memcpy(&reads.weight[3][k], &w3, sizeof w3);
+    __builtin_memcpy(&reads.at[k], &first, sizeof first);
 }
 
-// The four samples around each read of the group from one row, weighted and summed.
-[[gnu::always_inline]] inline Lanes apply(const float* row, const Group& group) noexcept {
-    Lanes x0, x1, x2, x3;
-    __builtin_memcpy(&x0, row + group.at[0], sizeof x0);
-    __builtin_memcpy(&x1, row + group.at[1], sizeof x1);
-    __builtin_memcpy(&x2, row + group.at[2], sizeof x2);
-    __builtin_memcpy(&x3, row + group.at[3], sizeof x3);
-    // Rows to columns by shuffles, so nothing goes through memory.
-    const Lanes t0 = __builtin_shufflevector(x0, x1, 0, 4, 1, 5);
-    const Lanes t1 = __builtin_shufflevector(x2, x3, 0, 4, 1, 5);
-    const Lanes u2 = __builtin_shufflevector(x0, x1, 2, 6, 3, 7);
-    const Lanes u3 = __builtin_shufflevector(x2, x3, 2, 6, 3, 7);
-    const Lanes c0 = __builtin_shufflevector(t0, t1, 0, 1, 4, 5);
-    const Lanes c1 = __builtin_shufflevector(t0, t1, 2, 3, 6, 7);
-    const Lanes c2 = __builtin_shufflevector(u2, u3, 0, 1, 4, 5);
-    const Lanes c3 = __builtin_shufflevector(u2, u3, 2, 3, 6, 7);
-    return (c0 * group.w0 + c1 * group.w1) + (c2 * group.w2 + c3 * group.w3);
+// The four samples around each of the W reads from sample j on out of one row, weighted and summed.
+template <int W>
+[[gnu::always_inline]] inline typename Wide<W>::Lanes apply(const float* row, const Reads& reads,
+                                                            const uint32_t* at, int j) noexcept {
+    using Lanes = typename Wide<W>::Lanes;
+    std::array<Lanes4, W> x;
+    for (std::size_t k = 0; k < W; ++k)
+        __builtin_memcpy(&x[k], row + at[k], sizeof(Lanes4));
+    // Rows to columns by shuffles, so nothing goes through memory; the eight-wide form transposes in two
+    // independent halves.
+    const Lanes x0 = Wide<W>::halves(x[0], x[W / 2]);
+    const Lanes x1 = Wide<W>::halves(x[1], x[W / 2 + 1]);
+    const Lanes x2 = Wide<W>::halves(x[2], x[W / 2 + 2]);
+    const Lanes x3 = Wide<W>::halves(x[3], x[W / 2 + 3]);
+    Lanes c0, c1, c2, c3;
+    if constexpr (W == 4) {
+        const Lanes t0 = __builtin_shufflevector(x0, x1, 0, 4, 1, 5);
+        const Lanes t1 = __builtin_shufflevector(x2, x3, 0, 4, 1, 5);
+        const Lanes u2 = __builtin_shufflevector(x0, x1, 2, 6, 3, 7);
+        const Lanes u3 = __builtin_shufflevector(x2, x3, 2, 6, 3, 7);
+        c0 = __builtin_shufflevector(t0, t1, 0, 1, 4, 5);
+        c1 = __builtin_shufflevector(t0, t1, 2, 3, 6, 7);
+        c2 = __builtin_shufflevector(u2, u3, 0, 1, 4, 5);
+        c3 = __builtin_shufflevector(u2, u3, 2, 3, 6, 7);
+    } else {
+        const Lanes t0 = __builtin_shufflevector(x0, x1, 0, 8, 1, 9, 4, 12, 5, 13);
+        const Lanes t1 = __builtin_shufflevector(x2, x3, 0, 8, 1, 9, 4, 12, 5, 13);
+        const Lanes u2 = __builtin_shufflevector(x0, x1, 2, 10, 3, 11, 6, 14, 7, 15);
+        const Lanes u3 = __builtin_shufflevector(x2, x3, 2, 10, 3, 11, 6, 14, 7, 15);
+        c0 = __builtin_shufflevector(t0, t1, 0, 1, 8, 9, 4, 5, 12, 13);
+        c1 = __builtin_shufflevector(t0, t1, 2, 3, 10, 11, 6, 7, 14, 15);
+        c2 = __builtin_shufflevector(u2, u3, 0, 1, 8, 9, 4, 5, 12, 13);
+        c3 = __builtin_shufflevector(u2, u3, 2, 3, 10, 11, 6, 7, 14, 15);
+    }
+    const auto k = static_cast<std::size_t>(j);
+    Lanes w0, w1, w2, w3;
+    __builtin_memcpy(&w0, &reads.weight[0][k], sizeof w0);
+    __builtin_memcpy(&w1, &reads.weight[1][k], sizeof w1);
+    __builtin_memcpy(&w2, &reads.weight[2][k], sizeof w2);
+    __builtin_memcpy(&w3, &reads.weight[3][k], sizeof w3);
+    return (c0 * w0 + c1 * w1) + (c2 * w2 + c3 * w3);
 }
 
-template <int Channels>
+// Two passes, each of short independent steps the processor can overlap: where the reads fall and what they
+// weigh, then the reads themselves.
+template <int W, int Channels>
 [[gnu::always_inline]] inline void render(const std::array<std::array<const float*, 2>, 2>& rows,
                                           std::array<double, 2> offset, double ratio, double start,
                                           double step, float* const* out, int from, int count) noexcept {
-    const Lanes ramp = Lanes{0.0f, 1.0f, 2.0f, 3.0f} * static_cast<float>(ratio);
+    using Lanes = typename Wide<W>::Lanes;
+    const Lanes4 ramp = Lanes4{0.0f, 1.0f, 2.0f, 3.0f} * static_cast<float>(ratio);
     const auto stepF = static_cast<float>(step);
-    for (int j = 0; j < count; j += 4) {
-        const Lanes g = window(static_cast<float>(start + step * j), stepF);
+    const Lanes4 phases = Lanes4{1.0f, 2.0f, 3.0f, 4.0f} * stepF;
+    std::array<Reads, 2> reads;
+    for (int j = 0; j < count; j += W) {
+        const auto x = static_cast<float>(start + step * j);
+        const auto next = static_cast<float>(start + step * (j + 4));
+        const Lanes g = window(Wide<W>::halves((x - 0.5f) + phases, (next - 0.5f) + phases));
         const double ahead = ratio * j;
-        const Group a = locate(offset[0] + ahead, ramp, g);
-        const Group b = locate(offset[1] + ahead, ramp, 1.0f - g);
+        const double further = ratio * (j + 4);
+        locate<W>(offset[0] + ahead, offset[0] + further, ramp, g, reads[0], j);
+        locate<W>(offset[1] + ahead, offset[1] + further, ramp, 1.0f - g, reads[1], j);
+    }
+    for (int j = 0; j < count; j += W) {
+        const auto k = static_cast<std::size_t>(j);
+        std::array<uint32_t, W> a, b;
+        __builtin_memcpy(a.data(), &reads[0].at[k], sizeof a);
+        __builtin_memcpy(b.data(), &reads[1].at[k], sizeof b);
         std::array<Lanes, Channels> sum;
-        sum[0] = apply(rows[0][0], a) + apply(rows[1][0], b);
-        if constexpr (Channels == 2) sum[1] = apply(rows[0][1], a) + apply(rows[1][1], b);
-        const int n = std::min(4, count - j);
+        sum[0] = apply<W>(rows[0][0], reads[0], a.data(), j) + apply<W>(rows[1][0], reads[1], b.data(), j);
+        if constexpr (Channels == 2)
+            sum[1] =
+                apply<W>(rows[0][1], reads[0], a.data(), j) + apply<W>(rows[1][1], reads[1], b.data(), j);
+        const int n = std::min(W, count - j);
         for (std::size_t ch = 0; ch < Channels; ++ch) {
             float* to = out[ch] + from + j;
-            if (n == 4) {
+            if (n == W) {
                 __builtin_memcpy(to, &sum[ch], sizeof(Lanes));
             } else {
-                for (int k = 0; k < n; ++k)
-                    to[k] = sum[ch][k];
+                for (int i = 0; i < n; ++i)
+                    to[i] = sum[ch][i];
             }
         }
     }
+}
+
+#if ORVANTO_WIDE_SHIFTER
+template <>
+struct Wide<8> {
+    using Lanes = Lanes8;
+    using Ints = Ints8;
+    static Lanes halves(Lanes4 low, Lanes4 high) noexcept {
+        return __builtin_shufflevector(low, high, 0, 1, 2, 3, 4, 5, 6, 7);
+    }
+    static Ints halvesInt(int32_t low, int32_t high) noexcept {
+        return Ints{low, low, low, low, high, high, high, high};
+    }
+};
+
+template <int Channels>
+__attribute__((target("avx2"))) void
+renderWide(const std::array<std::array<const float*, 2>, 2>& rows, std::array<double, 2> offset, double ratio,
+           double start, double step, float* const* out, int from, int count) noexcept {
+    render<8, Channels>(rows, offset, ratio, start, step, out, from, count);
+}
+
+const bool kWide = [] {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx2") != 0;
+}();
+#endif
+
+template <int Channels>
+void renderAny(const std::array<std::array<const float*, 2>, 2>& rows, std::array<double, 2> offset,
+               double ratio, double start, double step, float* const* out, int from, int count) noexcept {
+#if ORVANTO_WIDE_SHIFTER
+    if (kWide) {
+        renderWide<Channels>(rows, offset, ratio, start, step, out, from, count);
+        return;
+    }
+#endif
+    render<4, Channels>(rows, offset, ratio, start, step, out, from, count);
 }
 
 } // namespace
@@ -138,14 +246,14 @@ void PitchShifter::start() noexcept {
     delay = {middle + (wanted - 1.0) * grainLength * 0.5, middle};
 }
 
-LANE_WIDE_CLONES void PitchShifter::renderMono(const Taps& taps, double start, float* const* out, int from,
-                                               int count) const noexcept {
-    render<1>(taps.rows, taps.offset, wanted, start, phaseStep, out, from, count);
+void PitchShifter::renderMono(const Taps& taps, double start, float* const* out, int from,
+                              int count) const noexcept {
+    renderAny<1>(taps.rows, taps.offset, wanted, start, phaseStep, out, from, count);
 }
 
-LANE_WIDE_CLONES void PitchShifter::renderStereo(const Taps& taps, double start, float* const* out, int from,
-                                                 int count) const noexcept {
-    render<2>(taps.rows, taps.offset, wanted, start, phaseStep, out, from, count);
+void PitchShifter::renderStereo(const Taps& taps, double start, float* const* out, int from,
+                                int count) const noexcept {
+    renderAny<2>(taps.rows, taps.offset, wanted, start, phaseStep, out, from, count);
 }
 
 double PitchShifter::bestLag(int lags, int length) noexcept {

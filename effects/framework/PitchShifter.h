@@ -214,8 +214,8 @@ void PitchShifter::run(const Source* sources, const Search& search, double now, 
 template <int Channels, class Source>
 void PitchShifter::runTaps(const Source* sources, double first, double second, double start,
                            float* const* out, int from, int to) noexcept {
-    // The kernel works in groups of four and may read one group past the end.
-    const int padded = (to - from + 3) & ~3;
+    // The kernel works in groups of up to eight and may read one group past the end.
+    const int padded = (to - from + 7) & ~7;
     Taps taps{};
     const std::array<double, 2> at{first, second};
     for (std::size_t tap = 0; tap < 2; ++tap) {
