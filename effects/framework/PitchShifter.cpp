@@ -1,5 +1,6 @@
 #include "effects/framework/PitchShifter.h"
 
+#include "effects/filter/LaneFilter.h"
 #include "effects/framework/AFSystemInfo.h"
 
 namespace {
@@ -210,12 +211,14 @@ void renderAny(const std::array<std::array<const float*, 2>, 2>& rows, std::arra
 
 PitchShifter::PitchShifter() {
     const double top = AFSystemInfo::kMaxSampleRate;
-    const int span = 2 * samplesFor(kSearchMs, top) + samplesFor(kMatchMs, top) + 8;
+    // The candidates with room for the correlation's last pass of sixteen lags.
+    const int span = 2 * samplesFor(kSearchMs, top) + samplesFor(kMatchMs, top) + 16;
     candidates.assign(static_cast<std::size_t>(span), 0.0f);
     reference.assign(static_cast<std::size_t>(samplesFor(kMatchMs, top) + 8), 0.0f);
     coarseCandidates.assign(static_cast<std::size_t>(span), 0.0f);
     coarseReference.assign(reference.size(), 0.0f);
     scores.assign(static_cast<std::size_t>(span), 0.0);
+    correlations.assign(static_cast<std::size_t>(span), 0.0f);
     sumScratch.assign(static_cast<std::size_t>(span), 0.0f);
     // A stretch of kMaxRun at the highest ratio, its four-sample reach and the rounding margins.
     for (auto& rows : rowScratch)
@@ -256,21 +259,58 @@ void PitchShifter::renderStereo(const Taps& taps, double start, float* const* ou
     renderAny<2>(taps.rows, taps.offset, wanted, start, phaseStep, out, from, count);
 }
 
-double PitchShifter::bestLag(int lags, int length) noexcept {
+double PitchShifter::bestMatch() noexcept {
+    // First coarsely on decimated copies, then sample by sample around the coarse best, then between samples
+    // by a parabola.
+    const int span = 2 * search + match;
+    const int q = decimation;
+    const int coarseMatch = match / q;
+    const int coarseSpan = span / q;
+    for (int i = 0; i < coarseMatch; ++i) {
+        float s = 0.0f;
+        for (int u = 0; u < q; ++u)
+            s += reference[static_cast<std::size_t>(i * q + u)];
+        coarseReference[static_cast<std::size_t>(i)] = s;
+    }
+    for (int i = 0; i < coarseSpan; ++i) {
+        float s = 0.0f;
+        for (int u = 0; u < q; ++u)
+            s += candidates[static_cast<std::size_t>(i * q + u)];
+        coarseCandidates[static_cast<std::size_t>(i)] = s;
+    }
+    const int coarse = bestLag(coarseSpan - coarseMatch + 1, coarseMatch) * q;
+    // Fine search on full-rate copies around the coarse best; the neighbours of the best stay scored for the
+    // parabola.
+    const int lo = std::max(1, coarse - q), hi = std::min(2 * search - 1, coarse + q);
+    scoreLags(reference.data(), candidates.data() + lo - 1, match, hi - lo + 3, lo - 1);
+    int bestK = lo;
+    for (int k = lo + 1; k <= hi; ++k)
+        if (scores[static_cast<std::size_t>(k)] > scores[static_cast<std::size_t>(bestK)]) bestK = k;
+    const std::array<double, 3> around{scores[static_cast<std::size_t>(bestK - 1)],
+                                       scores[static_cast<std::size_t>(bestK)],
+                                       scores[static_cast<std::size_t>(bestK + 1)]};
+    const double curve = around[0] - 2.0 * around[1] + around[2];
+    double fraction = 0.0;
+    if (curve < 0.0) fraction = std::clamp(0.5 * (around[0] - around[2]) / curve, -0.5, 0.5);
+    return bestK + fraction;
+}
+
+void PitchShifter::scoreLags(const float* ref, const float* cand, int length, int lags, int first) noexcept {
     // Normalised by the candidate's energy, kept as a running sum, so a louder stretch does not win by
     // loudness alone.
-    const float* ref = coarseReference.data();
-    const float* cand = coarseCandidates.data();
-    double energy = 0.0;
-    for (int i = 0; i < length; ++i)
-        energy += static_cast<double>(cand[i]) * cand[i];
+    correlate(ref, cand, length, lags, correlations.data());
+    double energy = dot(cand, cand, length);
     for (int k = 0; k < lags; ++k) {
-        const double c = dot(ref, cand + k, length);
-        scores[static_cast<std::size_t>(k)] = energy > 1e-12 ? c / std::sqrt(energy) : 0.0;
+        const auto at = static_cast<std::size_t>(first + k);
+        scores[at] = energy > 1e-12 ? correlations[static_cast<std::size_t>(k)] / std::sqrt(energy) : 0.0;
         energy +=
             static_cast<double>(cand[k + length]) * cand[k + length] - static_cast<double>(cand[k]) * cand[k];
         energy = std::max(energy, 0.0);
     }
+}
+
+int PitchShifter::bestLag(int lags, int length) noexcept {
+    scoreLags(coarseReference.data(), coarseCandidates.data(), length, lags, 0);
     // A periodic sound matches as well one period on as here: of near-equal matches take the one nearest the
     // nominal start, which keeps the timing and leaves the fine search room on both sides.
     const int centre = lags / 2;
@@ -287,6 +327,23 @@ double PitchShifter::bestLag(int lags, int length) noexcept {
         }
     }
     return bestK;
+}
+
+LANE_WIDE_CLONES void PitchShifter::correlate(const float* ref, const float* cand, int length, int lags,
+                                              float* out) noexcept {
+    // Sixteen lags a pass, in two independent sums.
+    for (int k = 0; k < lags; k += 16) {
+        Lanes8 low{}, high{};
+        for (int i = 0; i < length; ++i) {
+            Lanes8 a, b;
+            __builtin_memcpy(&a, cand + k + i, sizeof a);
+            __builtin_memcpy(&b, cand + k + i + 8, sizeof b);
+            low += ref[i] * a;
+            high += ref[i] * b;
+        }
+        __builtin_memcpy(out + k, &low, sizeof low);
+        __builtin_memcpy(out + k + 8, &high, sizeof high);
+    }
 }
 
 double PitchShifter::dot(const float* a, const float* b, int length) noexcept {

@@ -138,7 +138,16 @@ private:
     void restart(int tap, const Source& source, double now) noexcept;
     template <class Source>
     double alignment(const Source& source, double now, double nominal, double other) noexcept;
-    double bestLag(int lags, int length) noexcept;
+    // The lag, fractional, at which the copied candidates best match the copied reference.
+    double bestMatch() noexcept;
+    int bestLag(int lags, int length) noexcept;
+    // Each candidate's match, for lags lags, scored into scores from first on: the correlation of the
+    // reference with the candidate over length, over the candidate's root energy.
+    void scoreLags(const float* ref, const float* cand, int length, int lags, int first) noexcept;
+    // Correlations of ref with cand + k over length for k = 0..lags-1, into out; the lags run side by side in
+    // the vector lanes, each its own sum in order. Reads cand up to lags + length + 14, writes out up to
+    // lags + 15.
+    static void correlate(const float* ref, const float* cand, int length, int lags, float* out) noexcept;
     // Sum of products in eight independent lanes, so the compiler can keep them in vector registers.
     static double dot(const float* a, const float* b, int length) noexcept;
 
@@ -147,6 +156,7 @@ private:
     std::vector<float> coarseCandidates;
     std::vector<float> coarseReference;
     std::vector<double> scores;
+    std::vector<float> correlations;
     std::vector<float> sumScratch;
     // Where a tap's stretch does not lie in one straight piece of its source: one per tap and channel.
     std::array<std::vector<float>, 4> rowScratch;
@@ -256,59 +266,18 @@ void PitchShifter::restart(int tap, const Source& source, double now) noexcept {
 
 template <class Source>
 double PitchShifter::alignment(const Source& source, double now, double nominal, double other) noexcept {
-    // The sounding tap's recent past against every candidate start within the reach, first coarsely on
-    // decimated copies, then sample by sample around the coarse best, then between samples by a parabola.
+    // The sounding tap's recent past against every candidate start within the reach.
     const double otherAt = std::floor(now - other);
     const double nominalAt = std::floor(now - nominal);
     const auto otherStart = static_cast<int64_t>(otherAt) - match + 1;
     const auto firstCandidate = static_cast<int64_t>(nominalAt) - search - match + 1;
-    const int span = 2 * search + match;
     source.copy(otherStart, match, reference.data());
-    double energy = 0.0;
-    for (int i = 0; i < match; ++i)
-        energy += static_cast<double>(reference[static_cast<std::size_t>(i)]) *
-                  reference[static_cast<std::size_t>(i)];
-    if (energy < 1e-12) return nominal;
-    source.copy(firstCandidate, span, candidates.data());
+    if (dot(reference.data(), reference.data(), match) < 1e-12) return nominal;
+    source.copy(firstCandidate, 2 * search + match, candidates.data());
     // Candidate lag k starts at firstCandidate + k; lag 'search' is the nominal start.
-    const int q = decimation;
-    const int coarseMatch = match / q;
-    const int coarseSpan = span / q;
-    for (int i = 0; i < coarseMatch; ++i) {
-        float s = 0.0f;
-        for (int u = 0; u < q; ++u)
-            s += reference[static_cast<std::size_t>(i * q + u)];
-        coarseReference[static_cast<std::size_t>(i)] = s;
-    }
-    for (int i = 0; i < coarseSpan; ++i) {
-        float s = 0.0f;
-        for (int u = 0; u < q; ++u)
-            s += candidates[static_cast<std::size_t>(i * q + u)];
-        coarseCandidates[static_cast<std::size_t>(i)] = s;
-    }
-    const int coarse = static_cast<int>(bestLag(coarseSpan - coarseMatch + 1, coarseMatch)) * q;
-    // Fine search on full-rate copies around the coarse best, the candidate's energy kept as a running sum;
-    // the neighbours of the best stay scored for the parabola.
-    const int lo = std::max(1, coarse - q), hi = std::min(2 * search - 1, coarse + q);
-    const float* cand = candidates.data();
-    double e = dot(cand + lo - 1, cand + lo - 1, match);
-    for (int k = lo - 1; k <= hi + 1; ++k) {
-        const float* c = cand + k;
-        scores[static_cast<std::size_t>(k)] =
-            e > 1e-12 ? dot(reference.data(), c, match) / std::sqrt(e) : 0.0;
-        e = std::max(0.0, e + static_cast<double>(c[match]) * c[match] - static_cast<double>(c[0]) * c[0]);
-    }
-    int bestK = lo;
-    for (int k = lo + 1; k <= hi; ++k)
-        if (scores[static_cast<std::size_t>(k)] > scores[static_cast<std::size_t>(bestK)]) bestK = k;
-    const std::array<double, 3> around{scores[static_cast<std::size_t>(bestK - 1)],
-                                       scores[static_cast<std::size_t>(bestK)],
-                                       scores[static_cast<std::size_t>(bestK + 1)]};
-    const double curve = around[0] - 2.0 * around[1] + around[2];
-    double fraction = 0.0;
-    if (curve < 0.0) fraction = std::clamp(0.5 * (around[0] - around[2]) / curve, -0.5, 0.5);
+    const double lag = bestMatch();
     // The candidate's last sample lines up with the sounding tap's last whole sample; the sounding tap reads
     // a fraction past it, and so must the new one.
-    const double start = nominalAt - search + bestK + fraction + (now - other - otherAt);
+    const double start = nominalAt - search + lag + (now - other - otherAt);
     return now - start;
 }
