@@ -25,6 +25,12 @@ using Lanes4 = float __attribute__((vector_size(16)));
 using Ints4 = int32_t __attribute__((vector_size(16)));
 using Lanes8 = float __attribute__((vector_size(32)));
 using Ints8 = int32_t __attribute__((vector_size(32)));
+using Longs4 = uint64_t __attribute__((vector_size(32)));
+using Words8 = uint32_t __attribute__((vector_size(32)));
+
+// Read positions in fixed point, 32 bits of fraction: a stretch's positions are whole multiples of the ratio
+// on from its first, exact in any grouping, and the fraction is exact in a float to 24 bits.
+constexpr double kUnit = 4294967296.0;
 
 template <int W>
 struct Wide;
@@ -33,7 +39,15 @@ struct Wide<4> {
     using Lanes = Lanes4;
     using Ints = Ints4;
     static Lanes halves(Lanes4 low, Lanes4) noexcept { return low; }
-    static Ints halvesInt(int32_t low, int32_t) noexcept { return Ints{low, low, low, low}; }
+    // The offsets of the lanes' positions from the first, for positions by apart.
+    static std::array<Longs4, 2> ramps(uint64_t by) noexcept { return {Longs4{0, 1, 2, 3} * by, Longs4{}}; }
+    // The whole samples and the top 24 bits of the fractions of the positions from base on.
+    static void split(uint64_t base, const std::array<Longs4, 2>& ramp, Ints& whole,
+                      Ints& fraction) noexcept {
+        const auto p = reinterpret_cast<Words8>(base + ramp[0]);
+        whole = reinterpret_cast<Ints>(__builtin_shufflevector(p, p, 1, 3, 5, 7));
+        fraction = reinterpret_cast<Ints>(__builtin_shufflevector(p, p, 0, 2, 4, 6) >> 8);
+    }
 };
 
 // The window of four samples, the first at phase x + one step: sin²(pi x) as cos²(pi (x - 1/2)), the cosine
@@ -54,27 +68,23 @@ struct Reads {
     alignas(32) std::array<uint32_t, kMax> at;
 };
 
-// The reads at offset + ratio k for k = 0..W-1 into reads from sample j on: the four-point Hermite weights of
-// the samples at whole - 1 .. whole + 2, times the window g. The second four-wide half starts from further,
-// where the narrow form's next group starts.
+// The W reads from sample j on, at fixed-point positions from base on: the four-point Hermite weights of the
+// samples at whole - 1 .. whole + 2, times the window g.
 template <int W>
-[[gnu::always_inline]] inline void locate(double offset, double further, Lanes4 ramp,
+[[gnu::always_inline]] inline void locate(uint64_t base, const std::array<Longs4, 2>& ramp,
                                           const typename Wide<W>::Lanes& g, Reads& reads, int j) noexcept {
     using Lanes = typename Wide<W>::Lanes;
     using Ints = typename Wide<W>::Ints;
-    const auto low = static_cast<int32_t>(offset);
-    const auto high = static_cast<int32_t>(further);
-    const Lanes rel =
-        Wide<W>::halves(static_cast<float>(offset - low) + ramp, static_cast<float>(further - high) + ramp);
-    const Ints whole = __builtin_convertvector(rel, Ints);
-    const Lanes t = rel - __builtin_convertvector(whole, Lanes);
+    Ints whole, fraction;
+    Wide<W>::split(base, ramp, whole, fraction);
+    const Ints first = whole - 1;
+    const Lanes t = __builtin_convertvector(fraction, Lanes) * (1.0f / 16777216.0f);
     const Lanes t2 = t * t;
     const Lanes half = 0.5f * g;
     const Lanes w3 = (t2 * t - t2) * half;
     const Lanes w0 = (t2 + t2 - t2 * t - t) * half;
     const Lanes w1 = (2.0f - 2.0f * t2) * half + 3.0f * w3;
     const Lanes w2 = t * g + w0 - (w3 + w3);
-    const Ints first = whole + Wide<W>::halvesInt(low - 1, high - 1);
     const auto k = static_cast<std::size_t>(j);
     __builtin_memcpy(&reads.weight[0][k], &w0, sizeof w0);
     __builtin_memcpy(&reads.weight[1][k], &w1, sizeof w1);
@@ -133,7 +143,10 @@ template <int W, int Channels>
                                           std::array<double, 2> offset, double ratio, double start,
                                           double step, float* const* out, int from, int count) noexcept {
     using Lanes = typename Wide<W>::Lanes;
-    const Lanes4 ramp = Lanes4{0.0f, 1.0f, 2.0f, 3.0f} * static_cast<float>(ratio);
+    const auto by = static_cast<uint64_t>(ratio * kUnit + 0.5);
+    const std::array<uint64_t, 2> origin{static_cast<uint64_t>(offset[0] * kUnit + 0.5),
+                                         static_cast<uint64_t>(offset[1] * kUnit + 0.5)};
+    const std::array<Longs4, 2> ramp = Wide<W>::ramps(by);
     const auto stepF = static_cast<float>(step);
     const Lanes4 phases = Lanes4{1.0f, 2.0f, 3.0f, 4.0f} * stepF;
     std::array<Reads, 2> reads;
@@ -141,10 +154,9 @@ template <int W, int Channels>
         const auto x = static_cast<float>(start + step * j);
         const auto next = static_cast<float>(start + step * (j + 4));
         const Lanes g = window(Wide<W>::halves((x - 0.5f) + phases, (next - 0.5f) + phases));
-        const double ahead = ratio * j;
-        const double further = ratio * (j + 4);
-        locate<W>(offset[0] + ahead, offset[0] + further, ramp, g, reads[0], j);
-        locate<W>(offset[1] + ahead, offset[1] + further, ramp, 1.0f - g, reads[1], j);
+        const uint64_t ahead = by * static_cast<uint64_t>(j);
+        locate<W>(origin[0] + ahead, ramp, g, reads[0], j);
+        locate<W>(origin[1] + ahead, ramp, 1.0f - g, reads[1], j);
     }
     for (int j = 0; j < count; j += W) {
         const auto k = static_cast<std::size_t>(j);
@@ -177,8 +189,17 @@ struct Wide<8> {
     static Lanes halves(Lanes4 low, Lanes4 high) noexcept {
         return __builtin_shufflevector(low, high, 0, 1, 2, 3, 4, 5, 6, 7);
     }
-    static Ints halvesInt(int32_t low, int32_t high) noexcept {
-        return Ints{low, low, low, low, high, high, high, high};
+    // Positions in two sets of four, laid out so that one shuffle within each half of the register puts the
+    // lanes in order.
+    static std::array<Longs4, 2> ramps(uint64_t by) noexcept {
+        return {Longs4{0, 1, 4, 5} * by, Longs4{2, 3, 6, 7} * by};
+    }
+    static void split(uint64_t base, const std::array<Longs4, 2>& ramp, Ints& whole,
+                      Ints& fraction) noexcept {
+        const auto a = reinterpret_cast<Words8>(base + ramp[0]);
+        const auto b = reinterpret_cast<Words8>(base + ramp[1]);
+        whole = reinterpret_cast<Ints>(__builtin_shufflevector(a, b, 1, 3, 9, 11, 5, 7, 13, 15));
+        fraction = reinterpret_cast<Ints>(__builtin_shufflevector(a, b, 0, 2, 8, 10, 4, 6, 12, 14) >> 8);
     }
 };
 
