@@ -143,9 +143,11 @@ template <int W, int Channels>
                                           std::array<double, 2> offset, double ratio, double start,
                                           double step, float* const* out, int from, int count) noexcept {
     using Lanes = typename Wide<W>::Lanes;
-    const auto by = static_cast<uint64_t>(ratio * kUnit + 0.5);
-    const std::array<uint64_t, 2> origin{static_cast<uint64_t>(offset[0] * kUnit + 0.5),
-                                         static_cast<uint64_t>(offset[1] * kUnit + 0.5)};
+    // Truncated: each stretch starts afresh from the exact positions, and 2^-32 of a sample is far below
+    // hearing.
+    const auto by = static_cast<uint64_t>(ratio * kUnit);
+    const std::array<uint64_t, 2> origin{static_cast<uint64_t>(offset[0] * kUnit),
+                                         static_cast<uint64_t>(offset[1] * kUnit)};
     const std::array<Longs4, 2> ramp = Wide<W>::ramps(by);
     const auto stepF = static_cast<float>(step);
     const Lanes4 phases = Lanes4{1.0f, 2.0f, 3.0f, 4.0f} * stepF;
