@@ -103,12 +103,9 @@ template <int W>
         __builtin_memcpy(&x[k], row + at[k], sizeof(Lanes4));
     // Rows to columns by shuffles, so nothing goes through memory; the eight-wide form transposes in two
     // independent halves.
-    const Lanes x0 = Wide<W>::halves(x[0], x[W / 2]);
-    const Lanes x1 = Wide<W>::halves(x[1], x[W / 2 + 1]);
-    const Lanes x2 = Wide<W>::halves(x[2], x[W / 2 + 2]);
-    const Lanes x3 = Wide<W>::halves(x[3], x[W / 2 + 3]);
     Lanes c0, c1, c2, c3;
     if constexpr (W == 4) {
+        const Lanes x0 = x[0], x1 = x[1], x2 = x[2], x3 = x[3];
         const Lanes t0 = __builtin_shufflevector(x0, x1, 0, 4, 1, 5);
         const Lanes t1 = __builtin_shufflevector(x2, x3, 0, 4, 1, 5);
         const Lanes u2 = __builtin_shufflevector(x0, x1, 2, 6, 3, 7);
@@ -118,6 +115,10 @@ template <int W>
         c2 = __builtin_shufflevector(u2, u3, 0, 1, 4, 5);
         c3 = __builtin_shufflevector(u2, u3, 2, 3, 6, 7);
     } else {
+        const Lanes x0 = Wide<W>::halves(x[0], x[4]);
+        const Lanes x1 = Wide<W>::halves(x[1], x[5]);
+        const Lanes x2 = Wide<W>::halves(x[2], x[6]);
+        const Lanes x3 = Wide<W>::halves(x[3], x[7]);
         const Lanes t0 = __builtin_shufflevector(x0, x1, 0, 8, 1, 9, 4, 12, 5, 13);
         const Lanes t1 = __builtin_shufflevector(x2, x3, 0, 8, 1, 9, 4, 12, 5, 13);
         const Lanes u2 = __builtin_shufflevector(x0, x1, 2, 10, 3, 11, 6, 14, 7, 15);
