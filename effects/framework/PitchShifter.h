@@ -16,8 +16,6 @@
 // sample ("now") and the shifter reads around now minus the centre delay. Mono; stereo owners run two.
 class PitchShifter {
 public:
-    using Lanes = float __attribute__((vector_size(16)));
-    using Ints = int32_t __attribute__((vector_size(16)));
     // The longest stretch one call renders; owners call in pieces of at most this.
     static constexpr int kMaxRun = 64;
 
@@ -37,16 +35,6 @@ public:
         const float* run(int64_t first, int n) const noexcept {
             const auto i = static_cast<uint64_t>(first) & mask;
             return i + static_cast<uint64_t>(n) <= mask ? data + i : nullptr;
-        }
-        Lanes four(int64_t first) const noexcept {
-            const auto i = static_cast<uint64_t>(first) & mask;
-            Lanes x;
-            if (i + 3 <= mask) {
-                __builtin_memcpy(&x, data + i, sizeof x);
-            } else {
-                x = Lanes{data[i], data[(i + 1) & mask], data[(i + 2) & mask], data[(i + 3) & mask]};
-            }
-            return x;
         }
     };
     // A recording that starts at 0 and holds end samples: outside it reads silence, and its first samples
@@ -70,15 +58,6 @@ public:
         }
         const float* run(int64_t first, int n) const noexcept {
             return first >= kEdgeFade && first + n <= end ? data + first : nullptr;
-        }
-        Lanes four(int64_t first) const noexcept {
-            Lanes x;
-            if (first >= kEdgeFade && first + 3 < end) {
-                __builtin_memcpy(&x, data + first, sizeof x);
-            } else {
-                x = Lanes{at(first), at(first + 1), at(first + 2), at(first + 3)};
-            }
-            return x;
         }
     };
 
@@ -141,23 +120,34 @@ private:
     double middleDelay() const noexcept { return std::max(centre, least + reach(wanted) + 2.0); }
     template <int Channels, class Source, class Search>
     void run(const Source* sources, const Search& search, double now, float* const* out, int count) noexcept;
-    // The window of four samples, the first at phase x + one step.
-    static Lanes window(float x, float step) noexcept;
+    // The reads of both taps over one stretch: for each tap and channel the samples from a whole position on,
+    // and where in them the tap starts.
+    struct Taps {
+        std::array<std::array<const float*, 2>, 2> rows;
+        std::array<double, 2> offset;
+    };
     // Both taps over samples from..to in one pass, the first tap reading from position first under the window
     // from phase start, the second from position second under its complement.
     template <int Channels, class Source>
     void runTaps(const Source* sources, double first, double second, double start, float* const* out,
                  int from, int to) noexcept;
-    // Four reads of one tap, at offsets rel (a ramp of the ratio) from the whole sample base, weighted by g
-    // and added to sum.
-    template <int Channels, class Source>
-    [[gnu::always_inline]] static inline void addFour(const Source* sources, int64_t base, Lanes rel, Lanes g,
-                                                      Lanes* sum) noexcept;
+    // The taps' reads weighted and summed into count samples of each channel from out + from on.
+    void renderMono(const Taps& taps, double start, float* const* out, int from, int count) const noexcept;
+    void renderStereo(const Taps& taps, double start, float* const* out, int from, int count) const noexcept;
     template <class Source>
     void restart(int tap, const Source& source, double now) noexcept;
     template <class Source>
     double alignment(const Source& source, double now, double nominal, double other) noexcept;
-    double bestLag(int lags, int length) noexcept;
+    // The lag, fractional, at which the copied candidates best match the copied reference.
+    double bestMatch() noexcept;
+    int bestLag(int lags, int length) noexcept;
+    // Each candidate's match, for lags lags, scored into scores from first on: the correlation of the
+    // reference with the candidate over length, over the candidate's root energy.
+    void scoreLags(const float* ref, const float* cand, int length, int lags, int first) noexcept;
+    // Correlations of ref with cand + k over length for k = 0..lags-1, into out; the lags run side by side in
+    // the vector lanes, each its own sum in order. Reads cand up to lags + length + 14, writes out up to
+    // lags + 15.
+    static void correlate(const float* ref, const float* cand, int length, int lags, float* out) noexcept;
     // Sum of products in eight independent lanes, so the compiler can keep them in vector registers.
     static double dot(const float* a, const float* b, int length) noexcept;
 
@@ -166,7 +156,10 @@ private:
     std::vector<float> coarseCandidates;
     std::vector<float> coarseReference;
     std::vector<double> scores;
+    std::vector<float> correlations;
     std::vector<float> sumScratch;
+    // Where a tap's stretch does not lie in one straight piece of its source: one per tap and channel.
+    std::array<std::vector<float>, 4> rowScratch;
     std::array<double, 2> delay{};
     double phase = 0.0;
     double phaseStep = 1.0 / 1920.0;
@@ -228,86 +221,33 @@ void PitchShifter::run(const Source* sources, const Search& search, double now, 
     phase = p;
 }
 
-inline PitchShifter::Lanes PitchShifter::window(float x, float step) noexcept {
-    // sin²(pi x) as cos²(pi (x - 1/2)), the cosine by its series to the eighth power: within 3e-6 over the
-    // grain.
-    constexpr float kPi = 3.14159265f;
-    const Lanes at = (x - 0.5f) + Lanes{1.0f, 2.0f, 3.0f, 4.0f} * step;
-    const Lanes z = (at * kPi) * (at * kPi);
-    const Lanes c = 1.0f + z * (-0.5f + z * (1.0f / 24.0f + z * (-1.0f / 720.0f + z * (1.0f / 40320.0f))));
-    return c * c;
-}
-
-template <int Channels, class Source>
-void PitchShifter::addFour(const Source* sources, int64_t base, Lanes rel, Lanes g, Lanes* sum) noexcept {
-    const Ints whole = __builtin_convertvector(rel, Ints);
-    const Lanes t = rel - __builtin_convertvector(whole, Lanes);
-    const int32_t k0 = whole[0] - 1, k1 = whole[1] - 1, k2 = whole[2] - 1, k3 = whole[3] - 1;
-    for (int ch = 0; ch < Channels; ++ch) {
-        const Source& src = sources[ch];
-        Lanes x0, x1, x2, x3;
-        // One check for the whole group: four rows of four reach at most k3 + 4 samples on.
-        if (const float* p = src.run(base, k3 + 4); p != nullptr && k0 >= 0) {
-            __builtin_memcpy(&x0, p + k0, sizeof x0);
-            __builtin_memcpy(&x1, p + k1, sizeof x1);
-            __builtin_memcpy(&x2, p + k2, sizeof x2);
-            __builtin_memcpy(&x3, p + k3, sizeof x3);
-        } else {
-            x0 = src.four(base + k0);
-            x1 = src.four(base + k1);
-            x2 = src.four(base + k2);
-            x3 = src.four(base + k3);
-        }
-        // Rows to columns by shuffles, so nothing goes through memory.
-        const Lanes t0 = __builtin_shufflevector(x0, x1, 0, 4, 1, 5);
-        const Lanes t1 = __builtin_shufflevector(x2, x3, 0, 4, 1, 5);
-        const Lanes u2 = __builtin_shufflevector(x0, x1, 2, 6, 3, 7);
-        const Lanes u3 = __builtin_shufflevector(x2, x3, 2, 6, 3, 7);
-        const Lanes c0 = __builtin_shufflevector(t0, t1, 0, 1, 4, 5);
-        const Lanes c1 = __builtin_shufflevector(t0, t1, 2, 3, 6, 7);
-        const Lanes c2 = __builtin_shufflevector(u2, u3, 0, 1, 4, 5);
-        const Lanes c3 = __builtin_shufflevector(u2, u3, 2, 3, 6, 7);
-        // Four-point Hermite through the samples at whole - 1 .. whole + 2, by Horner's rule, times the
-        // window.
-        const Lanes a = 0.5f * (c3 - c0) + 1.5f * (c1 - c2);
-        const Lanes b = c0 - 2.5f * c1 + 2.0f * c2 - 0.5f * c3;
-        const Lanes c = 0.5f * (c2 - c0);
-        sum[ch] += (((a * t + b) * t + c) * t + c1) * g;
-    }
-}
-
 template <int Channels, class Source>
 void PitchShifter::runTaps(const Source* sources, double first, double second, double start,
                            float* const* out, int from, int to) noexcept {
-    // Locals, which the stores to the output cannot be taken to change.
-    const double r = wanted;
-    const double step = phaseStep;
-    const auto stepF = static_cast<float>(step);
-    const Lanes ramp = Lanes{0.0f, 1.0f, 2.0f, 3.0f} * static_cast<float>(r);
-    // Positions relative to a whole sample, so that floats hold them exactly enough.
-    const auto split = [](double at, int64_t& base) {
-        base = static_cast<int64_t>(at);
-        if (static_cast<double>(base) > at) --base;
-        return static_cast<float>(at - static_cast<double>(base));
-    };
-    for (int j = from; j < to; j += 4) {
-        const double ahead = r * (j - from);
-        const Lanes g = window(static_cast<float>(start + step * (j - from)), stepF);
-        std::array<Lanes, Channels> sum{};
-        int64_t baseA = 0, baseB = 0;
-        const Lanes relA = split(first + ahead, baseA) + ramp;
-        const Lanes relB = split(second + ahead, baseB) + ramp;
-        addFour<Channels>(sources, baseA, relA, g, sum.data());
-        addFour<Channels>(sources, baseB, relB, 1.0f - g, sum.data());
-        const int n = std::min(4, to - j);
-        for (int ch = 0; ch < Channels; ++ch) {
-            if (n == 4) {
-                __builtin_memcpy(out[ch] + j, &sum[static_cast<std::size_t>(ch)], sizeof(Lanes));
-            } else {
-                for (int k = 0; k < n; ++k)
-                    out[ch][j + k] = sum[static_cast<std::size_t>(ch)][k];
+    // The kernel works in groups of up to eight and may read one group past the end.
+    const int padded = (to - from + 7) & ~7;
+    Taps taps{};
+    const std::array<double, 2> at{first, second};
+    for (std::size_t tap = 0; tap < 2; ++tap) {
+        // A sample's reach each side, and one more for rounding, from the first read to the last.
+        const auto lo = static_cast<int64_t>(std::floor(at[tap])) - 2;
+        const int span =
+            static_cast<int>(static_cast<int64_t>(std::floor(at[tap] + wanted * (padded - 1))) - lo) + 4;
+        taps.offset[tap] = at[tap] - static_cast<double>(lo);
+        for (std::size_t ch = 0; ch < Channels; ++ch) {
+            const float* p = sources[ch].run(lo, span);
+            if (p == nullptr) {
+                float* copy = rowScratch[tap * 2 + ch].data();
+                sources[ch].copy(lo, span, copy);
+                p = copy;
             }
+            taps.rows[tap][ch] = p;
         }
+    }
+    if constexpr (Channels == 1) {
+        renderMono(taps, start, out, from, to - from);
+    } else {
+        renderStereo(taps, start, out, from, to - from);
     }
 }
 
@@ -326,59 +266,18 @@ void PitchShifter::restart(int tap, const Source& source, double now) noexcept {
 
 template <class Source>
 double PitchShifter::alignment(const Source& source, double now, double nominal, double other) noexcept {
-    // The sounding tap's recent past against every candidate start within the reach, first coarsely on
-    // decimated copies, then sample by sample around the coarse best, then between samples by a parabola.
+    // The sounding tap's recent past against every candidate start within the reach.
     const double otherAt = std::floor(now - other);
     const double nominalAt = std::floor(now - nominal);
     const auto otherStart = static_cast<int64_t>(otherAt) - match + 1;
     const auto firstCandidate = static_cast<int64_t>(nominalAt) - search - match + 1;
-    const int span = 2 * search + match;
     source.copy(otherStart, match, reference.data());
-    double energy = 0.0;
-    for (int i = 0; i < match; ++i)
-        energy += static_cast<double>(reference[static_cast<std::size_t>(i)]) *
-                  reference[static_cast<std::size_t>(i)];
-    if (energy < 1e-12) return nominal;
-    source.copy(firstCandidate, span, candidates.data());
+    if (dot(reference.data(), reference.data(), match) < 1e-12) return nominal;
+    source.copy(firstCandidate, 2 * search + match, candidates.data());
     // Candidate lag k starts at firstCandidate + k; lag 'search' is the nominal start.
-    const int q = decimation;
-    const int coarseMatch = match / q;
-    const int coarseSpan = span / q;
-    for (int i = 0; i < coarseMatch; ++i) {
-        float s = 0.0f;
-        for (int u = 0; u < q; ++u)
-            s += reference[static_cast<std::size_t>(i * q + u)];
-        coarseReference[static_cast<std::size_t>(i)] = s;
-    }
-    for (int i = 0; i < coarseSpan; ++i) {
-        float s = 0.0f;
-        for (int u = 0; u < q; ++u)
-            s += candidates[static_cast<std::size_t>(i * q + u)];
-        coarseCandidates[static_cast<std::size_t>(i)] = s;
-    }
-    const int coarse = static_cast<int>(bestLag(coarseSpan - coarseMatch + 1, coarseMatch)) * q;
-    // Fine search on full-rate copies around the coarse best, the candidate's energy kept as a running sum;
-    // the neighbours of the best stay scored for the parabola.
-    const int lo = std::max(1, coarse - q), hi = std::min(2 * search - 1, coarse + q);
-    const float* cand = candidates.data();
-    double e = dot(cand + lo - 1, cand + lo - 1, match);
-    for (int k = lo - 1; k <= hi + 1; ++k) {
-        const float* c = cand + k;
-        scores[static_cast<std::size_t>(k)] =
-            e > 1e-12 ? dot(reference.data(), c, match) / std::sqrt(e) : 0.0;
-        e = std::max(0.0, e + static_cast<double>(c[match]) * c[match] - static_cast<double>(c[0]) * c[0]);
-    }
-    int bestK = lo;
-    for (int k = lo + 1; k <= hi; ++k)
-        if (scores[static_cast<std::size_t>(k)] > scores[static_cast<std::size_t>(bestK)]) bestK = k;
-    const std::array<double, 3> around{scores[static_cast<std::size_t>(bestK - 1)],
-                                       scores[static_cast<std::size_t>(bestK)],
-                                       scores[static_cast<std::size_t>(bestK + 1)]};
-    const double curve = around[0] - 2.0 * around[1] + around[2];
-    double fraction = 0.0;
-    if (curve < 0.0) fraction = std::clamp(0.5 * (around[0] - around[2]) / curve, -0.5, 0.5);
+    const double lag = bestMatch();
     // The candidate's last sample lines up with the sounding tap's last whole sample; the sounding tap reads
     // a fraction past it, and so must the new one.
-    const double start = nominalAt - search + bestK + fraction + (now - other - otherAt);
+    const double start = nominalAt - search + lag + (now - other - otherAt);
     return now - start;
 }
