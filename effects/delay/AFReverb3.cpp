@@ -5,6 +5,7 @@
 #include "effects/framework/ClampUnit.h"
 
 #include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/LaneTranspose.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -169,18 +170,6 @@ void storeLanes(float* p, Lanes v) noexcept {
     std::memcpy(p, &v, sizeof(v));
 }
 
-// Four combs by four samples: turns per-comb runs into per-sample rows and back.
-void transpose(Lanes& a, Lanes& b, Lanes& c, Lanes& d) noexcept {
-    const Lanes ab0 = __builtin_shufflevector(a, b, 0, 4, 1, 5);
-    const Lanes cd0 = __builtin_shufflevector(c, d, 0, 4, 1, 5);
-    const Lanes ab1 = __builtin_shufflevector(a, b, 2, 6, 3, 7);
-    const Lanes cd1 = __builtin_shufflevector(c, d, 2, 6, 3, 7);
-    a = __builtin_shufflevector(ab0, cd0, 0, 1, 4, 5);
-    b = __builtin_shufflevector(ab0, cd0, 2, 3, 6, 7);
-    c = __builtin_shufflevector(ab1, cd1, 0, 1, 4, 5);
-    d = __builtin_shufflevector(ab1, cd1, 2, 3, 6, 7);
-}
-
 // Eight lanes: all eight combs of a channel, or eight samples, in one vector; one register with AVX.
 using Lanes8 = float __attribute__((vector_size(32)));
 
@@ -281,8 +270,8 @@ LANE_WIDE_CLONES void AFReverb3::runCombs(std::array<Comb, kCombs>& bank, const 
             sum += hi[2];
             sum += hi[3];
             storeLanes(out + n + j, sum);
-            transpose(lo[0], lo[1], lo[2], lo[3]);
-            transpose(hi[0], hi[1], hi[2], hi[3]);
+            transposeFour(lo[0], lo[1], lo[2], lo[3]);
+            transposeFour(hi[0], hi[1], hi[2], hi[3]);
             // The damping recursion runs across the combs; the feedback and the input are added back in
             // per-comb runs, where the four input samples are one load.
             for (int m = 0; m < 4; ++m) {
@@ -291,8 +280,8 @@ LANE_WIDE_CLONES void AFReverb3::runCombs(std::array<Comb, kCombs>& bank, const 
                 storeHi = hi[m] * c1Lanes + storeHi * c2Lanes;
                 hi[m] = storeHi;
             }
-            transpose(lo[0], lo[1], lo[2], lo[3]);
-            transpose(hi[0], hi[1], hi[2], hi[3]);
+            transposeFour(lo[0], lo[1], lo[2], lo[3]);
+            transposeFour(hi[0], hi[1], hi[2], hi[3]);
             const Lanes x = loadLanes(input + n + j);
             for (int k = 0; k < 4; ++k) {
                 storeLanes(ring[k] + j, lo[k] * fbLanes + x);

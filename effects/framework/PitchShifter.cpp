@@ -2,6 +2,7 @@
 
 #include "effects/filter/LaneFilter.h"
 #include "effects/framework/AFSystemInfo.h"
+#include "effects/framework/LaneTranspose.h"
 
 namespace {
 
@@ -105,15 +106,11 @@ template <int W>
     // independent halves.
     Lanes c0, c1, c2, c3;
     if constexpr (W == 4) {
-        const Lanes x0 = x[0], x1 = x[1], x2 = x[2], x3 = x[3];
-        const Lanes t0 = __builtin_shufflevector(x0, x1, 0, 4, 1, 5);
-        const Lanes t1 = __builtin_shufflevector(x2, x3, 0, 4, 1, 5);
-        const Lanes u2 = __builtin_shufflevector(x0, x1, 2, 6, 3, 7);
-        const Lanes u3 = __builtin_shufflevector(x2, x3, 2, 6, 3, 7);
-        c0 = __builtin_shufflevector(t0, t1, 0, 1, 4, 5);
-        c1 = __builtin_shufflevector(t0, t1, 2, 3, 6, 7);
-        c2 = __builtin_shufflevector(u2, u3, 0, 1, 4, 5);
-        c3 = __builtin_shufflevector(u2, u3, 2, 3, 6, 7);
+        c0 = x[0];
+        c1 = x[1];
+        c2 = x[2];
+        c3 = x[3];
+        transposeFour(c0, c1, c2, c3);
     } else {
         const Lanes x0 = Wide<W>::halves(x[0], x[4]);
         const Lanes x1 = Wide<W>::halves(x[1], x[5]);
