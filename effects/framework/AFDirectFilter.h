@@ -62,6 +62,10 @@ private:
         float gTarget = 0.01f;
         float kTarget = 2.0f;
         int glideLeft = 0;
+        // The setting and rate the targets were designed for, so that a repeated setting skips the design.
+        float cutoff = -1.0f;
+        float resonance = -1.0f;
+        float rate = 0.0f;
         std::array<float, 2> s1{};
         std::array<float, 2> s2{};
     };
