@@ -219,7 +219,7 @@ void AFFilterPattern::process(float* left, float* right, int count) noexcept {
         } else if (crossed) {
             AFDirectFilter::processPair(AFDirectFilter::Lowpass, leftFilter, l, rightFilter, r, n);
         } else {
-            leftFilter.processStereo(AFDirectFilter::Lowpass, l, r, n);
+            leftFilter.processStereoTwoStep(AFDirectFilter::Lowpass, l, r, n);
         }
         done += n;
         sinceOrigin += n;
