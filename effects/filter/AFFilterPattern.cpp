@@ -138,6 +138,12 @@ void AFFilterPattern::applyFilters(bool settle) noexcept {
     const int channels = options[2] == kSyncedX || options[3] == kSmart ? 2 : 1;
     for (int channel = 0; channel < channels; ++channel) {
         AFDirectFilter& filter = channel == 0 ? leftFilter : rightFilter;
+        if (channel == 1 && options[2] != kSyncedX && !settle) {
+            // Unmirrored, the right side follows the left without designing again.
+            filter.setAs(AFDirectFilter::Lowpass, leftFilter);
+            filter.setAs(AFDirectFilter::Highpass, leftFilter);
+            continue;
+        }
         const float c = cutoffFor(channel);
         if (options[3] == kSmart) {
             // Dark steps close a low-pass, bright ones open a high-pass; the middle leaves the sound whole.

@@ -78,17 +78,32 @@ void AFDirectFilter::set(int mode, float cutoff, float resonance) noexcept {
         comb.glideLeft = interval;
         return;
     }
-    Core& core = cores[static_cast<std::size_t>(mode)];
-    core.gTarget = first;
-    core.kTarget = second;
-    if (first == core.g && second == core.k) {
+    glide(cores[static_cast<std::size_t>(mode)], first, second);
+}
+
+void AFDirectFilter::setAs(int mode, const AFDirectFilter& other) noexcept {
+    const auto index = static_cast<std::size_t>(std::clamp(mode, 0, kModeCount - 2));
+    const Core& source = other.cores[index];
+    Core& core = cores[index];
+    core.cutoff = source.cutoff;
+    core.resonance = source.resonance;
+    core.rate = source.rate;
+    glide(core, source.gTarget, source.kTarget);
+}
+
+void AFDirectFilter::glide(Core& core, float g, float k) noexcept {
+    const int interval = std::max(systemInfo->controlInterval, 1);
+    core.gTarget = g;
+    core.kTarget = k;
+    if (g == core.g && k == core.k) {
         // Standing still: the per-sample path skips the coefficient updates.
         core.gStep = core.kStep = 0.0f;
         core.glideLeft = 0;
         return;
     }
-    core.gStep = (first - core.g) * perSample;
-    core.kStep = (second - core.k) * perSample;
+    const float perSample = 1.0f / static_cast<float>(interval);
+    core.gStep = (g - core.g) * perSample;
+    core.kStep = (k - core.k) * perSample;
     core.glideLeft = interval;
 }
 

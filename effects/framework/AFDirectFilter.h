@@ -23,6 +23,9 @@ public:
     // Audio thread at a control tick: cutoff 0..1 maps to 20 Hz..20 kHz on a cubic curve, resonance 0..1.
     // The mode's coefficients glide there over the next control interval.
     void set(int mode, float cutoff, float resonance) noexcept;
+    // Audio thread at a control tick: as set() for a core mode, with the setting `other` last took there,
+    // reusing its design.
+    void setAs(int mode, const AFDirectFilter& other) noexcept;
     // Audio thread (activate): jumps the mode to the setting and clears every mode's state.
     void reset(int mode, float cutoff, float resonance) noexcept;
     // Audio thread: in place, mono, on the first channel's state.
@@ -87,6 +90,7 @@ private:
         float* data;
     };
 
+    void glide(Core& core, float g, float k) noexcept;
     void design(int mode, float cutoff, float resonance, float& first, float& second) const noexcept;
     static void run(int mode, const Side& a, const Side& b, bool pair, int count,
                     bool twoStep = false) noexcept;
