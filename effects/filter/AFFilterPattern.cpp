@@ -134,9 +134,16 @@ float AFFilterPattern::cutoffFor(int channel) const noexcept {
 
 void AFFilterPattern::applyFilters(bool settle) noexcept {
     const float resonance = unitClamp(parameterValues[1]);
-    const int channels = options[2] == kSyncedX ? 2 : 1;
+    // "Smart" runs a filter per side (the same setting unless mirrored) so that both take the joined path.
+    const int channels = options[2] == kSyncedX || options[3] == kSmart ? 2 : 1;
     for (int channel = 0; channel < channels; ++channel) {
         AFDirectFilter& filter = channel == 0 ? leftFilter : rightFilter;
+        if (channel == 1 && options[2] != kSyncedX && !settle) {
+            // Unmirrored, the right side follows the left without designing again.
+            filter.setAs(AFDirectFilter::Lowpass, leftFilter);
+            filter.setAs(AFDirectFilter::Highpass, leftFilter);
+            continue;
+        }
         const float c = cutoffFor(channel);
         if (options[3] == kSmart) {
             // Dark steps close a low-pass, bright ones open a high-pass; the middle leaves the sound whole.
@@ -213,14 +220,12 @@ void AFFilterPattern::process(float* left, float* right, int count) noexcept {
         const int n = std::min(count - done, untilNext);
         float* l = left + done;
         float* r = right + done;
-        if (crossed && smart) {
+        if (smart) {
             AFDirectFilter::processPairBand(leftFilter, l, rightFilter, r, n);
         } else if (crossed) {
             AFDirectFilter::processPair(AFDirectFilter::Lowpass, leftFilter, l, rightFilter, r, n);
-        } else if (smart) {
-            leftFilter.processStereoBand(l, r, n);
         } else {
-            leftFilter.processStereo(AFDirectFilter::Lowpass, l, r, n);
+            leftFilter.processStereoTwoStep(AFDirectFilter::Lowpass, l, r, n);
         }
         done += n;
         sinceOrigin += n;

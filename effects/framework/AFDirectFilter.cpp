@@ -53,7 +53,18 @@ void AFDirectFilter::set(int mode, float cutoff, float resonance) noexcept {
     const float perSample = 1.0f / static_cast<float>(interval);
     float first = 0.0f;
     float second = 0.0f;
-    design(mode, cutoff, resonance, first, second);
+    if (mode == Comb) {
+        design(mode, cutoff, resonance, first, second);
+    } else if (Core& core = cores[static_cast<std::size_t>(mode)];
+               cutoff == core.cutoff && resonance == core.resonance && systemInfo->sampleRate == core.rate) {
+        first = core.gTarget;
+        second = core.kTarget;
+    } else {
+        design(mode, cutoff, resonance, first, second);
+        core.cutoff = cutoff;
+        core.resonance = resonance;
+        core.rate = systemInfo->sampleRate;
+    }
     if (mode == Comb) {
         comb.delayTarget = first;
         comb.feedbackTarget = second;
@@ -67,17 +78,32 @@ void AFDirectFilter::set(int mode, float cutoff, float resonance) noexcept {
         comb.glideLeft = interval;
         return;
     }
-    Core& core = cores[static_cast<std::size_t>(mode)];
-    core.gTarget = first;
-    core.kTarget = second;
-    if (first == core.g && second == core.k) {
+    glide(cores[static_cast<std::size_t>(mode)], first, second);
+}
+
+void AFDirectFilter::setAs(int mode, const AFDirectFilter& other) noexcept {
+    const auto index = static_cast<std::size_t>(std::clamp(mode, 0, kModeCount - 2));
+    const Core& source = other.cores[index];
+    Core& core = cores[index];
+    core.cutoff = source.cutoff;
+    core.resonance = source.resonance;
+    core.rate = source.rate;
+    glide(core, source.gTarget, source.kTarget);
+}
+
+void AFDirectFilter::glide(Core& core, float g, float k) noexcept {
+    const int interval = std::max(systemInfo->controlInterval, 1);
+    core.gTarget = g;
+    core.kTarget = k;
+    if (g == core.g && k == core.k) {
         // Standing still: the per-sample path skips the coefficient updates.
         core.gStep = core.kStep = 0.0f;
         core.glideLeft = 0;
         return;
     }
-    core.gStep = (first - core.g) * perSample;
-    core.kStep = (second - core.k) * perSample;
+    const float perSample = 1.0f / static_cast<float>(interval);
+    core.gStep = (g - core.g) * perSample;
+    core.kStep = (k - core.k) * perSample;
     core.glideLeft = interval;
 }
 
@@ -105,6 +131,9 @@ void AFDirectFilter::reset(int mode, float cutoff, float resonance) noexcept {
     Core& core = cores[static_cast<std::size_t>(mode)];
     core.g = core.gTarget = first;
     core.k = core.kTarget = second;
+    core.cutoff = cutoff;
+    core.resonance = resonance;
+    core.rate = systemInfo->sampleRate;
 }
 
 void AFDirectFilter::finishGlide(Core& core, int samples) noexcept {
@@ -365,13 +394,13 @@ void AFDirectFilter::processStereoBand(float* left, float* right, int count) noe
     });
 }
 
-// Left and right side by side in vector lanes as in runBand, each filter with its own coefficients: the four
-// filters' in one vector, left low-pass, right low-pass, left high-pass, right high-pass.
+// The four filters in one vector, left low-pass, right low-pass, left high-pass, right high-pass, each lane
+// doing its filter's scalar arithmetic. The high-passes run one sample behind, on the low-passes' previous
+// output, so that one step moves all four recursions; the first and last samples move only one half.
 template <bool Glide>
 void AFDirectFilter::runPairBand(AFDirectFilter& fa, AFDirectFilter& fb, float* left, float* right,
                                  int count) noexcept {
     using Quad = float __attribute__((vector_size(16)));
-    using Lanes = float __attribute__((vector_size(8)));
     Core& loA = fa.cores[Lowpass];
     Core& loB = fb.cores[Lowpass];
     Core& hiA = fa.cores[Highpass];
@@ -379,37 +408,48 @@ void AFDirectFilter::runPairBand(AFDirectFilter& fa, AFDirectFilter& fb, float* 
     Quad g = {loA.g, loB.g, hiA.g, hiB.g}, k = {loA.k, loB.k, hiA.k, hiB.k};
     const Quad gStep = {loA.gStep, loB.gStep, hiA.gStep, hiB.gStep};
     const Quad kStep = {loA.kStep, loB.kStep, hiA.kStep, hiB.kStep};
-    Lanes l1 = {loA.s1[0], loB.s1[0]}, l2 = {loA.s2[0], loB.s2[0]};
-    Lanes h1 = {hiA.s1[0], hiB.s1[0]}, h2 = {hiA.s2[0], hiB.s2[0]};
+    Quad s1 = {loA.s1[0], loB.s1[0], hiA.s1[0], hiB.s1[0]};
+    Quad s2 = {loA.s2[0], loB.s2[0], hiA.s2[0], hiB.s2[0]};
     const Quad one = {1.0f, 1.0f, 1.0f, 1.0f};
+    const Quad lowHalf = {1.0f, 1.0f, 0.0f, 0.0f};
+    const Quad highHalf = {0.0f, 0.0f, 1.0f, 1.0f};
     Quad a1 = one / (one + g * (g + k));
-    for (int i = 0; i < count; ++i) {
+    Quad v2{};
+    // One sample on for the lanes whose glide moves by `share` of a step; returns the high-pass outputs.
+    const auto step = [&](Quad x, Quad share) {
         if constexpr (Glide) {
-            g += gStep;
-            k += kStep;
+            g += gStep * share;
+            k += kStep * share;
             a1 = one / (one + g * (g + k));
         }
         const Quad a2 = g * a1, a3 = g * a2;
-        const Lanes a1l = __builtin_shufflevector(a1, a1, 0, 1), a1h = __builtin_shufflevector(a1, a1, 2, 3);
-        const Lanes a2l = __builtin_shufflevector(a2, a2, 0, 1), a2h = __builtin_shufflevector(a2, a2, 2, 3);
-        const Lanes a3l = __builtin_shufflevector(a3, a3, 0, 1), a3h = __builtin_shufflevector(a3, a3, 2, 3);
-        const Lanes kh = __builtin_shufflevector(k, k, 2, 3);
-        const Lanes x = {left[i], right[i]};
-        const Lanes v3 = x - l2;
-        const Lanes v1 = a1l * l1 + a2l * v3;
-        const Lanes v2 = l2 + a2l * l1 + a3l * v3;
-        l1 = 2.0f * v1 - l1;
-        l2 = 2.0f * v2 - l2;
-        // High-pass on the low-pass output.
-        const Lanes w3 = v2 - h2;
-        const Lanes w1 = a1h * h1 + a2h * w3;
-        const Lanes w2 = h2 + a2h * h1 + a3h * w3;
-        h1 = 2.0f * w1 - h1;
-        h2 = 2.0f * w2 - h2;
-        const Lanes y = v2 - kh * w1 - w2;
-        left[i] = y[0];
-        right[i] = y[1];
+        const Quad v3 = x - s2;
+        const Quad v1 = a1 * s1 + a2 * v3;
+        v2 = s2 + a2 * s1 + a3 * v3;
+        s1 = 2.0f * v1 - s1;
+        s2 = 2.0f * v2 - s2;
+        return x - k * v1 - v2;
+    };
+    // The high-passes' input: the low-passes' last output.
+    const auto feed = [&](float l, float r) {
+        return __builtin_shufflevector(Quad{l, r, 0.0f, 0.0f}, v2, 0, 1, 4, 5);
+    };
+    Quad keep1 = s1, keep2 = s2;
+    step(Quad{left[0], right[0], 0.0f, 0.0f}, lowHalf);
+    s1 = __builtin_shufflevector(s1, keep1, 0, 1, 6, 7);
+    s2 = __builtin_shufflevector(s2, keep2, 0, 1, 6, 7);
+    for (int i = 1; i < count; ++i) {
+        const Quad y = step(feed(left[i], right[i]), one);
+        left[i - 1] = y[2];
+        right[i - 1] = y[3];
     }
+    keep1 = s1;
+    keep2 = s2;
+    const Quad y = step(feed(0.0f, 0.0f), highHalf);
+    left[count - 1] = y[2];
+    right[count - 1] = y[3];
+    s1 = __builtin_shufflevector(keep1, s1, 0, 1, 6, 7);
+    s2 = __builtin_shufflevector(keep2, s2, 0, 1, 6, 7);
     loA.g = g[0];
     loB.g = g[1];
     hiA.g = g[2];
@@ -418,14 +458,14 @@ void AFDirectFilter::runPairBand(AFDirectFilter& fa, AFDirectFilter& fb, float* 
     loB.k = k[1];
     hiA.k = k[2];
     hiB.k = k[3];
-    loA.s1[0] = flushed(l1[0]);
-    loB.s1[0] = flushed(l1[1]);
-    loA.s2[0] = flushed(l2[0]);
-    loB.s2[0] = flushed(l2[1]);
-    hiA.s1[0] = flushed(h1[0]);
-    hiB.s1[0] = flushed(h1[1]);
-    hiA.s2[0] = flushed(h2[0]);
-    hiB.s2[0] = flushed(h2[1]);
+    loA.s1[0] = flushed(s1[0]);
+    loB.s1[0] = flushed(s1[1]);
+    hiA.s1[0] = flushed(s1[2]);
+    hiB.s1[0] = flushed(s1[3]);
+    loA.s2[0] = flushed(s2[0]);
+    loB.s2[0] = flushed(s2[1]);
+    hiA.s2[0] = flushed(s2[2]);
+    hiB.s2[0] = flushed(s2[3]);
 }
 
 void AFDirectFilter::processPairBand(AFDirectFilter& leftFilter, float* left, AFDirectFilter& rightFilter,

@@ -23,6 +23,9 @@ public:
     // Audio thread at a control tick: cutoff 0..1 maps to 20 Hz..20 kHz on a cubic curve, resonance 0..1.
     // The mode's coefficients glide there over the next control interval.
     void set(int mode, float cutoff, float resonance) noexcept;
+    // Audio thread at a control tick: as set() for a core mode, with the setting `other` last took there,
+    // reusing its design.
+    void setAs(int mode, const AFDirectFilter& other) noexcept;
     // Audio thread (activate): jumps the mode to the setting and clears every mode's state.
     void reset(int mode, float cutoff, float resonance) noexcept;
     // Audio thread: in place, mono, on the first channel's state.
@@ -62,6 +65,10 @@ private:
         float gTarget = 0.01f;
         float kTarget = 2.0f;
         int glideLeft = 0;
+        // The setting and rate the targets were designed for, so that a repeated setting skips the design.
+        float cutoff = -1.0f;
+        float resonance = -1.0f;
+        float rate = 0.0f;
         std::array<float, 2> s1{};
         std::array<float, 2> s2{};
     };
@@ -83,6 +90,7 @@ private:
         float* data;
     };
 
+    void glide(Core& core, float g, float k) noexcept;
     void design(int mode, float cutoff, float resonance, float& first, float& second) const noexcept;
     static void run(int mode, const Side& a, const Side& b, bool pair, int count,
                     bool twoStep = false) noexcept;
