@@ -274,9 +274,7 @@ void AFMappingEditor::onIdle() {
 void AFMappingEditor::draw(cairo_t* cr) {
     using L = AFLayout;
     using P = AFTextPainter;
-    P::setColour(cr, L::kStage);
-    cairo_rectangle(cr, size.left, size.top, size.width(), size.height());
-    cairo_fill(cr);
+    P::fill(cr, size, L::kStage);
     P::draw(cr, "MIDI MAPPING", AFRect::ofSize(16.0, size.top + 8.0, 200.0, 24.0), 15.0, L::kAccent, P::kLeft,
             true);
 

@@ -51,6 +51,12 @@ void AFTextPainter::roundedRect(cairo_t* cr, const AFRect& box, double radius) {
     cairo_close_path(cr);
 }
 
+void AFTextPainter::fill(cairo_t* cr, const AFRect& box, uint32_t rgb) {
+    setColour(cr, rgb);
+    cairo_rectangle(cr, box.left, box.top, box.width(), box.height());
+    cairo_fill(cr);
+}
+
 AFRect AFTextPainter::clipRect(cairo_t* cr) {
     double left = 0.0, top = 0.0, right = 0.0, bottom = 0.0;
     cairo_clip_extents(cr, &left, &top, &right, &bottom);

@@ -37,9 +37,7 @@ const std::vector<AboutView::Credit>& AboutView::credits() {
 void AboutView::drawBackground(cairo_t* cr) {
     using L = AFLayout;
     using P = AFTextPainter;
-    P::setColour(cr, L::kStage);
-    cairo_rectangle(cr, size.left, size.top, size.width(), size.height());
-    cairo_fill(cr);
+    P::fill(cr, size, L::kStage);
     const double left = 80.0;
     P::draw(cr, AFIdentity::kProduct, AFRect::ofSize(left, size.top + 30.0, 600.0, 48.0), 40.0, L::kAccent,
             P::kLeft, true);

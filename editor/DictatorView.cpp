@@ -168,13 +168,9 @@ void DictatorView::presetCommand() {
 
 void DictatorView::drawBackground(cairo_t* cr) {
     using L = AFLayout;
-    AFTextPainter::setColour(cr, L::kStage);
-    cairo_rectangle(cr, size.left, size.top, size.width(), size.height());
-    cairo_fill(cr);
+    AFTextPainter::fill(cr, size, L::kStage);
     // Text costs even where it is clipped away: the moving position line repaints thin bands only.
-    double x1 = 0.0, y1 = 0.0, x2 = 0.0, y2 = 0.0;
-    cairo_clip_extents(cr, &x1, &y1, &x2, &y2);
-    const AFRect clip{x1, y1, x2, y2};
+    const AFRect clip = AFTextPainter::clipRect(cr);
     const double helpTop = kRowsTop + KeyFrameHandlerView::kHeight + 44.0;
     for (int r = 0;
          r < AFUniClient::kSlots && clip.intersects(AFRect{size.left, kRowsTop - 30.0, size.right, kRowsTop});

@@ -177,9 +177,7 @@ void ModulatorView::valueChanged(AFControl* control) {
 
 void ModulatorView::drawBackground(cairo_t* cr) {
     cairo_save(cr);
-    AFTextPainter::setColour(cr, AFLayout::kStage);
-    cairo_rectangle(cr, size.left, size.top, size.width(), size.height());
-    cairo_fill(cr);
+    AFTextPainter::fill(cr, size, AFLayout::kStage);
     AFUniClient& client = editor.getClient();
     // The live views repaint small squares; the buttons' texts are drawn only where they are in them.
     const AFRect clip = AFTextPainter::clipRect(cr);

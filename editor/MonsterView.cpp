@@ -64,14 +64,10 @@ AFView* MonsterView::getPage(const std::string& name) const {
 }
 
 void MonsterView::drawBackground(cairo_t* cr) {
-    double x1 = 0.0, y1 = 0.0, x2 = 0.0, y2 = 0.0;
-    cairo_clip_extents(cr, &x1, &y1, &x2, &y2);
-    const AFRect clip{x1, y1, x2, y2};
+    const AFRect clip = AFTextPainter::clipRect(cr);
     // Pages other than the strips sit on the plain stage, so an empty one shows no strip art through it.
     if (current > 0 && clip.intersects(pageRect())) {
-        AFTextPainter::setColour(cr, AFLayout::kStage);
-        cairo_rectangle(cr, 0.0, AFLayout::kSlotTop, AFLayout::kWidth, AFLayout::kSlotHeight);
-        cairo_fill(cr);
+        AFTextPainter::fill(cr, pageRect(), AFLayout::kStage);
     }
     for (std::size_t i = 0; i < pages.size(); ++i) {
         const AFRect tab = tabRect(static_cast<int>(i));
