@@ -94,13 +94,15 @@ const AFEffectDescriptor AFPitchDelayT::descriptor{.typeId = 11,
                                                    .slotDefaults = kSlotDefaults};
 
 AFPitchDelayT::AFPitchDelayT(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(descriptor, type, system, flag), leftLine(std::make_unique<float[]>(kLineSize)),
-      rightLine(std::make_unique<float[]>(kLineSize)), loopFilter(system), feedbackRamp(system) {
+    : AFEffect(descriptor, type, system, flag), leftLine(kLineSize), rightLine(kLineSize), loopFilter(system),
+      feedbackRamp(system) {
     if (systemInfo->bpmListeners != nullptr) systemInfo->bpmListeners->add(this);
 }
 
 AFPitchDelayT::~AFPitchDelayT() {
     if (systemInfo->bpmListeners != nullptr) systemInfo->bpmListeners->remove(this);
+    leftLine.silentFrom(dirtySamples);
+    rightLine.silentFrom(dirtySamples);
 }
 
 void AFPitchDelayT::setOption(int index, int32_t value) {
@@ -218,8 +220,10 @@ void AFPitchDelayT::configureShifters() noexcept {
 }
 
 int32_t AFPitchDelayT::activate() noexcept {
-    std::fill_n(leftLine.get(), kLineSize, 0.0f);
-    std::fill_n(rightLine.get(), kLineSize, 0.0f);
+    // Only what was written since the last clear: a restart after a short run clears kilobytes, not 8 MB.
+    std::fill_n(leftLine.data(), dirtySamples, 0.0f);
+    std::fill_n(rightLine.data(), dirtySamples, 0.0f);
+    dirtySamples = 0;
     writePosition = 0;
     beatClock = 0.0;
     gate = gateTarget();
@@ -236,8 +240,8 @@ int32_t AFPitchDelayT::activate() noexcept {
 void AFPitchDelayT::process(float* left, float* right, int count) noexcept {
     if (count <= 0) return;
     count = std::min(count, static_cast<int>(wetLeft.size()));
-    const PitchShifter::RingSource lineL{leftLine.get(), kLineSize - 1};
-    const PitchShifter::RingSource lineR{rightLine.get(), kLineSize - 1};
+    const PitchShifter::RingSource lineL{leftLine.data(), kLineSize - 1};
+    const PitchShifter::RingSource lineR{rightLine.data(), kLineSize - 1};
     // Every read lies at least a block behind the writes of this block, so the reads, the loop filter and
     // the writes can each run over the whole block.
     leftShifter.process(lineL, static_cast<double>(writePosition), wetLeft.data(), count);
@@ -275,8 +279,8 @@ void AFPitchDelayT::process(float* left, float* right, int count) noexcept {
         const uint32_t start = (writePosition + static_cast<uint32_t>(from)) & (kLineSize - 1);
         const int n =
             static_cast<int>(std::min<uint32_t>(static_cast<uint32_t>(count - from), kLineSize - start));
-        float* lineL = leftLine.get() + start;
-        float* lineR = rightLine.get() + start;
+        float* lineL = leftLine.data() + start;
+        float* lineR = rightLine.data() + start;
         const float* gateIn = in.data() + from;
         const float* back = feedback.data() + from;
         const float* wetL = wetLeft.data() + from;
@@ -291,7 +295,10 @@ void AFPitchDelayT::process(float* left, float* right, int count) noexcept {
     }
     std::copy_n(wetLeft.data(), count, left);
     std::copy_n(wetRight.data(), count, right);
-    writePosition = (writePosition + static_cast<uint32_t>(count)) & (kLineSize - 1);
+    // The head starts at 0 on activation, so the written part is one run from 0 until it first wraps.
+    const uint32_t end = writePosition + static_cast<uint32_t>(count);
+    dirtySamples = std::max(dirtySamples, std::min(end, kLineSize));
+    writePosition = end & (kLineSize - 1);
 }
 
 void AFPitchDelayT::formatParameter(int index, float value, char* text) {

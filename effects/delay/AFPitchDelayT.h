@@ -6,9 +6,9 @@
 #include "effects/framework/AFEffect.h"
 #include "effects/framework/ParamRamp.h"
 #include "effects/framework/PitchShifter.h"
+#include "effects/framework/SampleBlock.h"
 
 #include <array>
-#include <memory>
 
 // Pitch Delay: a stereo delay, each side its own time, whose feedback passes a pitch shifter, so every echo
 // sounds one "Pitch" interval above (or below) the echo before it. Option 2 gates what enters the delay in a
@@ -50,8 +50,8 @@ private:
     float gateTarget() const noexcept;
 
     std::array<int32_t, 4> options{};
-    std::unique_ptr<float[]> leftLine;
-    std::unique_ptr<float[]> rightLine;
+    SampleBlock leftLine;
+    SampleBlock rightLine;
     PitchShifter leftShifter;
     PitchShifter rightShifter;
     AFDirectFilter loopFilter;
@@ -61,6 +61,8 @@ private:
     std::array<float, 64> wetLeft{};
     std::array<float, 64> wetRight{};
     uint32_t writePosition = 0;
+    // How far from 0 the lines hold sound since they were last cleared.
+    uint32_t dirtySamples = 0;
     // Beats since activation: the rhythm of option 2 counts from there.
     double beatClock = 0.0;
     float gate = 1.0f;

@@ -121,9 +121,8 @@ const AFEffectDescriptor AFReverbHQ::descriptor{.typeId = 13,
                                                 .slotDefaults = kSlotDefaults};
 
 AFReverbHQ::AFReverbHQ(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(descriptor, type, system, flag),
-      lineStore(static_cast<std::size_t>(kLines) * kLineStride, 0.0f),
-      diffuserStore(static_cast<std::size_t>(2 * kDiffusers) * kDiffuserStride, 0.0f), colourFilter(system) {
+    : AFEffect(descriptor, type, system, flag), lineStore(static_cast<std::size_t>(kLines) * kLineStride),
+      diffuserStore(static_cast<std::size_t>(2 * kDiffusers) * kDiffuserStride), colourFilter(system) {
 
     for (int ch = 0; ch < 2; ++ch)
         for (int k = 0; k < kDiffusers; ++k)
@@ -288,9 +287,9 @@ void AFReverbHQ::reset() {
     derive(true);
     for (int k = 0; k < kLines; ++k) {
         float* ring = lineStore.data() + static_cast<std::size_t>(k) * kLineStride;
-        std::fill(ring, ring + lineMask + 2, 0.0f);
+        std::memset(ring, 0, sizeof(float) * static_cast<std::size_t>(lineMask + 2));
     }
-    std::fill(diffuserStore.begin(), diffuserStore.end(), 0.0f);
+    diffuserStore.clear();
     lossHistory = {};
 }
 

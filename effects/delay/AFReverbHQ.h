@@ -4,9 +4,9 @@
 #include "effects/framework/AFAligned.h"
 #include "effects/framework/AFDirectFilter.h"
 #include "effects/framework/AFEffect.h"
+#include "effects/framework/SampleBlock.h"
 
 #include <array>
-#include <vector>
 
 // Reverb: a sixteen-line feedback delay network behind an eight-stage allpass diffuser per channel. The lines
 // are mixed by a scaled Hadamard matrix (lossless, every line feeds every other), half the lines drift slowly
@@ -66,8 +66,8 @@ private:
     void runNetwork(float* left, float* right, const float* inLeft, const float* inRight, int count) noexcept;
 
     std::array<int32_t, 4> options{};
-    std::vector<float> lineStore;     // kLines rings of kLineSize
-    std::vector<float> diffuserStore; // 2 x kDiffusers rings of kDiffuserSize, spaced apart
+    SampleBlock lineStore;     // kLines rings of kLineSize
+    SampleBlock diffuserStore; // 2 x kDiffusers rings of kDiffuserSize, spaced apart
     std::array<std::array<Diffuser, kDiffusers>, 2> diffusers{};
     int diffuserWrite = 0;
     int lineWrite = 0;

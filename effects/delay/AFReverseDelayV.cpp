@@ -39,8 +39,8 @@ const AFEffectDescriptor AFReverseDelayV::descriptor{.typeId = 21,
                                                      .slotDefaults = kSlotDefaults};
 
 AFReverseDelayV::AFReverseDelayV(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(descriptor, type, system, flag), leftBuffer(kMaxCapacity, 0.0f),
-      rightBuffer(kMaxCapacity, 0.0f), feedbackRamp(system) {
+    : AFEffect(descriptor, type, system, flag), leftBuffer(kMaxCapacity), rightBuffer(kMaxCapacity),
+      feedbackRamp(system) {
     sides[0].buffer = leftBuffer.data();
     sides[1].buffer = rightBuffer.data();
     capacity = capacityFor(*systemInfo);

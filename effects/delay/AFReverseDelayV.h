@@ -3,10 +3,10 @@
 #include "effects/framework/AFBPMChangeInterface.h"
 #include "effects/framework/AFEffect.h"
 #include "effects/framework/ParamRamp.h"
+#include "effects/framework/SampleBlock.h"
 
 #include <array>
 #include <cstdint>
-#include <vector>
 
 // Reverse delay: each side replays its last stretch of input backwards, faded at both ends, and feeds the
 // reversed sound back into its own ring with inverted sign. Wet only; the slot adds the dry path.
@@ -70,8 +70,8 @@ private:
     // Samples per pass of the side loops.
     static constexpr int kChunk = 64;
 
-    std::vector<float> leftBuffer;
-    std::vector<float> rightBuffer;
+    SampleBlock leftBuffer;
+    SampleBlock rightBuffer;
     ParamRamp feedbackRamp;
     uint32_t writePosition = 0;
     uint32_t capacity = 0;

@@ -75,8 +75,8 @@ const AFEffectDescriptor AFFilterBank::descriptor{.typeId = 5,
                                                   .slotDefaults = kSlotDefaults};
 
 AFFilterBank::AFFilterBank(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(descriptor, type, system, flag), resonance(system), delayL(maxLineLength(), 0.0f),
-      delayR(maxLineLength(), 0.0f) {
+    : AFEffect(descriptor, type, system, flag), resonance(system), delayL(maxLineLength()),
+      delayR(maxLineLength()) {
     bandCount = 4;
     for (int i = 0; i < 4; ++i)
         setParameter(i, 0.5f);

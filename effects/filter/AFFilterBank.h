@@ -7,10 +7,10 @@
 #include "effects/framework/AFBPMChangeInterface.h"
 #include "effects/framework/AFEffect.h"
 #include "effects/framework/ParamRamp.h"
+#include "effects/framework/SampleBlock.h"
 
 #include <array>
 #include <cstdint>
-#include <vector>
 
 // Spectralizer: 32 taps on a stereo delay line, each through its own resonant band-pass lane, summed. A
 // single hit smears into a pitched or rhythmic cluster of filtered echoes. Wet only; the slot mixes the dry
@@ -98,8 +98,8 @@ private:
     float bufferLength = 1.0f;
     float frequencyValue = -1.0f;
     float bandsValue = 0.5f;
-    std::vector<float> delayL;
-    std::vector<float> delayR;
+    SampleBlock delayL;
+    SampleBlock delayR;
     // Samples of the lines ever in use; a reset clears this much.
     std::size_t usedLength = 0;
 

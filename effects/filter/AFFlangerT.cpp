@@ -44,8 +44,8 @@ const AFEffectDescriptor AFFlangerT::descriptor{.typeId = 27,
                                                 .amountDefaults = kAmountDefaults};
 
 AFFlangerT::AFFlangerT(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(descriptor, type, system, flag), delayL(kLineCapacity, 0.0f), delayR(kLineCapacity, 0.0f),
-      timeL(system), timeR(system), filter(system) {
+    : AFEffect(descriptor, type, system, flag), delayL(kLineCapacity), delayR(kLineCapacity), timeL(system),
+      timeR(system), filter(system) {
     deriveLength();
     if (systemInfo->bpmListeners != nullptr) systemInfo->bpmListeners->add(this);
     reset();

@@ -4,9 +4,9 @@
 #include "effects/framework/AFDirectFilter.h"
 #include "effects/framework/AFEffect.h"
 #include "effects/framework/ParamRamp.h"
+#include "effects/framework/SampleBlock.h"
 
 #include <cstdint>
-#include <vector>
 
 // "Flanger": two short delay lines with separately set times and a feedback path, behind a low-pass and a
 // high-pass stage that treat each input block first. Each side's voice sets its delay range: "Flanger" sweeps
@@ -55,8 +55,8 @@ private:
     void restartLines() noexcept;
     float delaySamples(int voice, float value) const noexcept;
 
-    std::vector<float> delayL;
-    std::vector<float> delayR;
+    SampleBlock delayL;
+    SampleBlock delayR;
     int lineLength = 1;
     int write = 0;
     ParamRamp timeL;

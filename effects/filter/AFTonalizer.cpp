@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <numbers>
 #include <span>
 
@@ -79,11 +80,9 @@ const AFEffectDescriptor AFTonalizer::descriptor{.typeId = 7,
                                                  .slotDefaults = kSlotDefaults};
 
 AFTonalizer::AFTonalizer(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(descriptor, type, system, flag), delayL(system), delayR(system), feedback(system) {
-
-    const auto capacity = static_cast<std::size_t>(lineLengthFor(AFSystemInfo::kMaxSampleRate, *system));
-    lineL.assign(capacity, 0.0f);
-    lineR.assign(capacity, 0.0f);
+    : AFEffect(descriptor, type, system, flag),
+      lineL(static_cast<std::size_t>(lineLengthFor(AFSystemInfo::kMaxSampleRate, *system))),
+      lineR(lineL.size()), delayL(system), delayR(system), feedback(system) {
     const WaveTables& tables = WaveTables::instance();
     sine = tables.wave(3);
     sineDelta = tables.delta(3);
@@ -166,9 +165,9 @@ void AFTonalizer::updateLineLength() noexcept {
 
 void AFTonalizer::reset() {
     updateLineLength();
-    const auto used = static_cast<std::ptrdiff_t>(lineLength);
-    std::fill(lineL.begin(), lineL.begin() + used, 0.0f);
-    std::fill(lineR.begin(), lineR.begin() + used, 0.0f);
+    const auto used = static_cast<std::size_t>(lineLength);
+    std::memset(lineL.data(), 0, sizeof(float) * used);
+    std::memset(lineR.data(), 0, sizeof(float) * used);
     writeIndex = 0;
     holdGate = 0.0f;
     sweepPhase = 0.5f;

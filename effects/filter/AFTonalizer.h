@@ -3,9 +3,9 @@
 #include "effects/framework/AFBPMChangeInterface.h"
 #include "effects/framework/AFEffect.h"
 #include "effects/framework/ParamRamp.h"
+#include "effects/framework/SampleBlock.h"
 
 #include <array>
-#include <vector>
 
 // Pitched resonator: one feedback comb per channel, tuned to a note that can be held to a scale grid. "Hold"
 // freezes what the combs contain; in "Sweep" the frozen sound pulses once per beat; in "Rootnote" the fourth
@@ -49,8 +49,8 @@ private:
     template <bool Crossfade>
     void run(float* left, float* right, int count) noexcept;
 
-    std::vector<float> lineL;
-    std::vector<float> lineR;
+    SampleBlock lineL;
+    SampleBlock lineR;
     int writeIndex = 0;
     int lineLength = 0;
     float lineRate = 0.0f;

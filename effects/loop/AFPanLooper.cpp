@@ -59,8 +59,8 @@ const AFEffectDescriptor AFPanLooper::descriptor{.typeId = 12,
                                                  .slotDefaults = kSlotDefaults};
 
 AFPanLooper::AFPanLooper(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(descriptor, type, system, flag), leftBuffer(std::make_unique<float[]>(kMaxCapacity + 2)),
-      rightBuffer(std::make_unique<float[]>(kMaxCapacity + 2)), ampRamp(system) {
+    : AFEffect(descriptor, type, system, flag), leftBuffer(kMaxCapacity + 2), rightBuffer(kMaxCapacity + 2),
+      ampRamp(system) {
     ampRamp.setTarget(1.0);
     ampRamp.jump();
     nextLength = lengthFor(parameterValues[0]);
@@ -224,14 +224,14 @@ void AFPanLooper::process(float* left, float* right, int count) noexcept {
     if (recording) {
         const uint32_t room = writePosition < capacity ? capacity - writePosition : 0;
         const uint32_t n = std::min(static_cast<uint32_t>(count), room);
-        std::memcpy(leftBuffer.get() + writePosition, left, n * sizeof(float));
-        std::memcpy(rightBuffer.get() + writePosition, right, n * sizeof(float));
+        std::memcpy(leftBuffer.data() + writePosition, left, n * sizeof(float));
+        std::memcpy(rightBuffer.data() + writePosition, right, n * sizeof(float));
         writePosition += n;
         if (writePosition >= capacity) recording = false;
     }
     const double grid32 = static_cast<double>(systemInfo->samplesPerBeat) * 0.03125;
-    const float* bufferLeft = leftBuffer.get();
-    const float* bufferRight = rightBuffer.get();
+    const float* bufferLeft = leftBuffer.data();
+    const float* bufferRight = rightBuffer.data();
 
     int i = 0;
     while (i < count) {

@@ -3,10 +3,10 @@
 #include "effects/framework/AFBPMChangeInterface.h"
 #include "effects/framework/AFEffect.h"
 #include "effects/framework/ParamRamp.h"
+#include "effects/framework/SampleBlock.h"
 
 #include <array>
 #include <cstdint>
-#include <memory>
 
 // Pan Looper: records up to one bar from the start, as the Looper does, and repeats a loop of chosen length
 // from its start. Each repeat takes the next place of a walk across the stereo field, its depth set by "Pan",
@@ -57,8 +57,8 @@ private:
 
     std::array<int32_t, 4> options{};
 
-    std::unique_ptr<float[]> leftBuffer;
-    std::unique_ptr<float[]> rightBuffer;
+    SampleBlock leftBuffer;
+    SampleBlock rightBuffer;
     uint32_t capacity = 0;
     uint32_t writePosition = 0;
     bool recording = false;

@@ -74,8 +74,7 @@ const AFEffectDescriptor AFPitchLooper::descriptor{.typeId = 2,
                                                    .slotDefaults = kSlotDefaults};
 
 AFPitchLooper::AFPitchLooper(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(descriptor, type, system, flag), leftBuffer(std::make_unique<float[]>(kMaxCapacity)),
-      rightBuffer(std::make_unique<float[]>(kMaxCapacity)) {
+    : AFEffect(descriptor, type, system, flag), leftBuffer(kMaxCapacity), rightBuffer(kMaxCapacity) {
     tempoChanged(0);
     if (systemInfo->bpmListeners != nullptr) systemInfo->bpmListeners->add(this);
 }
@@ -181,8 +180,8 @@ void AFPitchLooper::deactivate() noexcept {
 void AFPitchLooper::record(const float* left, const float* right, int count) noexcept {
     const uint32_t room = writePosition < capacity ? capacity - writePosition : 0;
     const uint32_t n = std::min(static_cast<uint32_t>(count), room);
-    std::memcpy(leftBuffer.get() + writePosition, left, n * sizeof(float));
-    std::memcpy(rightBuffer.get() + writePosition, right, n * sizeof(float));
+    std::memcpy(leftBuffer.data() + writePosition, left, n * sizeof(float));
+    std::memcpy(rightBuffer.data() + writePosition, right, n * sizeof(float));
     writePosition += n;
     validEnd = std::max(validEnd, writePosition);
     if (writePosition >= capacity) recording = false;
@@ -198,8 +197,8 @@ void AFPitchLooper::process(float* left, float* right, int count) noexcept {
         // Up to and including the sample at which the repeat ends.
         const double toBoundary = std::ceil(segment - cycleClock);
         const int n = static_cast<int>(std::clamp(toBoundary, 1.0, static_cast<double>(count - done)));
-        const PitchShifter::LinearSource sourceLeft{leftBuffer.get(), validEnd};
-        const PitchShifter::LinearSource sourceRight{rightBuffer.get(), validEnd};
+        const PitchShifter::LinearSource sourceLeft{leftBuffer.data(), validEnd};
+        const PitchShifter::LinearSource sourceRight{rightBuffer.data(), validEnd};
         float* outLeft = left + done;
         float* outRight = right + done;
         shifter.processStereo(sourceLeft, sourceRight, static_cast<double>(readPosition), outLeft, outRight,

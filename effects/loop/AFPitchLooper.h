@@ -3,9 +3,9 @@
 #include "effects/framework/AFBPMChangeInterface.h"
 #include "effects/framework/AFEffect.h"
 #include "effects/framework/PitchShifter.h"
+#include "effects/framework/SampleBlock.h"
 
 #include <array>
-#include <memory>
 
 // Pitch Looper: records up to one bar as the Looper does and repeats a loop of the chosen length from its
 // start, each repeat transposed one "Pitch" interval further than the last, in steps or glides, until the
@@ -58,8 +58,8 @@ private:
     void applyRatio(double semitones) noexcept;
 
     std::array<int32_t, 4> options{};
-    std::unique_ptr<float[]> leftBuffer;
-    std::unique_ptr<float[]> rightBuffer;
+    SampleBlock leftBuffer;
+    SampleBlock rightBuffer;
     PitchShifter shifter;
     double length = 400.0;
     double nextLength = 400.0;

@@ -117,8 +117,7 @@ const AFEffectDescriptor AFSliceArranger::descriptor{.typeId = 17,
                                                      .slotDefaults = kSlotDefaults};
 
 AFSliceArranger::AFSliceArranger(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(descriptor, type, system, flag), leftBuffer(std::make_unique<float[]>(kMaxCapacity + 2)),
-      rightBuffer(std::make_unique<float[]>(kMaxCapacity + 2)) {}
+    : AFEffect(descriptor, type, system, flag), leftBuffer(kMaxCapacity + 2), rightBuffer(kMaxCapacity + 2) {}
 
 AFSliceArranger::~AFSliceArranger() = default;
 
@@ -386,8 +385,8 @@ void AFSliceArranger::finishSlice() noexcept {
 
 void AFSliceArranger::process(float* left, float* right, int count) noexcept {
     if (!running || count <= 0) return;
-    float* const bufferLeft = leftBuffer.get() + 1;
-    float* const bufferRight = rightBuffer.get() + 1;
+    float* const bufferLeft = leftBuffer.data() + 1;
+    float* const bufferRight = rightBuffer.data() + 1;
     const bool reRecord = options[0] == kReRecord;
 
     int done = 0;

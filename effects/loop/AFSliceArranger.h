@@ -2,10 +2,10 @@
 
 #include "effects/framework/AFBPMChangeInterface.h"
 #include "effects/framework/AFEffect.h"
+#include "effects/framework/SampleBlock.h"
 
 #include <array>
 #include <cstdint>
-#include <memory>
 
 // Slicearranger: captures the first bar (or two) after the slot starts, cut into sixteenth-note slices on the
 // song's grid, and from then on plays the slices re-ordered by a bank of patterns from subtle
@@ -68,8 +68,8 @@ private:
 
     std::array<int32_t, 4> options{};
 
-    std::unique_ptr<float[]> leftBuffer;
-    std::unique_ptr<float[]> rightBuffer;
+    SampleBlock leftBuffer;
+    SampleBlock rightBuffer;
     std::array<int64_t, kMaxSlices> sliceStart{};
     std::array<int64_t, kMaxSlices> sliceLength{};
     std::array<double, kMaxSlices> bassEnergy{};

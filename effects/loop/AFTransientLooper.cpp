@@ -75,10 +75,8 @@ const AFEffectDescriptor AFTransientLooper::descriptor{.typeId = 3,
                                                        .menuPosition = 15};
 
 AFTransientLooper::AFTransientLooper(uint32_t type, AFSystemInfo* system, uint32_t flag)
-    : AFEffect(descriptor, type, system, flag), recordL(std::make_unique<float[]>(kMaxRecord)),
-      recordR(std::make_unique<float[]>(kMaxRecord)),
-      lines(std::make_unique<float[]>(static_cast<std::size_t>(kLines) * kLineStride)),
-      pitchRingL(std::make_unique<float[]>(kPitchRing)), pitchRingR(std::make_unique<float[]>(kPitchRing)) {
+    : AFEffect(descriptor, type, system, flag), recordL(kMaxRecord), recordR(kMaxRecord),
+      lines(static_cast<std::size_t>(kLines) * kLineStride), pitchRingL(kPitchRing), pitchRingR(kPitchRing) {
     for (std::size_t i = 0; i < hann.size(); ++i)
         hann[i] = 0.5f - 0.5f * std::cos(6.2831853f * static_cast<float>(i) / 1024.0f);
     tempoChanged(0);
@@ -168,13 +166,13 @@ int32_t AFTransientLooper::activate() noexcept {
     for (Grain& g : grains)
         g.on = false;
     seed = 1;
-    std::memset(lines.get(), 0, sizeof(float) * static_cast<std::size_t>(kLines) * kLineStride);
+    std::memset(lines.data(), 0, sizeof(float) * static_cast<std::size_t>(kLines) * kLineStride);
     lineLow = {};
     lineWrite = 0;
     tailSeconds = 0.0f;
     lineLength = {};
-    std::memset(pitchRingL.get(), 0, sizeof(float) * kPitchRing);
-    std::memset(pitchRingR.get(), 0, sizeof(float) * kPitchRing);
+    std::memset(pitchRingL.data(), 0, sizeof(float) * kPitchRing);
+    std::memset(pitchRingR.data(), 0, sizeof(float) * kPitchRing);
     pitchWrite = 0;
     controlTick();
     pitchMix = pitched ? 1.0f : 0.0f;
@@ -213,8 +211,8 @@ void AFTransientLooper::startHold(int offset) noexcept {
 void AFTransientLooper::recordBlock(const float* l, const float* r, int count) noexcept {
     const uint32_t room = capacity > written ? capacity - written : 0;
     const uint32_t n = std::min(static_cast<uint32_t>(std::max(count, 0)), room);
-    std::memcpy(recordL.get() + written, l, sizeof(float) * n);
-    std::memcpy(recordR.get() + written, r, sizeof(float) * n);
+    std::memcpy(recordL.data() + written, l, sizeof(float) * n);
+    std::memcpy(recordR.data() + written, r, sizeof(float) * n);
     written += n;
 }
 
@@ -237,10 +235,10 @@ void AFTransientLooper::transpose(float* left, float* right, int count) noexcept
     constexpr int64_t kMask = kPitchRing - 1;
     const auto at = static_cast<std::size_t>(pitchWrite & kMask);
     const auto first = std::min<std::size_t>(static_cast<std::size_t>(count), kPitchRing - at);
-    std::memcpy(pitchRingL.get() + at, left, sizeof(float) * first);
-    std::memcpy(pitchRingR.get() + at, right, sizeof(float) * first);
-    std::memcpy(pitchRingL.get(), left + first, sizeof(float) * (static_cast<std::size_t>(count) - first));
-    std::memcpy(pitchRingR.get(), right + first, sizeof(float) * (static_cast<std::size_t>(count) - first));
+    std::memcpy(pitchRingL.data() + at, left, sizeof(float) * first);
+    std::memcpy(pitchRingR.data() + at, right, sizeof(float) * first);
+    std::memcpy(pitchRingL.data(), left + first, sizeof(float) * (static_cast<std::size_t>(count) - first));
+    std::memcpy(pitchRingR.data(), right + first, sizeof(float) * (static_cast<std::size_t>(count) - first));
     const auto now = static_cast<double>(pitchWrite);
     pitchWrite += count;
     if (!pitched && pitchMix <= 0.0f) return;
@@ -248,8 +246,8 @@ void AFTransientLooper::transpose(float* left, float* right, int count) noexcept
     if (pitchMix <= 0.0f) shifter.start();
     alignas(16) std::array<float, PitchShifter::kMaxRun> shiftedL;
     alignas(16) std::array<float, PitchShifter::kMaxRun> shiftedR;
-    const PitchShifter::RingSource ringL{pitchRingL.get(), static_cast<uint32_t>(kMask)};
-    const PitchShifter::RingSource ringR{pitchRingR.get(), static_cast<uint32_t>(kMask)};
+    const PitchShifter::RingSource ringL{pitchRingL.data(), static_cast<uint32_t>(kMask)};
+    const PitchShifter::RingSource ringR{pitchRingR.data(), static_cast<uint32_t>(kMask)};
     shifter.processStereo(ringL, ringR, now, shiftedL.data(), shiftedR.data(), count);
     if (pitched && pitchMix >= 1.0f) {
         std::copy_n(shiftedL.data(), count, left);
@@ -284,8 +282,8 @@ void AFTransientLooper::runLooper(float* left, float* right, int from, int count
     alignas(32) std::array<float, 64> liveGain;
     std::copy(left + from, left + count, liveL.data() + from);
     std::copy(right + from, right + count, liveR.data() + from);
-    const float* tapeL = recordL.get();
-    const float* tapeR = recordR.get();
+    const float* tapeL = recordL.data();
+    const float* tapeR = recordR.data();
     for (int j = from; j < count;) {
         if (since < start) {
             // Waiting for the grid: the input passes, the loop is silent.
@@ -387,8 +385,8 @@ inline void AFTransientLooper::addGrain(const Grain& g, float w, float& yL, floa
     const auto whole = static_cast<uint32_t>(offset);
     const float t = offset - static_cast<float>(whole);
     const uint32_t i = g.start + whole;
-    const float* bufferL = recordL.get();
-    const float* bufferR = recordR.get();
+    const float* bufferL = recordL.data();
+    const float* bufferR = recordR.data();
     yL += w * (bufferL[i] + t * (bufferL[i + 1] - bufferL[i]));
     yR += w * (bufferR[i] + t * (bufferR[i + 1] - bufferR[i]));
 }
@@ -556,7 +554,7 @@ LANE_WIDE_CLONES void AFTransientLooper::runTail(float* left, float* right, cons
     const int padded = (n + 7) & ~7;
     const int32_t mask = lineMask;
     const int32_t w = lineWrite;
-    float* ring = lines.get();
+    float* ring = lines.data();
     alignas(32) float rows[kLines][64];
     for (std::size_t i = 0; i < kLines; ++i) {
         const float* line = ring + i * kLineStride;

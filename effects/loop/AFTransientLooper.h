@@ -3,10 +3,10 @@
 #include "effects/framework/AFBPMChangeInterface.h"
 #include "effects/framework/AFEffect.h"
 #include "effects/framework/PitchShifter.h"
+#include "effects/framework/SampleBlock.h"
 
 #include <array>
 #include <cstdint>
-#include <memory>
 
 // Reactor: waits for a hit above "Threshold" (or, "Active", takes the sound at once), records from it and
 // plays what it holds: "Freeze" a cloud of grains drawn from the first "HoldTime" of it, "Reverb" the hit
@@ -85,8 +85,8 @@ private:
     uint32_t random() noexcept;
 
     std::array<int32_t, 4> options{};
-    std::unique_ptr<float[]> recordL;
-    std::unique_ptr<float[]> recordR;
+    SampleBlock recordL;
+    SampleBlock recordR;
     uint32_t capacity = 0;
     uint32_t written = 0;
     State state = State::Listening;
@@ -122,7 +122,7 @@ private:
     uint32_t seed = 1;
 
     // Reverb
-    std::unique_ptr<float[]> lines;
+    SampleBlock lines;
     std::array<int32_t, kLines> lineLength{};
     std::array<float, kLines> lineGain{};
     std::array<float, kLines> lineLow{};
@@ -130,7 +130,7 @@ private:
     float tailSeconds = 0.0f;
     int32_t lineMask = kLineSize - 1;
 
-    std::unique_ptr<float[]> pitchRingL;
-    std::unique_ptr<float[]> pitchRingR;
+    SampleBlock pitchRingL;
+    SampleBlock pitchRingR;
     int64_t pitchWrite = 0;
 };

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -109,6 +110,28 @@ TEST(AFPitchDelayT, RhythmGateNeverClicks) {
             worst = std::max(worst, std::fabs(static_cast<double>(out.left[i]) - out.left[i - 1]));
         EXPECT_LE(worst, 2.0 * inputStep) << word;
         EXPECT_GT(worst, 0.5 * inputStep) << word;
+    }
+}
+
+// A restart forgets what the lines held, and so does the next Pitch Delay built on the lines this one leaves,
+// whether the run before stayed short of the line's end or wrapped round it: at the slowest tempo and the
+// longest time, silence in gives exact silence out.
+TEST(AFPitchDelayT, RestartForgetsTheOldAudio) {
+    const std::array<float, 4> longest{1.0f, 1.0f, 1.0f, 0.75f};
+    const int heard = 48000 * 5;
+    const auto silent = [&](const slot::Stereo& out) {
+        return std::count(out.left.begin(), out.left.end(), 0.0f) == heard &&
+               std::count(out.right.begin(), out.right.end(), 0.0f) == heard;
+    };
+    for (const int played : {48000 * 3, static_cast<int>(AFPitchDelayT::kLineSize) + 48000}) {
+        {
+            Delay d(48000.0f, 45.0);
+            d.run(slot::testSignal(played), longest);
+            EXPECT_TRUE(silent(d.run(slot::Stereo(heard), longest))) << played;
+            d.run(slot::testSignal(played), longest);
+        }
+        Delay next(48000.0f, 45.0);
+        EXPECT_TRUE(silent(next.run(slot::Stereo(heard), longest))) << played;
     }
 }
 
