@@ -46,26 +46,16 @@ void AFChunk::setContentVersion(int32_t value) {
     sharedContentVersion.store(value);
 }
 
-uint32_t AFChunk::nextWord() {
-    if (position < 0 || static_cast<std::size_t>(position) >= extent()) {
-        overrun = true;
-        ++position;
-        return 0;
-    }
-    const auto at = static_cast<std::size_t>(position++);
-    return at < words.size() ? words[at] : 0u;
+uint32_t AFChunk::nextWordPastStored() {
+    if (position < 0 || static_cast<std::size_t>(position) >= extent()) overrun = true;
+    ++position;
+    return 0;
 }
 
-void AFChunk::putWord(uint32_t value) {
-    // A negative position converts to a size beyond any chunk.
-    const auto at = static_cast<std::size_t>(position++);
-    if (counting) return;
-    if (at < words.size()) {
-        words[at] = value;
-    } else if (at < sizeInWords) {
-        words.resize(at + 1, 0u);
-        words[at] = value;
-    }
+void AFChunk::putWordPastStored(std::size_t at, uint32_t value) {
+    if (at >= sizeInWords) return;
+    words.resize(at + 1, 0u);
+    words[at] = value;
 }
 
 void AFChunk::writeFloat(float value) {

@@ -90,8 +90,23 @@ protected:
     // The words a reader may reach: a loaded image keeps only the words it brought, and the rest up to the
     // header's size reads as zero without being stored.
     std::size_t extent() const noexcept { return std::max<std::size_t>(words.size(), sizeInWords); }
-    uint32_t nextWord();
-    void putWord(uint32_t value);
+    // Inline for the words a state holds; the ends of the image take the calls below.
+    uint32_t nextWord() {
+        if (position >= 0 && static_cast<std::size_t>(position) < words.size())
+            return words[static_cast<std::size_t>(position++)];
+        return nextWordPastStored();
+    }
+    void putWord(uint32_t value) {
+        // A negative position converts to a size beyond any chunk.
+        const auto at = static_cast<std::size_t>(position++);
+        if (counting) return;
+        if (at < words.size())
+            words[at] = value;
+        else
+            putWordPastStored(at, value);
+    }
+    uint32_t nextWordPastStored();
+    void putWordPastStored(std::size_t at, uint32_t value);
 
     int32_t magic = 0;
     int32_t version = 0;
