@@ -5,7 +5,6 @@
 #include "state/AFChunk.h"
 #include "state/AFMessageSink.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <limits>
 #include <memory>
@@ -262,20 +261,10 @@ void AFMidiBindings::clear() {
 
 // ---- Map files --------------------------------------------------------------------------------------------
 
-namespace {
-
-// Past its stored words a chunk reads zeros up to the size its header claims, which may be millions of words:
-// true when every read from here on is such a zero.
-bool inZeroTail(const AFChunk& chunk) {
-    return static_cast<std::size_t>(std::max(chunk.getPosition(), 0)) >= chunk.storedWords();
-}
-
-} // namespace
-
 bool AFMidiBindings::readControllerPairs(AFChunk& chunk) {
     for (;;) {
         // Zeros never end the pairs: from there the read can only run out.
-        if (inZeroTail(chunk)) return false;
+        if (chunk.inZeroTail()) return false;
         const int32_t cc = chunk.readInt();
         if (chunk.isOverrun()) return false;
         if (cc == kPairsEnd) return true;
@@ -304,7 +293,7 @@ bool readList(AFChunk& chunk, AFMidiBindings::IndexList& list) {
     const int32_t count = chunk.readInt();
     if (chunk.isOverrun() || count < 0) return false;
     for (int32_t i = 0; i < count; ++i) {
-        if (inZeroTail(chunk)) {
+        if (chunk.inZeroTail()) {
             // The rest are zeros, which bind parameter 0 once, as reading them one by one would.
             const int64_t rest = count - i;
             if (rest > static_cast<int64_t>(chunk.wordCount()) - chunk.getPosition()) return false;

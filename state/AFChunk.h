@@ -78,8 +78,11 @@ public:
     // True once any read went past the last word.
     bool isOverrun() const noexcept { return overrun; }
     std::size_t wordCount() const noexcept { return extent(); }
-    // The words held; from here to wordCount() every word reads as zero.
-    std::size_t storedWords() const noexcept { return words.size(); }
+    // True when every read from here on is a zero the image did not store: past its stored words a chunk
+    // reads zeros up to the size its header claims, which may be millions of words.
+    bool inZeroTail() const noexcept {
+        return position >= 0 && static_cast<std::size_t>(position) >= words.size();
+    }
     uint32_t word(std::size_t i) const noexcept { return i < words.size() ? words[i] : 0u; }
 
     // The process-wide content version: written into word 1; files of a later version are refused.

@@ -14,11 +14,10 @@ void report(AFMessageSink* messages, const char* format, const char* argument) {
     AFMessageSink::reportTo(messages, text);
 }
 
-// Past its stored words a chunk reads zeros up to the size its header claims, which may be millions of words.
-// A loop waiting for a terminator there can only end by running out, so it runs out at once.
+// In the chunk's zero tail a loop waiting for a terminator can only end by running out, so it runs out at
+// once.
 bool runOut(AFChunk& chunk) {
-    const int32_t position = chunk.getPosition();
-    if (position < 0 || static_cast<std::size_t>(position) < chunk.storedWords()) return false;
+    if (!chunk.inZeroTail()) return false;
     chunk.setPosition(static_cast<int32_t>(chunk.wordCount()));
     chunk.readInt();
     return true;

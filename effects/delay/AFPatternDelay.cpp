@@ -307,17 +307,21 @@ void AFPatternDelay::runChunk(float* left, float* right, int n) noexcept {
     const int32_t w = writePosition;
     const int fade = fadeLeft;
 
+    // A pass of the active tap set into l, r, crossfaded from the old set's while a change fades in.
+    const auto crossfaded = [&](auto pass, float* l, float* r) {
+        pass(now, ringL, ringR, w, ring, l, r, n);
+        if (fade <= 0) return;
+        alignas(32) float oldL[kMirror];
+        alignas(32) float oldR[kMirror];
+        pass(before, ringL, ringR, w, ring, oldL, oldR, n);
+        fadeFrom(oldL, oldR, l, r, fade, n);
+    };
+
     // The ring takes the input and one pass of the loop, hard-limited to full scale. No chunk is longer than
     // the loop, so its reads all lie behind this chunk's writes.
     alignas(32) float fl[kMirror];
     alignas(32) float fr[kMirror];
-    loopFeedback(now, ringL, ringR, w, ring, fl, fr, n);
-    if (fade > 0) {
-        alignas(32) float wasL[kMirror];
-        alignas(32) float wasR[kMirror];
-        loopFeedback(before, ringL, ringR, w, ring, wasL, wasR, n);
-        fadeFrom(wasL, wasR, fl, fr, fade, n);
-    }
+    crossfaded(loopFeedback, fl, fr);
     float* __restrict toL = ringL + w;
     float* __restrict toR = ringR + w;
     for (int i = 0; i < n; ++i) {
@@ -332,14 +336,8 @@ void AFPatternDelay::runChunk(float* left, float* right, int n) noexcept {
 
     alignas(32) float outL[kMirror];
     alignas(32) float outR[kMirror];
-    addTaps(now, ringL, ringR, w, ring, outL, outR, n);
-    if (fade > 0) {
-        alignas(32) float oldL[kMirror];
-        alignas(32) float oldR[kMirror];
-        addTaps(before, ringL, ringR, w, ring, oldL, oldR, n);
-        fadeFrom(oldL, oldR, outL, outR, fade, n);
-        fadeLeft = fade - n;
-    }
+    crossfaded(addTaps, outL, outR);
+    if (fade > 0) fadeLeft = fade - n;
     const float start = amount;
     const float step = amountStep;
     for (int i = 0; i < n; ++i) {
